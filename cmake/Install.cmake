@@ -1,0 +1,68 @@
+# The installed package: both libraries, the public headers, and what find_package and pkg-config need.
+include(CMakePackageConfigHelpers)
+
+set(libraries kvcore)
+if(TARGET kvplatform)
+    list(APPEND libraries kvplatform)
+endif()
+install(
+    TARGETS ${libraries}
+    EXPORT kvcore
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+foreach(room core streams files frame config graphics)
+    if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${room})
+        install(
+            DIRECTORY ${PROJECT_SOURCE_DIR}/${room}
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kvcore
+            FILES_MATCHING
+            PATTERN "*.h"
+            PATTERN "detail" EXCLUDE)
+    endif()
+endforeach()
+install(
+    DIRECTORY ${PROJECT_SOURCE_DIR}/platform
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kvcore
+    FILES_MATCHING
+    PATTERN "*.h"
+    PATTERN "linux" EXCLUDE
+    PATTERN "windows" EXCLUDE)
+
+foreach(program kv storyboard)
+    if(TARGET ${program})
+        install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    endif()
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kvcore)
+install(
+    EXPORT kvcore
+    NAMESPACE kvcore::
+    FILE kvcoreTargets.cmake
+    DESTINATION ${package_dir})
+configure_package_config_file(
+    ${CMAKE_CURRENT_LIST_DIR}/kvcoreConfig.cmake.in ${PROJECT_BINARY_DIR}/kvcoreConfig.cmake
+    INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kvcoreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/kvcoreConfig.cmake ${PROJECT_BINARY_DIR}/kvcoreConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# pkg-config: what a static link needs besides stands in Libs.private and Requires.private.
+if(TARGET kvplatform)
+    set(pc_libs "-lkvcore -lkvplatform")
+    set(pc_requires_private "zlib icu-i18n icu-uc")
+    set(pc_libs_private "-lstdc++")
+else()
+    set(pc_libs "-lkvcore")
+    set(pc_requires_private "zlib")
+    set(pc_libs_private "-lole32 -luuid -lstdc++")
+endif()
+set(pc_cflags "")
+if(NOT BUILD_SHARED_LIBS)
+    set(pc_cflags "-DKVCORE_STATIC")
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/kvcore.pc.in ${PROJECT_BINARY_DIR}/kvcore.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kvcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,64 @@
+# What the project's targets share. Nothing here is global: a project that adds this tree keeps its own flags.
+
+# <kvcore/core/String.h> names the same file in the tree and in an installed package: the tree is seen through a link.
+set(KVCORE_INCLUDE_ROOT ${PROJECT_BINARY_DIR}/include)
+file(MAKE_DIRECTORY ${KVCORE_INCLUDE_ROOT})
+if(NOT EXISTS ${KVCORE_INCLUDE_ROOT}/kvcore)
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${KVCORE_INCLUDE_ROOT}/kvcore SYMBOLIC)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL)
+    set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+    set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+    set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+endif()
+
+# kv_configure(<target>): language level, warnings as errors, sanitizers and visibility.
+function(kv_configure target)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Woverloaded-virtual -Werror)
+    if(NOT WIN32)
+        target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+    endif()
+    set_target_properties(
+        ${target} PROPERTIES CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    if(KVCORE_SANITIZE)
+        target_compile_options(
+            ${target} PRIVATE -fsanitize=${KVCORE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+        target_link_options(${target} PRIVATE -fsanitize=${KVCORE_SANITIZE})
+    endif()
+    if(KVCORE_BUILD_FUZZERS)
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
+endfunction()
+
+# kv_configure_library(<target>): the same for what is installed, which has no losing conversions unwritten.
+function(kv_configure_library target)
+    kv_configure(${target})
+    target_compile_options(${target} PRIVATE -Wconversion)
+    target_include_directories(
+        ${target} PUBLIC $<BUILD_INTERFACE:${KVCORE_INCLUDE_ROOT}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    target_compile_definitions(${target} PRIVATE KVCORE_BUILD)
+    if(NOT BUILD_SHARED_LIBS)
+        target_compile_definitions(${target} PUBLIC KVCORE_STATIC)
+    endif()
+    set_target_properties(
+        ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON
+                             DEBUG_POSTFIX "")
+    add_library(kvcore::${target} ALIAS ${target})
+endfunction()
+
+# CLI11 is headers alone, so every target uses the host's copy, seen without the rest of the host's headers.
+function(kv_use_cli11 target)
+    if(CMAKE_CROSSCOMPILING)
+        set(root ${PROJECT_BINARY_DIR}/cli11)
+        if(NOT EXISTS ${root}/CLI)
+            file(MAKE_DIRECTORY ${root})
+            file(CREATE_LINK /usr/include/CLI ${root}/CLI SYMBOLIC)
+        endif()
+        target_include_directories(${target} SYSTEM PUBLIC ${root})
+    else()
+        find_package(CLI11 REQUIRED)
+        target_link_libraries(${target} PUBLIC CLI11::CLI11)
+    endif()
+endfunction()

@@ -1,0 +1,82 @@
+#pragma once
+
+// National-language support: collation, case mapping, dates and times as text, code pages.
+
+#include <kvcore/platform/include/basetypes.h>
+
+#define LOCALE_USER_DEFAULT 0x0400u
+#define LOCALE_SYSTEM_DEFAULT 0x0800u
+#define LOCALE_INVARIANT 0x007Fu
+#define LOCALE_USE_CP_ACP 0x40000000u
+#define LOCALE_NOUSEROVERRIDE 0x80000000u
+
+#define NORM_IGNORECASE 0x00000001u
+#define NORM_IGNORENONSPACE 0x00000002u
+#define NORM_IGNORESYMBOLS 0x00000004u
+#define NORM_IGNOREKANATYPE 0x00010000u
+#define NORM_IGNOREWIDTH 0x00020000u
+#define SORT_STRINGSORT 0x00001000u
+#define CSTR_LESS_THAN 1
+#define CSTR_EQUAL 2
+#define CSTR_GREATER_THAN 3
+
+#define LCMAP_LOWERCASE 0x00000100u
+#define LCMAP_UPPERCASE 0x00000200u
+
+#define DATE_SHORTDATE 0x00000001u
+#define DATE_LONGDATE 0x00000002u
+#define TIME_NOMINUTESORSECONDS 0x00000001u
+#define TIME_NOSECONDS 0x00000002u
+#define TIME_NOTIMEMARKER 0x00000004u
+#define TIME_FORCE24HOURFORMAT 0x00000008u
+
+#define CP_ACP 0u
+#define CP_OEMCP 1u
+#define CP_THREAD_ACP 3u
+#define CP_UTF7 65000u
+#define CP_UTF8 65001u
+
+#define MB_PRECOMPOSED 0x00000001u
+#define MB_COMPOSITE 0x00000002u
+#define MB_USEGLYPHCHARS 0x00000004u
+#define MB_ERR_INVALID_CHARS 0x00000008u
+#define WC_DISCARDNS 0x00000010u
+#define WC_SEPCHARS 0x00000020u
+#define WC_DEFAULTCHAR 0x00000040u
+#define WC_ERR_INVALID_CHARS 0x00000080u
+#define WC_COMPOSITECHECK 0x00000200u
+#define WC_NO_BEST_FIT_CHARS 0x00000400u
+
+extern "C"
+{
+    /// Compares by the rules of a locale. CSTR_LESS_THAN, CSTR_EQUAL, CSTR_GREATER_THAN, or 0 with the last error set.
+    /// A length of -1 measures the text.
+    KVCORE_API int WINAPI
+    CompareStringW(LCID locale, DWORD flags, LPCWCH left, int leftLength, LPCWCH right, int rightLength);
+
+    /// Maps case. Returns the elements written or, with a `capacity` of 0, needed; 0 with the last error set. A length
+    /// of -1 measures the text and maps its NUL too.
+    KVCORE_API int WINAPI
+    LCMapStringW(LCID locale, DWORD flags, LPCWSTR source, int sourceLength, LPWSTR target, int capacity);
+
+    /// Prints a date, or a time of day, in the form that the locale's users expect, or by `format`. Null for `when`
+    /// means now. Returns the elements written or, with a `capacity` of 0, needed, the NUL included; 0 with the last
+    /// error set.
+    KVCORE_API int WINAPI
+    GetDateFormatW(LCID locale, DWORD flags, SYSTEMTIME const * when, LPCWSTR format, LPWSTR buffer, int capacity);
+    KVCORE_API int WINAPI
+    GetTimeFormatW(LCID locale, DWORD flags, SYSTEMTIME const * when, LPCWSTR format, LPWSTR buffer, int capacity);
+
+    /// Convert between a code page and UTF-16. A length of -1 measures the text and converts its NUL too. Return the
+    /// elements written or, with a `capacity` of 0, needed; 0 with the last error set.
+    KVCORE_API int WINAPI
+    MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR target, int capacity);
+    KVCORE_API int WINAPI WideCharToMultiByte(
+        UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR target, int capacity, LPCCH defaultChar,
+        LPBOOL usedDefaultChar);
+
+    /// The code page of CP_ACP, and that of CP_OEMCP.
+    KVCORE_API UINT WINAPI GetACP();
+    KVCORE_API UINT WINAPI GetOEMCP();
+    KVCORE_API BOOL WINAPI IsValidCodePage(UINT codePage);
+}

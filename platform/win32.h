@@ -1,0 +1,24 @@
+#pragma once
+
+// The one header through which the library's sources meet Win32: the system's own headers on Windows, elsewhere those
+// of the platform layer, one per area of the interface.
+
+#include <kvcore/platform/types.h>
+
+#ifdef _WIN32
+#    ifndef WIN32_LEAN_AND_MEAN
+#        define WIN32_LEAN_AND_MEAN
+#    endif
+#    include <windows.h>
+
+#    include <objbase.h>
+#    include <stdlib.h>
+#    include <wchar.h>
+#else
+#    include <kvcore/platform/include/crt.h>
+#    include <kvcore/platform/include/errors.h>
+#    include <kvcore/platform/include/memory.h>
+#    include <kvcore/platform/include/messages.h>
+#    include <kvcore/platform/include/objbase.h>
+#    include <kvcore/platform/include/winnls.h>
+#endif
