@@ -1,0 +1,65 @@
+# Sourced by the scripts of this folder: packages, builds and headings.
+# Every function prints what it does; nothing is installed or built twice.
+
+kv_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+
+# heading TEXT...: starts a step.
+heading() {
+    printf '\n== %s\n' "$*"
+}
+
+# fail TEXT...: ends the script with a clear line.
+fail() {
+    printf '\nFAILED: %s\n' "$*" >&2
+    exit 1
+}
+
+# need_packages PACKAGE...: installs those that are not there yet, as root or with sudo.
+need_packages() {
+    local package missing=()
+    for package in "$@"; do
+        if [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+            missing+=("$package")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || fail "these packages are missing and need root or sudo to install: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    printf 'Installing %s\n' "${missing[*]}"
+    local log
+    log=$(mktemp)
+    if [ -z "${kv_lists_updated:-}" ]; then
+        "${as_root[@]}" apt-get update >"$log" 2>&1 || { cat "$log" >&2; fail "apt-get update"; }
+        kv_lists_updated=1
+    fi
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" \
+        >"$log" 2>&1 || { cat "$log" >&2; fail "could not install ${missing[*]}"; }
+    rm -f "$log"
+}
+
+# need_build_packages: what every native build needs.
+need_build_packages() {
+    need_packages g++ cmake ninja-build pkg-config libicu-dev zlib1g-dev libcli11-dev
+}
+
+# build_preset PRESET TARGET...: configures build/PRESET and builds the targets, or everything if none is named.
+build_preset() {
+    local preset=$1 log=$kv_root/build/$1.log target arguments=()
+    shift
+    for target in "$@"; do
+        arguments+=(--target "$target")
+    done
+    printf 'Building %s (%s) ... ' "$preset" "${*:-everything}"
+    mkdir -p "$kv_root/build"
+    local start=$SECONDS
+    if ! (cd "$kv_root" && cmake --preset "$preset" && cmake --build "build/$preset" "${arguments[@]}") >"$log" 2>&1; then
+        printf 'failed\n'
+        tail -n 60 "$log" >&2
+        fail "building $preset; the whole log is build/$preset.log"
+    fi
+    printf 'done in %s s\n' $((SECONDS - start))
+}
