@@ -18,9 +18,9 @@
 
 #    include <guiddef.h>
 #    include <minwinbase.h>
-#    ifndef TEXT
-#        define TEXT(literal) L##literal
-#    endif
+// The system's own TEXT makes narrow literals of a program that does not define UNICODE. This interface is wide always.
+#    undef TEXT
+#    define TEXT(literal) L##literal
 #else
 #    include <kvcore/platform/include/basetypes.h>
 #endif
