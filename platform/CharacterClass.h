@@ -10,8 +10,19 @@
 namespace kv::platform
 {
 
-/// What `iswspace` of the Windows C run-time library accepts. A half of a surrogate pair is in no class. Any thread.
-KVCORE_API bool IsSpace(WCHAR c);
+namespace detail
+{
+
+KVCORE_API bool IsSpaceAboveAscii(WCHAR c);
+
+} // namespace detail
+
+/// Each accepts what the function of the Windows C run-time library accepts that its name recalls (`iswspace`,
+/// `iswdigit` and so on) in its "C" locale. Half of a surrogate pair is in no class. Any thread.
+inline bool IsSpace(WCHAR c)
+{
+    return c < 0x80 ? c == ' ' || (c >= '\t' && c <= '\r') : detail::IsSpaceAboveAscii(c);
+}
 KVCORE_API bool IsDigit(WCHAR c);
 KVCORE_API bool IsAlpha(WCHAR c);
 KVCORE_API bool IsAlphaNumeric(WCHAR c);
