@@ -1,0 +1,262 @@
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#ifdef __SSE2__
+#    include <emmintrin.h>
+#endif
+
+#include <kvcore/core/ScratchBuffer.h>
+#include <kvcore/core/String.h>
+#include <kvcore/platform/win32.h>
+
+// From bytes
+
+namespace
+{
+
+constexpr std::size_t platformMaximum = std::size_t(std::numeric_limits<int>::max());
+
+std::size_t MeasuredLength(char const * text, unsigned int length)
+{
+    return length == unsigned(-1) ? std::strlen(text) : length;
+}
+
+/// Runs `convert(target, capacity)`, which returns the elements written or, for no target, needed. A buffer that is
+/// filled to the last element may have been too small.
+template <typename Scratch, typename Convert>
+int ConvertInto(Scratch & buffer, int capacity, Convert convert)
+{
+    int converted = convert(buffer.Data(), capacity);
+    if (converted == capacity || (converted == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER))
+    {
+        int const needed = convert(nullptr, 0);
+        if (needed > 0)
+        {
+            buffer.Resize(std::size_t(needed));
+            converted = convert(buffer.Data(), needed);
+        }
+    }
+    return converted;
+}
+
+String FromBytes(unsigned int codePage, char const * text, std::size_t length)
+{
+    if (length == 0 || length >= platformMaximum)
+    {
+        return String();
+    }
+    kv::detail::ScratchBuffer<WCHAR, 1024> buffer(length + 1);
+    int const converted = ConvertInto(
+        buffer, int(length + 1),
+        [&](WCHAR * target, int capacity)
+        { return MultiByteToWideChar(codePage, 0, text, int(length), target, capacity); });
+    return converted > 0 ? String(buffer.Data(), unsigned(converted)) : String();
+}
+
+String Widened(char const * text, std::size_t length)
+{
+    WString result(length, WCHAR());
+    std::transform(text, text + length, result.begin(), [](char c) { return WCHAR(static_cast<unsigned char>(c)); });
+    return result;
+}
+
+} // namespace
+
+String String::FromMultibyte(unsigned int codePage, char const * text, unsigned int length)
+{
+    return FromBytes(codePage, text, MeasuredLength(text, length));
+}
+
+String String::FromMultibyte(unsigned int codePage, std::string const & text)
+{
+    return FromBytes(codePage, text.data(), text.size());
+}
+
+String String::FromUtf8(char const * text, unsigned int length)
+{
+    return FromMultibyte(CP_UTF8, text, length);
+}
+
+String String::FromUtf8(std::string const & text)
+{
+    return FromMultibyte(CP_UTF8, text);
+}
+
+String String::FromSystemMultibyte(char const * text, unsigned int length)
+{
+    return FromMultibyte(CP_ACP, text, length);
+}
+
+String String::FromSystemMultibyte(std::string const & text)
+{
+    return FromMultibyte(CP_ACP, text);
+}
+
+String String::FromLatin1(char const * text, unsigned int length)
+{
+    return Widened(text, MeasuredLength(text, length));
+}
+
+String String::FromLatin1(std::string const & text)
+{
+    return Widened(text.data(), text.size());
+}
+
+// To bytes
+
+std::string String::Multibyte(unsigned int codePage, DWORD flags, char const * defaultChar) const
+{
+    if (codePage == CP_UTF8)
+    {
+        return Utf8();
+    }
+    if (empty() || size() > platformMaximum)
+    {
+        return std::string();
+    }
+    std::size_t const capacity = std::min(size(), (platformMaximum - 1) / 3) * 3 + 1;
+    kv::detail::ScratchBuffer<char, 1024> buffer(capacity);
+    int const converted = ConvertInto(
+        buffer, int(capacity),
+        [&](char * target, int room)
+        { return WideCharToMultiByte(codePage, flags, data(), int(size()), target, room, defaultChar, nullptr); });
+    return converted > 0 ? std::string(buffer.Data(), std::size_t(converted)) : std::string();
+}
+
+std::string String::SystemMultibyte() const
+{
+    return Multibyte(CP_ACP, 0, nullptr);
+}
+
+namespace
+{
+
+/// Copies ASCII as far as it goes, in steps that leave the rest to others near the end.
+inline void CopyAscii(WCHAR const *& text, WCHAR const * end, char *& target)
+{
+#ifdef __SSE2__
+    __m128i const aboveAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
+    while (end - text >= 16)
+    {
+        __m128i const low = _mm_loadu_si128(reinterpret_cast<__m128i const *>(text));
+        __m128i const high = _mm_loadu_si128(reinterpret_cast<__m128i const *>(text + 8));
+        __m128i const above = _mm_and_si128(_mm_or_si128(low, high), aboveAscii);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(above, _mm_setzero_si128())) != 0xFFFF)
+        {
+            break;
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(target), _mm_packus_epi16(low, high));
+        text += 16;
+        target += 16;
+    }
+#endif
+    while (text != end && *text < 0x80)
+    {
+        *target++ = static_cast<char>(*text++);
+    }
+}
+
+char Continuation(unsigned int bits)
+{
+    return static_cast<char>(0x80 | (bits & 0x3F));
+}
+
+bool IsHighSurrogate(WCHAR c)
+{
+    return (c & 0xFC00) == 0xD800;
+}
+
+bool IsLowSurrogate(WCHAR c)
+{
+    return (c & 0xFC00) == 0xDC00;
+}
+
+/// Encodes `text` to `end` at `target`, which has room for three bytes an element, and returns the end of the bytes.
+char * EncodeUtf8(WCHAR const * text, WCHAR const * end, char * target)
+{
+    for (CopyAscii(text, end, target); text != end; CopyAscii(text, end, target))
+    {
+        unsigned int const c = *text++;
+        if (c < 0x800)
+        {
+            *target++ = static_cast<char>(0xC0 | (c >> 6));
+            *target++ = Continuation(c);
+        }
+        else if (IsHighSurrogate(WCHAR(c)) && text != end && IsLowSurrogate(*text))
+        {
+            unsigned int const character = 0x10000 + ((c - 0xD800) << 10) + (*text++ - 0xDC00u);
+            *target++ = static_cast<char>(0xF0 | (character >> 18));
+            *target++ = Continuation(character >> 12);
+            *target++ = Continuation(character >> 6);
+            *target++ = Continuation(character);
+        }
+        else
+        {
+            // Kept: half a pair alone comes here too.
+            *target++ = static_cast<char>(0xE0 | (c >> 12));
+            *target++ = Continuation(c >> 6);
+            *target++ = Continuation(c);
+        }
+    }
+    return target;
+}
+
+} // namespace
+
+std::string String::Utf8() const
+{
+    // Piece by piece through the cache: a buffer for the longest possible result would cost more than the encoding.
+    constexpr std::size_t pieceLength = 1024;
+    char bytes[3 * pieceLength];
+    std::string result;
+    WCHAR const * text = data();
+    WCHAR const * const end = text + size();
+    if (size() > pieceLength)
+    {
+        result.reserve(size());
+    }
+    while (text != end)
+    {
+        WCHAR const * pieceEnd = text + std::min<std::size_t>(pieceLength, std::size_t(end - text));
+        if (pieceEnd != end && IsHighSurrogate(pieceEnd[-1]))
+        {
+            --pieceEnd; // the other half may follow
+        }
+        result.append(bytes, EncodeUtf8(text, pieceEnd, bytes));
+        text = pieceEnd;
+    }
+    return result;
+}
+
+namespace
+{
+
+std::string Narrowed(WString const & text, WCHAR highest, char replacement, int * replaced)
+{
+    std::string result(text.size(), '\0');
+    int count = 0;
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        bool const fits = text[i] <= highest;
+        result[i] = fits ? static_cast<char>(text[i]) : replacement;
+        count += fits ? 0 : 1;
+    }
+    if (replaced != nullptr)
+    {
+        *replaced = count;
+    }
+    return result;
+}
+
+} // namespace
+
+std::string String::Latin1(char replacement, int * replaced) const
+{
+    return Narrowed(*this, 0xFF, replacement, replaced);
+}
+
+std::string String::Ascii(char replacement, int * replaced) const
+{
+    return Narrowed(*this, 0x7F, replacement, replaced);
+}
