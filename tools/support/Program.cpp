@@ -1,0 +1,53 @@
+#include <kvcore/tools/support/Program.h>
+
+#include <kvcore/tools/support/ExitCodes.h>
+#include <kvcore/tools/support/Host.h>
+#include <kvcore/tools/support/StdioStreams.h>
+#include <kvcore/tools/support/Text.h>
+
+#include <cerrno>
+
+namespace kv::tools
+{
+
+void Complain(Console & console, std::string_view program, std::string_view text)
+{
+    try
+    {
+        PrintLine(console.error, std::string(program) + ": " + std::string(text));
+    }
+    catch (StreamBase::Exception const &)
+    {
+        // The exit code still tells.
+    }
+}
+
+int RunProgram(int count, char ** values, std::string_view name, ProgramFunction function)
+{
+    host::PrepareStandardStreams();
+    StdioInputStream input(StandardStream::Input);
+    StdioOutputStream output(StandardStream::Output);
+    StdioOutputStream error(StandardStream::Error);
+    Console console{input, output, error};
+
+    int const result = function(host::Arguments(count, values), console);
+    try
+    {
+        output.Close();
+    }
+    catch (IoException const & failure)
+    {
+        if (failure.error == EPIPE)
+        {
+            return ExitClosedPipe;
+        }
+        if (result != ExitIo)
+        {
+            Complain(console, name, "cannot write standard output: " + failure.text.Utf8());
+        }
+        return ExitIo;
+    }
+    return result;
+}
+
+} // namespace kv::tools
