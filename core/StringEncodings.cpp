@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 
@@ -132,10 +134,21 @@ std::string String::SystemMultibyte() const
 namespace
 {
 
-/// Copies ASCII as far as it goes, in steps that leave the rest to others near the end.
+bool IsHighSurrogate(WCHAR c)
+{
+    return (c & 0xFC00) == 0xD800;
+}
+
+bool IsLowSurrogate(WCHAR c)
+{
+    return (c & 0xFC00) == 0xDC00;
+}
+
+#ifdef __SSE2__
+
+/// Copies ASCII in steps of 16 elements, as far as it goes.
 inline void CopyAscii(WCHAR const *& text, WCHAR const * end, char *& target)
 {
-#ifdef __SSE2__
     __m128i const aboveAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
     while (end - text >= 16)
     {
@@ -150,53 +163,101 @@ inline void CopyAscii(WCHAR const *& text, WCHAR const * end, char *& target)
         text += 16;
         target += 16;
     }
-#endif
-    while (text != end && *text < 0x80)
+}
+
+/// The UTF-8 sequences of four 32-bit elements, each from the lowest byte up, and how many bytes of each count.
+inline void EncodeFour(__m128i c, std::uint32_t * sequences, std::uint32_t * lengths)
+{
+    __m128i const middle = _mm_and_si128(_mm_slli_epi32(c, 2), _mm_set1_epi32(0x3F00));
+    __m128i const last = _mm_and_si128(_mm_slli_epi32(c, 16), _mm_set1_epi32(0x3F0000));
+    __m128i const lead = _mm_or_si128(_mm_srli_epi32(c, 12), _mm_set1_epi32(0x8080E0));
+    __m128i const three = _mm_or_si128(_mm_or_si128(middle, last), lead);
+    // The shorter form has the same last two bytes but for the mark of a lead.
+    __m128i const two = _mm_or_si128(_mm_srli_epi32(three, 8), _mm_set1_epi32(0x40));
+    __m128i const upToTwo = _mm_cmplt_epi32(c, _mm_set1_epi32(0x800));
+    __m128i const ascii = _mm_cmplt_epi32(c, _mm_set1_epi32(0x80));
+    __m128i const longer = _mm_or_si128(_mm_and_si128(upToTwo, two), _mm_andnot_si128(upToTwo, three));
+    __m128i const sequence = _mm_or_si128(_mm_and_si128(ascii, c), _mm_andnot_si128(ascii, longer));
+    __m128i const length = _mm_add_epi32(_mm_set1_epi32(3), _mm_add_epi32(upToTwo, ascii));
+    _mm_store_si128(reinterpret_cast<__m128i *>(sequences), sequence);
+    _mm_store_si128(reinterpret_cast<__m128i *>(lengths), length);
+}
+
+/// Encodes eight elements, unless there is half a pair among them. No branch tells the lengths apart: in texts where
+/// blanks stand between longer characters it would be guessed wrong at every word. What a sequence is stored too long
+/// the next one writes over.
+inline bool EncodeEight(WCHAR const *& text, char *& target)
+{
+    __m128i const elements = _mm_loadu_si128(reinterpret_cast<__m128i const *>(text));
+    __m128i const kinds = _mm_and_si128(elements, _mm_set1_epi16(static_cast<short>(0xF800)));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi16(kinds, _mm_set1_epi16(static_cast<short>(0xD800)))) != 0)
     {
-        *target++ = static_cast<char>(*text++);
+        return false;
     }
+    alignas(16) std::uint32_t sequences[8];
+    alignas(16) std::uint32_t lengths[8];
+    EncodeFour(_mm_unpacklo_epi16(elements, _mm_setzero_si128()), sequences, lengths);
+    EncodeFour(_mm_unpackhi_epi16(elements, _mm_setzero_si128()), sequences + 4, lengths + 4);
+    for (std::size_t i = 0; i < 8; ++i)
+    {
+        std::memcpy(target, sequences + i, 4);
+        target += lengths[i];
+    }
+    text += 8;
+    return true;
 }
 
-char Continuation(unsigned int bits)
+#endif
+
+/// Stores the lowest `length` bytes of `sequence`, the lowest first, and more behind them for the next to write over.
+inline char * Store(char * target, std::uint32_t sequence, int length)
 {
-    return static_cast<char>(0x80 | (bits & 0x3F));
+    static_assert(std::endian::native == std::endian::little);
+    std::memcpy(target, &sequence, sizeof(sequence));
+    return target + length;
 }
 
-bool IsHighSurrogate(WCHAR c)
+/// Encodes the character at `text`, of one or two elements.
+inline char * EncodeOne(WCHAR const *& text, WCHAR const * end, char * target)
 {
-    return (c & 0xFC00) == 0xD800;
+    std::uint32_t const c = *text++;
+    if (IsHighSurrogate(WCHAR(c)) && text != end && IsLowSurrogate(*text))
+    {
+        std::uint32_t const character = 0x10000 + ((c - 0xD800) << 10) + (*text++ - 0xDC00u);
+        std::uint32_t const firstHalf = 0x80F0 | character >> 18 | (character >> 4 & 0x3F00);
+        std::uint32_t const secondHalf = 0x80800000 | (character << 10 & 0x3F0000) | (character << 24 & 0x3F000000);
+        return Store(target, firstHalf | secondHalf, 4);
+    }
+    if (c < 0x80)
+    {
+        *target = static_cast<char>(c);
+        return target + 1;
+    }
+    if (c < 0x800)
+    {
+        return Store(target, 0x80C0 | c >> 6 | (c << 8 & 0x3F00), 2);
+    }
+    // Kept: half a pair alone comes here too.
+    return Store(target, 0x8080E0 | c >> 12 | (c << 2 & 0x3F00) | (c << 16 & 0x3F0000), 3);
 }
 
-bool IsLowSurrogate(WCHAR c)
-{
-    return (c & 0xFC00) == 0xDC00;
-}
-
-/// Encodes `text` to `end` at `target`, which has room for three bytes an element, and returns the end of the bytes.
+/// Encodes `text` to `end` at `target`, which has room for three bytes an element and one more, and returns the end of
+/// the bytes.
 char * EncodeUtf8(WCHAR const * text, WCHAR const * end, char * target)
 {
-    for (CopyAscii(text, end, target); text != end; CopyAscii(text, end, target))
+    while (text != end)
     {
-        unsigned int const c = *text++;
-        if (c < 0x800)
+#ifdef __SSE2__
+        CopyAscii(text, end, target);
+        if (end - text >= 8 && EncodeEight(text, target))
         {
-            *target++ = static_cast<char>(0xC0 | (c >> 6));
-            *target++ = Continuation(c);
+            continue;
         }
-        else if (IsHighSurrogate(WCHAR(c)) && text != end && IsLowSurrogate(*text))
+#endif
+        WCHAR const * const pause = end - text > 8 ? text + 8 : end;
+        while (text < pause)
         {
-            unsigned int const character = 0x10000 + ((c - 0xD800) << 10) + (*text++ - 0xDC00u);
-            *target++ = static_cast<char>(0xF0 | (character >> 18));
-            *target++ = Continuation(character >> 12);
-            *target++ = Continuation(character >> 6);
-            *target++ = Continuation(character);
-        }
-        else
-        {
-            // Kept: half a pair alone comes here too.
-            *target++ = static_cast<char>(0xE0 | (c >> 12));
-            *target++ = Continuation(c >> 6);
-            *target++ = Continuation(c);
+            target = EncodeOne(text, end, target);
         }
     }
     return target;
@@ -208,7 +269,7 @@ std::string String::Utf8() const
 {
     // Piece by piece through the cache: a buffer for the longest possible result would cost more than the encoding.
     constexpr std::size_t pieceLength = 1024;
-    char bytes[3 * pieceLength];
+    char bytes[3 * pieceLength + 1];
     std::string result;
     WCHAR const * text = data();
     WCHAR const * const end = text + size();
