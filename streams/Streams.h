@@ -212,9 +212,9 @@ public:
     /// One byte; any value but 0 is true.
     InputStream & operator>>(bool & value)
     {
-        char byte;
-        Read(&byte, 1);
-        value = byte != 0;
+        char stored;
+        Read(&stored, 1);
+        value = stored != 0;
         return *this;
     }
     /// One byte.

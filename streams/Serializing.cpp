@@ -1,0 +1,514 @@
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include <kvcore/platform/StackSpace.h>
+#include <kvcore/platform/types.h>
+#include <kvcore/streams/Serializing.h>
+
+namespace
+{
+
+// Stored formats: none of these can change.
+constexpr int commandMarker = 0;
+constexpr int valueRepeatCommand = static_cast<int>(0x96190311u);
+constexpr int referenceCommand = static_cast<int>(0x80190311u);
+constexpr int nullReference = 0;
+constexpr int nullReferenceAtStart = -1;
+
+// What one level of a graph may need between two looks at the stack: the class's own Read or Write, the streams below,
+// and the unwinding of an exception. Measured levels take well under 4 KiB, also with sanitizers.
+constexpr std::size_t stackReserve = 64 * 1024;
+
+// Apart from its callers, whose frames would otherwise hold the text: they recurse with the graph.
+[[noreturn, gnu::cold, gnu::noinline]] void Fail(WCHAR const * text, int code = 3)
+{
+    throw StreamBase::Exception{code, text};
+}
+
+/// A reader's recursion is as deep as the bytes say, a writer's as deep as the graph: neither may end in a crash.
+void RequireStack()
+{
+    if (kv::platform::StackBytesLeft() < stackReserve)
+    {
+        Fail(TEXT("Objects nested too deep in stream"));
+    }
+}
+
+/// `count` before it went up by 1. The 2^32nd object is no undefined behaviour.
+int TakeNext(int & count)
+{
+    int const number = count;
+    count = static_cast<int>(static_cast<unsigned int>(count) + 1);
+    return number;
+}
+
+/// The operations of method objects take objects that they leave as they are without const.
+IUnknown * AsUnknown(ISerializable const & object)
+{
+    return const_cast<ISerializable *>(&object);
+}
+
+} // namespace
+
+kv::detail::ClassInterfaces::ClassInterfaces(IObjectFactory::IClassMethod const * methods)
+    : create(dynamic_cast<IObjectFactory::ICreateMethod const *>(methods)),
+      copyCompare(dynamic_cast<IObjectFactory::ICopyCompareMethod const *>(methods)),
+      cast(dynamic_cast<ISerializableCast const *>(methods))
+{
+}
+
+ISerializable * kv::detail::ClassInterfaces::ToSerializable(IUnknown * object) const
+{
+    return cast != nullptr ? cast->ToSerializable(object) : dynamic_cast<ISerializable *>(object);
+}
+
+SerializingOutputStream::SerializingOutputStream(IObjectFactory const & newFactory, OutputStream & target)
+    : OutputStream(&target), factory(&newFactory), objectCount(0)
+{
+}
+
+SerializingOutputStream::~SerializingOutputStream() noexcept(false)
+{
+    for (auto const & entry : values)
+    {
+        for (WrittenValue const & value : entry.second.values)
+        {
+            value.second->Release();
+        }
+    }
+}
+
+void SerializingOutputStream::Write(char const * data, int size)
+{
+    downstream->Write(data, size);
+}
+
+void SerializingOutputStream::Write(ISerializable const & object)
+{
+    RequireStack();
+    WrittenClass & writtenClass = FindClass(typeid(object));
+    int const number = TakeNext(objectCount);
+    if (writtenClass.copyCompare != nullptr)
+    {
+        WrittenValue const * const equal = FindEqual(writtenClass, object);
+        if (equal != nullptr)
+        {
+            WriteCommand(valueRepeatCommand, equal->first);
+            return;
+        }
+        KeepValue(writtenClass, object, number);
+    }
+    short const version = object.GetVersion();
+    char header[sizeof(int) + sizeof(short)];
+    std::memcpy(header, &writtenClass.id, sizeof(int));
+    std::memcpy(header + sizeof(int), &version, sizeof(short));
+    Write(header, sizeof(header));
+    object.Write(*this);
+}
+
+SerializingOutputStream::WrittenClass & SerializingOutputStream::FindClass(std::type_info const & type)
+{
+    WrittenClass * const * const known = types.Find(&type);
+    return known != nullptr ? **known : AddClass(type);
+}
+
+/// Several types may have one identifier, and then share their values.
+SerializingOutputStream::WrittenClass & SerializingOutputStream::AddClass(std::type_info const & type)
+{
+    int const id = factory->GetClassID(type);
+    auto const found = values.find(id);
+    WrittenClass & writtenClass = found != values.end()
+        ? found->second
+        : values
+              .emplace(id, WrittenClass{id, kv::detail::ClassInterfaces(factory->GetClassMethods(id)).copyCompare, {}})
+              .first->second;
+    types.Insert(&type, &writtenClass);
+    return writtenClass;
+}
+
+/// In the order in which the values were written: the first that compares equal is the one that the stream names.
+SerializingOutputStream::WrittenValue const *
+SerializingOutputStream::FindEqual(WrittenClass const & writtenClass, ISerializable const & object) const
+{
+    IUnknown * const unknown = AsUnknown(object);
+    for (WrittenValue const & value : writtenClass.values)
+    {
+        if (writtenClass.copyCompare->Compare(unknown, value.second))
+        {
+            return &value;
+        }
+    }
+    return nullptr;
+}
+
+void SerializingOutputStream::KeepValue(WrittenClass & writtenClass, ISerializable const & object, int number)
+{
+    IUnknown * const clone = writtenClass.copyCompare->Clone(AsUnknown(object));
+    if (clone == nullptr)
+    {
+        return;
+    }
+    try
+    {
+        writtenClass.values.emplace_back(number, clone);
+    }
+    catch (...)
+    {
+        clone->Release();
+        throw;
+    }
+}
+
+void SerializingOutputStream::WriteCommand(int command, int number)
+{
+    int const record[] = {commandMarker, command, number};
+    static_assert(sizeof(record) == 12);
+    Write(reinterpret_cast<char const *>(record), sizeof(record));
+}
+
+void SerializingOutputStream::WriteRef(ISerializable const * object)
+{
+    int const number = TakeNext(objectCount);
+    if (object == nullptr)
+    {
+        // 0 as the index of reference 0 would announce a new object.
+        WriteCommand(referenceCommand, number == 0 ? nullReferenceAtStart : nullReference);
+        return;
+    }
+    int const * const known = references.Find(object);
+    if (known != nullptr)
+    {
+        WriteCommand(referenceCommand, *known);
+        return;
+    }
+    // Known before its record is out, so that a cycle finds it. The object takes the next number.
+    references.Insert(object, objectCount);
+    WriteCommand(referenceCommand, number);
+    Write(*object);
+}
+
+SerializingInputStream::SingeltonObjectExistsException::SingeltonObjectExistsException(ISerializable * newObject)
+    : StreamBase::Exception{3, TEXT("Duplicate singelton object in stream")}, object(newObject)
+{
+}
+
+SerializingInputStream::SerializingInputStream(IObjectFactory const & newFactory, InputStream & newSource)
+    : InputStream(&newSource), factory(&newFactory), objectCount(0)
+{
+}
+
+namespace
+{
+
+template <typename T>
+void ReleaseAll(std::vector<T *> const & objects)
+{
+    for (T * const object : objects)
+    {
+        if (object != nullptr)
+        {
+            object->Release();
+        }
+    }
+}
+
+} // namespace
+
+SerializingInputStream::~SerializingInputStream() noexcept(false)
+{
+    ReleaseAll(values);
+    ReleaseAll(references);
+}
+
+void SerializingInputStream::Read(char * data, int size)
+{
+    source->Read(data, size);
+}
+
+void SerializingInputStream::Read(ISerializable & object)
+{
+    bool owned;
+    ReadObject(&object, false, owned);
+}
+
+ISerializable * SerializingInputStream::Create()
+{
+    bool owned;
+    return ReadObject(nullptr, false, owned);
+}
+
+ISerializable * SerializingInputStream::Create(bool & owned)
+{
+    return ReadObject(nullptr, false, owned);
+}
+
+int SerializingInputStream::ReadNumber()
+{
+    int number;
+    Read(reinterpret_cast<char *>(&number), sizeof(number));
+    return number;
+}
+
+/// `target` null for a new object; `keepReference` for one that references can name; `owned` tells whether the caller
+/// gets a reference.
+ISerializable * SerializingInputStream::ReadObject(ISerializable * target, bool keepReference, bool & owned)
+{
+    RequireStack();
+    int const targetId = target != nullptr ? FindType(typeid(*target)).id : 0;
+    int const number = TakeNext(objectCount);
+    int const word = ReadNumber();
+    if (word == commandMarker)
+    {
+        owned = target == nullptr;
+        return ReadRepeat(target, targetId);
+    }
+    KnownClass const & known = FindClass(word);
+    if (target != nullptr && known.registeredId != targetId)
+    {
+        Fail(TEXT("Unexpected object in stream"));
+    }
+    return ReadRecord(target, known, number, keepReference, owned);
+}
+
+namespace
+{
+
+/// The entry of a number, null if there is none. Numbers come from the stream: any of the 2^32 is possible.
+template <typename T>
+T * At(std::vector<T *> const & objects, int number)
+{
+    std::size_t const index = static_cast<unsigned int>(number);
+    return index < objects.size() ? objects[index] : nullptr;
+}
+
+/// Takes over the reference to `object`, which may be null, and hands it on as ISerializable.
+ISerializable * RequireSerializable(kv::detail::ClassInterfaces const & methods, IUnknown * object)
+{
+    ISerializable * const serializable = methods.ToSerializable(object);
+    if (serializable == nullptr)
+    {
+        if (object != nullptr)
+        {
+            object->Release();
+        }
+        Fail(TEXT("Non-serializable object in stream"));
+    }
+    return serializable;
+}
+
+} // namespace
+
+/// The repeat of a value, behind its marker.
+ISerializable * SerializingInputStream::ReadRepeat(ISerializable * target, int targetId)
+{
+    if (ReadNumber() != valueRepeatCommand)
+    {
+        Fail(TEXT("Unknown command in stream"));
+    }
+    IUnknown * const stored = At(values, ReadNumber());
+    if (stored == nullptr)
+    {
+        Fail(TEXT("Reference to unknown object in stream"));
+    }
+    KnownType const & type = FindType(typeid(*stored));
+    // Kept: no look at former names here. The clone is of today's class, whatever name its record had.
+    if (target != nullptr && type.id != targetId)
+    {
+        Fail(TEXT("Wrong type of object in stream"));
+    }
+    if (type.methods.copyCompare == nullptr)
+    {
+        Fail(TEXT("Unexpected object in stream"));
+    }
+    if (target != nullptr)
+    {
+        type.methods.copyCompare->Copy(stored, target);
+        return target;
+    }
+    return RequireSerializable(type.methods, type.methods.copyCompare->Clone(stored));
+}
+
+namespace
+{
+
+/// Holds the reference to an object that was created here until someone else takes it.
+class CreatedObject
+{
+public:
+    explicit CreatedObject(IUnknown * newObject) : object(newObject) {}
+    CreatedObject(CreatedObject const &) = delete;
+    CreatedObject & operator=(CreatedObject const &) = delete;
+    ~CreatedObject()
+    {
+        Release();
+    }
+
+    void Release()
+    {
+        if (object != nullptr)
+        {
+            std::exchange(object, nullptr)->Release();
+        }
+    }
+
+    /// True if there was a reference, which is the caller's now.
+    bool Detach()
+    {
+        return std::exchange(object, nullptr) != nullptr;
+    }
+
+private:
+    IUnknown * object;
+};
+
+} // namespace
+
+/// A record behind its class identifier.
+ISerializable * SerializingInputStream::ReadRecord(
+    ISerializable * target, KnownClass const & known, int number, bool keepReference, bool & owned)
+{
+    short version;
+    Read(reinterpret_cast<char *>(&version), sizeof(version));
+    ISerializable * object =
+        target != nullptr ? target : RequireSerializable(known.methods, known.methods.create->Create());
+    CreatedObject created(target != nullptr ? nullptr : object);
+    if (keepReference)
+    {
+        // Before its fields are read, so that a cycle finds it.
+        KeepReference(number, object);
+    }
+    try
+    {
+        if (version > object->GetVersion())
+        {
+            Fail(TEXT("Object version too high"), 6);
+        }
+        object->Read(*this, version);
+    }
+    catch (SingeltonObjectExistsException const & exists)
+    {
+        // Kept: also when it comes from an object that this one reads by value, whose instance then takes this one's
+        // place. Classes that hold a single instance by value catch it themselves.
+        if (target != nullptr)
+        {
+            throw;
+        }
+        created.Release();
+        object = exists.object;
+        if (keepReference)
+        {
+            KeepReference(number, object);
+        }
+    }
+    if (known.methods.copyCompare != nullptr && object != nullptr)
+    {
+        KeepValue(number, known.methods.copyCompare->Clone(object));
+    }
+    owned = created.Detach();
+    return object;
+}
+
+/// The class of a record. A stream that goes on asks for it again and again, so it is kept; failures are not.
+SerializingInputStream::KnownClass const & SerializingInputStream::FindClass(int id)
+{
+    KnownClass const * const * const found = classesById.Find(id);
+    if (found != nullptr)
+    {
+        return **found;
+    }
+    kv::detail::ClassInterfaces const methods(factory->GetClassMethods(id));
+    if (methods.create == nullptr)
+    {
+        Fail(TEXT("Unexpected object in stream"));
+    }
+    KnownClass const & known = classes.emplace_back(KnownClass{methods, factory->GetRegisteredClassID(id)});
+    classesById.Insert(id, &known);
+    return known;
+}
+
+SerializingInputStream::KnownType const & SerializingInputStream::FindType(std::type_info const & type)
+{
+    KnownType const * const * const found = typesByInfo.Find(&type);
+    if (found != nullptr)
+    {
+        return **found;
+    }
+    int const id = factory->GetClassID(type);
+    KnownType const & known =
+        types.emplace_back(KnownType{kv::detail::ClassInterfaces(factory->GetClassMethods(id)), id});
+    typesByInfo.Insert(&type, &known);
+    return known;
+}
+
+namespace
+{
+
+/// The entry of a number that the stream itself has counted. Numbers are dense: memory grows with the records read.
+template <typename T>
+T *& EntryAt(std::vector<T *> & objects, int number)
+{
+    std::size_t const index = static_cast<unsigned int>(number);
+    if (index >= objects.size())
+    {
+        objects.resize(index + 1);
+    }
+    return objects[index];
+}
+
+} // namespace
+
+void SerializingInputStream::KeepReference(int number, ISerializable * object)
+{
+    ISerializable *& entry = EntryAt(references, number);
+    ISerializable * const replaced = std::exchange(entry, object);
+    if (object != nullptr)
+    {
+        object->AddRef();
+    }
+    if (replaced != nullptr)
+    {
+        replaced->Release();
+    }
+}
+
+/// Takes over the reference to `clone`.
+void SerializingInputStream::KeepValue(int number, IUnknown * clone)
+{
+    CreatedObject held(clone);
+    EntryAt(values, number) = clone;
+    held.Detach();
+}
+
+ISerializable * SerializingInputStream::ReadRef()
+{
+    bool owned;
+    return ReadRef(owned);
+}
+
+ISerializable * SerializingInputStream::ReadRef(bool & owned)
+{
+    owned = false;
+    int const number = TakeNext(objectCount);
+    int command[2];
+    Read(reinterpret_cast<char *>(command), sizeof(command));
+    if (command[0] != commandMarker || command[1] != referenceCommand)
+    {
+        Fail(TEXT("Next stream object is not a reference"));
+    }
+    int const index = ReadNumber();
+    if (index == number)
+    {
+        return ReadObject(nullptr, true, owned);
+    }
+    if (index == nullReference || index == nullReferenceAtStart)
+    {
+        return nullptr;
+    }
+    ISerializable * const object = At(references, index);
+    if (object == nullptr)
+    {
+        Fail(TEXT("Reference to non-existing object"));
+    }
+    return object;
+}
