@@ -72,7 +72,10 @@ extern "C"
     GetTimeFormatW(LCID locale, DWORD flags, SYSTEMTIME const * when, LPCWSTR format, LPWSTR buffer, int capacity);
 
     /// Convert between a code page and UTF-16. A length of -1 measures the text and converts its NUL too. Return the
-    /// elements written or, with a `capacity` of 0, needed; 0 with the last error set.
+    /// elements written or, with a `capacity` of 0, needed; 0 with the last error set. What lies behind the result in
+    /// the target is not kept. The pages: 437, 720, 737, 775, 850, 852, 855, 857, 860 to 866, 869, 874, 932, 936, 949,
+    /// 950, 1250 to 1258, 10000, 20127, 20866, 21866, 28591 to 28599, 28603, 28605, CP_UTF7 and CP_UTF8. CP_ACP,
+    /// CP_OEMCP and CP_THREAD_ACP are CP_UTF8 here, CP_MACCP is 10000. Any thread.
     KVCORE_API int WINAPI
     MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR target, int capacity);
     KVCORE_API int WINAPI WideCharToMultiByte(

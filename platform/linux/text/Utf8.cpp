@@ -264,7 +264,7 @@ struct Encoder
         written++;
     }
 
-    /// Characters of one and two bytes, which texts in Latin letters mix closely: no branch tells them apart.
+    /// Characters of one and two bytes, which texts in Latin letters mix closely.
     void TakeShort()
     {
 #if defined(__SSE2__)
@@ -286,13 +286,9 @@ struct Encoder
         for (; source < pause && *source < 0x800 && HasRoom(2); source++)
         {
             unsigned const unit = *source;
-            bool const two = unit >= 0x80;
-            if constexpr (room != Room::Counted)
-            {
-                target[written] = static_cast<char>(two ? 0xC0 | unit >> 6 : unit);
-                target[written + 1] = static_cast<char>(0x80 | (unit & 0x3F));
-            }
-            written += two ? 2 : 1;
+            if (unit >= 0x80)
+                Put(0xC0 | unit >> 6);
+            Put(unit < 0x80 ? unit : 0x80 | (unit & 0x3F));
         }
         if (room == Room::Limited && source < end && *source < 0x80 && HasRoom(1))
             Put(*source++);
