@@ -245,7 +245,8 @@ Base64EncodingStream::~Base64EncodingStream() noexcept(false)
             WritePending();
             if (groupCount != 0)
             {
-                downstream->Write("\n", 1);
+                char lineFeed = '\n'; // not a literal: a stream below may change it for the length of the call
+                downstream->Write(&lineFeed, 1);
                 groupCount = 0;
             }
         });

@@ -43,12 +43,10 @@ private:
     };
 
     void WriteBlock();
-    void WriteWholeBlock(char const * data);
 
     char block[blockSize];
     int fill;
-    char const * payload; // `block`, or the caller's memory during WriteWholeBlock
-    Stage stage;          // the next of the three writes
+    Stage stage; // the next of the three writes
     kv::detail::LastWrite lastWrite;
 };
 

@@ -16,6 +16,14 @@ MemoryBlockVector::~MemoryBlockVector()
     }
 }
 
+void MemoryBlockVector::append(char const * data, int size)
+{
+    if (!AppendToLastChunk(data, size))
+    {
+        AppendAcrossChunks(data, size);
+    }
+}
+
 namespace
 {
 

@@ -34,19 +34,7 @@ public:
     /// Stores `size` bytes behind what is there. A negative size stores nothing. Throws std::length_error, before
     /// anything is stored, if the total would exceed 2^31 - 1; throws std::bad_alloc if memory runs out: then a front
     /// part of the bytes may be stored, and the object remains usable.
-    void append(char const * data, int size)
-    {
-        // Serialized objects arrive in pieces of a few bytes each: this is all that such a piece costs.
-        if (static_cast<unsigned int>(size) < static_cast<unsigned int>(free) && size <= INT_MAX - total)
-        {
-            kv::detail::CopyBytes(end, data, static_cast<std::size_t>(size));
-            end += size;
-            total += size;
-            free -= size;
-            return;
-        }
-        AppendAcrossChunks(data, size);
-    }
+    void append(char const * data, int size);
 
     /// The bytes stored.
     int size() const
@@ -67,8 +55,23 @@ private:
         char * data;
     };
 
+    friend class MemoryOutputStream;
     friend struct kv::detail::MemoryBlockVectorProbe;
 
+    // Serialized objects arrive in pieces of a few bytes each: this is all that such a piece costs. False if the bytes
+    // need more than that.
+    bool AppendToLastChunk(char const * data, int size)
+    {
+        if (size <= 0 || size >= free || size > INT_MAX - total)
+        {
+            return false;
+        }
+        kv::detail::CopyBytes(end, data, static_cast<std::size_t>(size));
+        end += size;
+        total += size;
+        free -= size;
+        return true;
+    }
     void AppendAcrossChunks(char const * data, int size);
     void AddChunk(int capacity);
     template <typename Visitor>

@@ -12,7 +12,11 @@ MemoryOutputStream::~MemoryOutputStream() noexcept(false) {}
 
 void MemoryOutputStream::Write(char const * data, int size)
 {
-    blocks.append(data, size);
+    // What append does, without the way into another source file.
+    if (!blocks.AppendToLastChunk(data, size))
+    {
+        blocks.AppendAcrossChunks(data, size);
+    }
 }
 
 std::string MemoryOutputStream::GetContent()

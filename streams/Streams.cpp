@@ -27,7 +27,7 @@ void WriteString(OutputStream & stream, Element const * text, std::size_t count)
     {
         ThrowInvalidLength();
     }
-    std::int32_t const bytes = static_cast<std::int32_t>(count * sizeof(Element));
+    std::int32_t bytes = static_cast<std::int32_t>(count * sizeof(Element));
     stream.Write(reinterpret_cast<char const *>(&bytes), sizeof bytes);
     stream.Write(reinterpret_cast<char const *>(text), bytes);
 }

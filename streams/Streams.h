@@ -154,12 +154,14 @@ public:
     template <typename T>
     OutputStream & operator<<(_strm64<T> const & marked)
     {
-        return Put(marked.value, 8);
+        std::remove_cv_t<T> value = *marked.value;
+        return Put(&value, 8);
     }
     /// Sixteen bytes: Data1, Data2, Data3 and Data4 as they lie in memory.
     OutputStream & operator<<(GUID const & value)
     {
-        return Put(&value, 16);
+        GUID copy = value;
+        return Put(&copy, 16);
     }
 
     /// The 32-bit count of bytes, then the bytes up to the NUL, which is left out. The count and the body are two
@@ -187,7 +189,8 @@ protected:
     OutputStream * downstream;
 
 private:
-    OutputStream & Put(void const * value, int size)
+    // Takes copies alone: a CryptingOutputStream changes what it is given for the length of the call.
+    OutputStream & Put(void * value, int size)
     {
         Write(static_cast<char const *>(value), size);
         return *this;

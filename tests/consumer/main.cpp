@@ -67,7 +67,7 @@ void ExceptionsCrossTheBoundary()
 void GraphsRoundTrip()
 {
     ObjectFactory factory;
-    RegisterType<Note>(factory);
+    factory.Register<Note>();
 
     Note note;
     note.text = String(TEXT("first cut"));
