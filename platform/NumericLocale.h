@@ -20,7 +20,7 @@ public:
 
 private:
     void * saved;
-    int savedMode;
+    [[maybe_unused]] int savedMode; // where the C library switches per thread by a mode
 };
 
 } // namespace kv::platform

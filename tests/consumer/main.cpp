@@ -67,7 +67,7 @@ void ExceptionsCrossTheBoundary()
 void GraphsRoundTrip()
 {
     ObjectFactory factory;
-    factory.Register<Note>();
+    RegisterType<Note>(factory);
 
     Note note;
     note.text = String(TEXT("first cut"));

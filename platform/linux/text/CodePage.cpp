@@ -262,7 +262,8 @@ bool CodePage::IsUndefined(unsigned char const * bytes, std::size_t length, WCHA
 {
     if (length == 1 && decoded >= 0xE000 && decoded <= 0xF8FF)
         return true;
-    unsigned const code = length == 1 ? bytes[0] : bytes[0] << 8u | bytes[1];
+    unsigned const lead = bytes[0];
+    unsigned const code = length == 1 ? lead : lead << 8 | bytes[1];
     return decoded == unicodeDefault && encoded[decoded] != code;
 }
 

@@ -152,9 +152,14 @@ struct Decoder
                     return;
                 }
             }
-            PutWidened(source + place);
-            written += place < 16 ? 16 - place : 0;
-            source += place < 16 ? 16 : place;
+            // A pair at the end may reach beyond the block; what follows it is another block's, and may be no one's.
+            if (place < 16)
+            {
+                PutWidened(source + place);
+                written += 16 - place;
+                place = 16;
+            }
+            source += place;
         }
         while (end - source >= 16 && (room != Room::Limited || capacity - written >= 16) && IsAsciiBlock(source))
         {

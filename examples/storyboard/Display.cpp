@@ -1,0 +1,366 @@
+#include <kvcore/examples/storyboard/Display.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include <kvcore/tools/support/Text.h>
+
+namespace Storyboard
+{
+
+namespace
+{
+
+/// A character of a text, and how many bytes it takes. What is no UTF-8 gives single bytes that are not `valid`.
+struct Decoded
+{
+    char32_t c;
+    std::size_t size;
+    bool valid;
+};
+
+Decoded DecodeFirst(std::string_view text)
+{
+    auto const byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char const lead = byte(0);
+    if (lead < 0x80)
+    {
+        return {lead, 1, true};
+    }
+    std::size_t const size = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    if (size == 0 || size > text.size())
+    {
+        return {lead, 1, false};
+    }
+    char32_t c = lead & 0xFF >> (size + 1);
+    for (std::size_t i = 1; i < size; ++i)
+    {
+        if ((byte(i) & 0xC0) != 0x80)
+        {
+            return {lead, 1, false};
+        }
+        c = c << 6 | (byte(i) & 0x3F);
+    }
+    bool const overlong = (size == 3 && c < 0x800) || (size == 4 && c < 0x10000);
+    bool const valid = !overlong && c <= 0x10FFFF && !(c >= 0xD800 && c < 0xE000);
+    return valid ? Decoded{c, size, true} : Decoded{lead, 1, false};
+}
+
+struct Span
+{
+    char32_t first;
+    char32_t last;
+};
+
+template <std::size_t count>
+bool Contains(Span const (&spans)[count], char32_t c)
+{
+    return std::any_of(spans, spans + count, [c](Span span) { return c >= span.first && c <= span.last; });
+}
+
+/// Controls, line separators, and what reorders or hides its neighbours.
+constexpr Span hostile[] = {
+    {0x80, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},   {0x180E, 0x180E}, {0x200B, 0x200F},   {0x2028, 0x202E},
+    {0x2060, 0x206F}, {0xFE00, 0xFE0F}, {0xFEFF, 0xFEFF}, {0xFFF0, 0xFFFB}, {0xE0000, 0xE0FFF},
+};
+
+/// The commonest marks that stand on the character before them.
+constexpr Span combining[] = {{0x300, 0x36F},   {0x483, 0x489},   {0x591, 0x5BD},  {0x1AB0, 0x1AFF},
+                              {0x1DC0, 0x1DFF}, {0x20D0, 0x20FF}, {0xFE20, 0xFE2F}};
+
+/// East Asian scripts and emoji, which take two columns.
+constexpr Span wide[] = {{0x1100, 0x115F},  {0x2E80, 0x303E},   {0x3041, 0xA4CF},   {0xA960, 0xA97F},
+                         {0xAC00, 0xD7A3},  {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},
+                         {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF},
+                         {0x20000, 0x3FFFD}};
+
+std::size_t CharacterWidth(char32_t c)
+{
+    return Contains(combining, c) ? 0 : Contains(wide, c) ? 2 : 1;
+}
+
+template <typename... Arguments>
+std::string Formatted(char const * format, Arguments... arguments)
+{
+    char text[128];
+    std::snprintf(text, sizeof text, format, arguments...);
+    return text;
+}
+
+void AppendPrintable(std::string & shown, std::string_view text, Decoded const & decoded)
+{
+    if (!decoded.valid || decoded.c < 0x20 || decoded.c == 0x7F)
+    {
+        switch (decoded.c)
+        {
+        case '\n':
+            shown += "\\n";
+            break;
+        case '\r':
+            shown += "\\r";
+            break;
+        case '\t':
+            shown += "\\t";
+            break;
+        default:
+            shown += Formatted("\\x%02X", static_cast<unsigned>(decoded.c));
+        }
+    }
+    else if (Contains(hostile, decoded.c))
+    {
+        shown += Formatted("\\u{%X}", static_cast<unsigned>(decoded.c));
+    }
+    else if (decoded.c == '\\')
+    {
+        shown += "\\\\";
+    }
+    else
+    {
+        shown += text.substr(0, decoded.size);
+    }
+}
+
+} // namespace
+
+std::string Printable(std::string_view text)
+{
+    std::string shown;
+    while (!text.empty())
+    {
+        Decoded const decoded = DecodeFirst(text);
+        AppendPrintable(shown, text, decoded);
+        text.remove_prefix(decoded.size);
+    }
+    return shown;
+}
+
+std::size_t DisplayWidth(std::string_view printable)
+{
+    std::size_t width = 0;
+    while (!printable.empty())
+    {
+        Decoded const decoded = DecodeFirst(printable);
+        width += CharacterWidth(decoded.c);
+        printable.remove_prefix(decoded.size);
+    }
+    return width;
+}
+
+namespace
+{
+
+/// The longest start of a text that fits into `width` columns.
+std::string_view Start(std::string_view printable, std::size_t width)
+{
+    std::size_t size = 0;
+    while (size < printable.size())
+    {
+        Decoded const decoded = DecodeFirst(printable.substr(size));
+        std::size_t const needed = CharacterWidth(decoded.c);
+        if (needed > width)
+        {
+            break;
+        }
+        width -= needed;
+        size += decoded.size;
+    }
+    return printable.substr(0, size);
+}
+
+} // namespace
+
+std::string Shortened(std::string_view printable, std::size_t width)
+{
+    if (DisplayWidth(printable) <= width)
+    {
+        return std::string(printable);
+    }
+    std::size_t const kept = width > 3 ? width - 3 : 0;
+    std::string_view end = printable;
+    // The end of a name tells more than its middle; it has the extension.
+    while (DisplayWidth(end) > kept / 2)
+    {
+        end.remove_prefix(DecodeFirst(end).size);
+    }
+    // A mark without the character that it stood on would stand on the dots.
+    while (!end.empty() && CharacterWidth(DecodeFirst(end).c) == 0)
+    {
+        end.remove_prefix(DecodeFirst(end).size);
+    }
+    return std::string(Start(printable, kept - kept / 2)) + "..." + std::string(end);
+}
+
+std::string Grouped(std::int64_t number)
+{
+    std::string digits = std::to_string(number);
+    for (std::size_t i = digits.size(); i > 3 + (number < 0 ? 1u : 0u);)
+    {
+        i -= 3;
+        digits.insert(i, 1, ',');
+    }
+    return digits;
+}
+
+std::string Plural(std::int64_t count, std::string_view noun)
+{
+    return Grouped(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
+}
+
+std::string Percent(std::int64_t part, std::int64_t whole)
+{
+    if (whole == 0)
+    {
+        return "-";
+    }
+    return Formatted("%.1f %%", 100.0 * static_cast<double>(part) / static_cast<double>(whole));
+}
+
+std::string Duration(Ticks length)
+{
+    if (length == 0)
+    {
+        return "-";
+    }
+    std::int64_t const tenths = length / (ticksPerSecond / 10) + (length % (ticksPerSecond / 10) != 0);
+    long long const seconds = tenths / 10;
+    int const tenth = static_cast<int>(tenths % 10);
+    if (seconds < 60)
+    {
+        return Formatted("%d.%d s", static_cast<int>(seconds), tenth);
+    }
+    int const second = static_cast<int>(seconds % 60);
+    int const minute = static_cast<int>(seconds / 60 % 60);
+    return seconds < 3600 ? Formatted("%d:%02d.%d", minute, second, tenth)
+                          : Formatted("%s:%02d:%02d.%d", std::to_string(seconds / 3600).c_str(), minute, second, tenth);
+}
+
+std::string Moment(Ticks moment)
+{
+    if (moment == 0)
+    {
+        return "-";
+    }
+    std::int64_t const seconds = moment / ticksPerSecond;
+    std::int64_t const day = seconds / 86400;
+    constexpr int epoch = 134774; // days from 1601-01-01 to 1970-01-01
+    // The calendar is exact for 32767 years; what lies behind that is no date of a file.
+    if (day > 11'000'000)
+    {
+        return "-";
+    }
+    std::chrono::year_month_day const date{std::chrono::sys_days{std::chrono::days{static_cast<int>(day) - epoch}}};
+    int const inDay = static_cast<int>(seconds % 86400);
+    return Formatted(
+        "%04d-%02u-%02u %02d:%02d:%02d", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+        static_cast<unsigned>(date.day()), inDay / 3600, inDay / 60 % 60, inDay % 60);
+}
+
+namespace
+{
+
+/// A number of thousandths with as many decimals as it has: "44.1", "25", "29.97".
+std::string Thousandths(std::int32_t number)
+{
+    std::string text = Formatted("%d.%03d", static_cast<int>(number / 1000), static_cast<int>(number % 1000));
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.')
+    {
+        text.pop_back();
+    }
+    return text;
+}
+
+void AppendWord(std::string & text, std::string const & word)
+{
+    text += (text.empty() ? "" : " ") + word;
+}
+
+} // namespace
+
+std::string Describe(Format const & format)
+{
+    static constexpr char const * kindNames[Format::kinds] = {"", "picture", "film", "sound", "text"};
+    std::string text = Printable(format.encoding);
+    if (text.empty() || format.kind == Format::Kind::Text)
+    {
+        AppendWord(text, kindNames[static_cast<int>(format.kind)]);
+    }
+    if (format.width != 0 || format.height != 0)
+    {
+        AppendWord(text, std::to_string(format.width) + " x " + std::to_string(format.height));
+    }
+    if (format.rate != 0)
+    {
+        AppendWord(text, Thousandths(format.rate) + (format.kind == Format::Kind::Film ? " fps" : " kHz"));
+    }
+    if (format.channels != 0)
+    {
+        AppendWord(
+            text,
+            format.channels == 1       ? "mono"
+                : format.channels == 2 ? "stereo"
+                                       : std::to_string(format.channels) + " channels");
+    }
+    return text.empty() ? "-" : text;
+}
+
+std::string Describe(Transition const & transition)
+{
+    return transition.kind == Transition::Kind::Cut ? "cut" : "fade " + Duration(transition.length);
+}
+
+Table::Table(std::vector<Column> tableColumns, std::size_t givingWay)
+    : columns(std::move(tableColumns)), flexible(givingWay)
+{
+}
+
+void Table::Add(std::vector<std::string> cells)
+{
+    rows.push_back(std::move(cells));
+}
+
+void Table::Print(OutputStream & output, std::size_t width) const
+{
+    constexpr std::size_t indent = 2;
+    constexpr std::size_t gap = 2;
+    std::vector<std::size_t> widths;
+    std::size_t total = indent - gap;
+    for (std::size_t i = 0; i < columns.size(); ++i)
+    {
+        widths.push_back(columns[i].heading.size());
+        for (auto const & row : rows)
+        {
+            widths[i] = std::max(widths[i], DisplayWidth(row[i]));
+        }
+        total += gap + widths[i];
+    }
+    if (width != 0 && total > width)
+    {
+        std::size_t const excess = total - width;
+        constexpr std::size_t least = 12;
+        std::size_t & own = widths[flexible];
+        own = std::max(std::min(own, least), own > excess ? own - excess : 0);
+    }
+
+    auto const printRow = [&](auto const & cell)
+    {
+        std::string line(indent - gap, ' ');
+        for (std::size_t i = 0; i < columns.size(); ++i)
+        {
+            std::string const text = Shortened(cell(i), widths[i]);
+            std::string const padding(widths[i] - DisplayWidth(text), ' ');
+            line += std::string(gap, ' ');
+            line += columns[i].align == Column::Align::Right ? padding + text : text + padding;
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        kv::tools::PrintLine(output, line);
+    };
+    printRow([&](std::size_t i) { return columns[i].heading; });
+    for (auto const & row : rows)
+    {
+        printRow([&](std::size_t i) { return row[i]; });
+    }
+}
+
+} // namespace Storyboard

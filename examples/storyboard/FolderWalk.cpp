@@ -1,0 +1,244 @@
+#include <kvcore/examples/storyboard/FolderWalk.h>
+
+#include <algorithm>
+#include <string_view>
+#include <system_error>
+#include <type_traits>
+
+#include <kvcore/examples/storyboard/Failure.h>
+
+namespace Storyboard
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+void AppendUtf8(std::string & text, char32_t c)
+{
+    if (c < 0x80)
+    {
+        text += static_cast<char>(c);
+        return;
+    }
+    int const following = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    char32_t const lead = following == 1 ? 0xC0 : following == 2 ? 0xE0 : 0xF0;
+    text += static_cast<char>(lead | c >> 6 * following);
+    for (int i = following - 1; i >= 0; --i)
+    {
+        text += static_cast<char>(0x80 | (c >> 6 * i & 0x3F));
+    }
+}
+
+template <typename Unit>
+std::string FromNative(std::basic_string<Unit> const & native)
+{
+    if constexpr (sizeof(Unit) == 1)
+    {
+        return native;
+    }
+    else
+    {
+        std::string text;
+        for (std::size_t i = 0; i < native.size(); ++i)
+        {
+            char32_t c = static_cast<char16_t>(native[i]);
+            char32_t const next = i + 1 < native.size() ? static_cast<char16_t>(native[i + 1]) : 0;
+            if (c >= 0xD800 && c < 0xDC00 && next >= 0xDC00 && next < 0xE000)
+            {
+                c = 0x10000 + ((c - 0xD800) << 10) + (next - 0xDC00);
+                ++i;
+            }
+            AppendUtf8(text, c);
+        }
+        return text;
+    }
+}
+
+template <typename Unit>
+std::basic_string<Unit> ToNative(std::string const & text)
+{
+    if constexpr (sizeof(Unit) == 1)
+    {
+        return text;
+    }
+    else
+    {
+        std::basic_string<Unit> native;
+        for (std::size_t i = 0; i < text.size();)
+        {
+            unsigned char const lead = static_cast<unsigned char>(text[i++]);
+            int following = lead < 0xC0 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+            char32_t c = following == 0 ? lead : lead & 0x3F >> following;
+            for (; following > 0 && i < text.size() && (text[i] & 0xC0) == 0x80; --following)
+            {
+                c = c << 6 | (static_cast<unsigned char>(text[i++]) & 0x3F);
+            }
+            if (c >= 0x10000)
+            {
+                native += static_cast<Unit>(0xD800 + ((c - 0x10000) >> 10 & 0x3FF));
+                c = 0xDC00 + (c & 0x3FF);
+            }
+            native += static_cast<Unit>(c);
+        }
+        return native;
+    }
+}
+
+} // namespace
+
+std::string StoredName(fs::path const & name)
+{
+    return FromNative(name.native());
+}
+
+fs::path NativePath(std::string const & stored)
+{
+    return ToNative<fs::path::value_type>(stored);
+}
+
+namespace
+{
+
+/// One walk: the folders that are still to be visited, and what was found so far.
+class Walk
+{
+public:
+    Walk(fs::path const & folder, std::vector<fs::path> const & except)
+        : root(fs::canonical(folder)), exceptions(except)
+    {
+    }
+
+    FolderContent Run()
+    {
+        // The root's failure is the caller's; below, a folder that cannot be read is one thing less in the project.
+        std::vector<Entry> pending = List({}, fs::directory_iterator(root));
+        std::reverse(pending.begin(), pending.end());
+        while (!pending.empty())
+        {
+            Entry const entry = pending.back();
+            pending.pop_back();
+            std::vector<Entry> const below = Visit(entry);
+            pending.insert(pending.end(), below.rbegin(), below.rend());
+        }
+        return std::move(content);
+    }
+
+private:
+    using Why = LeftOut::Why;
+
+    struct Entry
+    {
+        std::string path;
+        fs::path native;
+        bool folder;
+    };
+
+    /// The entries of a folder, its files before its folders, so that a folder's files stand together.
+    static std::vector<Entry> List(std::string const & path, fs::directory_iterator position)
+    {
+        std::vector<Entry> entries;
+        for (fs::directory_entry const & found : position)
+        {
+            std::error_code error;
+            bool const isFolder = fs::is_directory(found.symlink_status(error));
+            std::string const name = StoredName(found.path().filename());
+            entries.push_back({path.empty() ? name : path + '/' + name, found.path(), isFolder});
+        }
+        std::sort(
+            entries.begin(), entries.end(),
+            [](Entry const & a, Entry const & b) { return a.folder != b.folder ? b.folder : a.path < b.path; });
+        return entries;
+    }
+
+    void LeaveOut(Entry const & entry, LeftOut::Why why, std::string reason)
+    {
+        content.leftOut.push_back({entry.path, why, std::move(reason)});
+    }
+
+    /// Takes a file, or returns what stands in a folder.
+    std::vector<Entry> Visit(Entry const & entry)
+    {
+        try
+        {
+            if (entry.folder)
+            {
+                return List(entry.path, fs::directory_iterator(entry.native));
+            }
+            Take(entry);
+        }
+        catch (fs::filesystem_error const & failure)
+        {
+            LeaveOut(entry, Why::Unreadable, failure.code().message());
+        }
+        return {};
+    }
+
+    void Take(Entry const & entry)
+    {
+        fs::file_status status = fs::symlink_status(entry.native);
+        if (fs::is_symlink(status))
+        {
+            status = fs::status(entry.native);
+            if (!fs::exists(status))
+            {
+                return LeaveOut(entry, Why::NoTarget, "a link to nothing");
+            }
+            if (fs::is_directory(status))
+            {
+                return LeaveOut(entry, Why::NoSource, "a link to a folder");
+            }
+            if (!LeadsInside(entry.native))
+            {
+                return LeaveOut(entry, Why::NoSource, "a link out of the folder");
+            }
+        }
+        if (!fs::is_regular_file(status))
+        {
+            return LeaveOut(entry, Why::NoSource, "no regular file");
+        }
+        if (IsException(entry.native))
+        {
+            return LeaveOut(entry, Why::NoSource, "the project file itself");
+        }
+        content.files.push_back({entry.path, entry.native, static_cast<std::int64_t>(fs::file_size(entry.native))});
+    }
+
+    bool LeadsInside(fs::path const & link) const
+    {
+        fs::path const target = fs::canonical(link);
+        return std::mismatch(root.begin(), root.end(), target.begin(), target.end()).first == root.end();
+    }
+
+    bool IsException(fs::path const & file) const
+    {
+        return std::any_of(
+            exceptions.begin(), exceptions.end(),
+            [&](fs::path const & exception)
+            {
+                std::error_code error;
+                return fs::equivalent(file, exception, error);
+            });
+    }
+
+    fs::path const root;
+    std::vector<fs::path> const & exceptions;
+    FolderContent content;
+};
+
+} // namespace
+
+FolderContent WalkFolder(fs::path const & folder, std::vector<fs::path> const & except)
+{
+    try
+    {
+        return Walk(folder, except).Run();
+    }
+    catch (fs::filesystem_error const & failure)
+    {
+        throw SystemFailure("cannot read the folder", folder, failure.code().message());
+    }
+}
+
+} // namespace Storyboard

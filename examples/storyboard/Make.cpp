@@ -1,0 +1,237 @@
+#include <kvcore/examples/storyboard/Commands.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <utility>
+
+#include <kvcore/examples/storyboard/Display.h>
+#include <kvcore/examples/storyboard/FolderWalk.h>
+#include <kvcore/examples/storyboard/FormatProbe.h>
+#include <kvcore/examples/storyboard/ProjectFile.h>
+#include <kvcore/examples/storyboard/SourceReader.h>
+#include <kvcore/tools/support/Text.h>
+
+namespace Storyboard
+{
+
+namespace fs = std::filesystem;
+using Kind = Format::Kind;
+
+namespace
+{
+
+constexpr Ticks stillLength = 5 * ticksPerSecond; // how long a picture is shown
+constexpr Ticks fadeLength = ticksPerSecond;
+
+Ticks ModificationTime(fs::path const & file)
+{
+    std::error_code error;
+    fs::file_time_type const time = fs::last_write_time(file, error);
+    if (error)
+    {
+        return 0;
+    }
+    using TickDuration = std::chrono::duration<Ticks, std::ratio<1, ticksPerSecond>>;
+    constexpr Ticks epoch = 116'444'736'000'000'000; // 1970-01-01
+    auto const since1970 = fs::file_time_type::clock::to_sys(time).time_since_epoch();
+    return std::max<Ticks>(0, epoch + std::chrono::floor<TickDuration>(since1970).count());
+}
+
+/// Builds the project while the sources are read.
+class Builder
+{
+public:
+    explicit Builder(std::string const & title) : project(Ptr<Project>::Make())
+    {
+        project->title = String::FromUtf8(title);
+    }
+
+    void Add(FoundFile const & file, SourceContent const & content)
+    {
+        ProbeResult const probed = ProbeFormat(content.head, file.path, content.size);
+        Ptr<Clip> const clip = Ptr<Clip>::Make();
+        clip->path = file.path;
+        clip->format = probed.format;
+        clip->range.length = probed.length;
+        clip->media = MediaFor(file, content);
+        if (probed.format.kind == Kind::Picture)
+        {
+            clip->range.length = stillLength;
+            clip->transition.kind = Transition::Kind::Fade;
+            clip->transition.length = fadeLength;
+        }
+        FolderBinFor(file).clips.push_back(clip);
+        collections[probed.format.kind].push_back(clip);
+    }
+
+    Ptr<Project> Finish()
+    {
+        static constexpr std::pair<Kind, char const *> names[] = {
+            {Kind::Picture, "All pictures"}, {Kind::Film, "All films"},   {Kind::Sound, "All sounds"},
+            {Kind::Text, "All texts"},       {Kind::Other, "All others"},
+        };
+        for (auto const & [kind, name] : names)
+        {
+            if (!collections[kind].empty())
+            {
+                Ptr<Bin> const bin = Ptr<Bin>::Make();
+                bin->kind = Bin::Kind::Collection;
+                bin->name = name;
+                bin->clips = std::move(collections[kind]);
+                project->bins.push_back(bin);
+            }
+        }
+        return project;
+    }
+
+private:
+    /// Files with equal content are one source.
+    Ptr<Media> MediaFor(FoundFile const & file, SourceContent const & content)
+    {
+        Ptr<Media> & media = sources[{content.sum.HexString(), content.size}];
+        if (!media)
+        {
+            media = Ptr<Media>::Make();
+            media->path = file.path;
+            media->size = content.size;
+            media->sum = content.sum;
+            media->modified = ModificationTime(file.native);
+        }
+        return media;
+    }
+
+    /// A folder's files come one after the other.
+    Bin & FolderBinFor(FoundFile const & file)
+    {
+        std::size_t const slash = file.path.rfind('/');
+        std::string const folder = slash == std::string::npos ? "." : file.path.substr(0, slash);
+        if (project->bins.empty() || project->bins.back()->name != folder)
+        {
+            Ptr<Bin> const bin = Ptr<Bin>::Make();
+            bin->name = folder;
+            project->bins.push_back(bin);
+        }
+        return *project->bins.back();
+    }
+
+    Ptr<Project> project;
+    std::map<std::pair<std::string, std::int64_t>, Ptr<Media>> sources;
+    std::map<Kind, std::vector<Ptr<Clip>>> collections;
+};
+
+std::int64_t TotalSize(std::vector<FoundFile> const & files)
+{
+    std::int64_t total = 0;
+    for (FoundFile const & file : files)
+    {
+        total += file.size;
+    }
+    return total;
+}
+
+std::string Title(fs::path const & folder)
+{
+    fs::path const whole = fs::canonical(folder);
+    return StoredName(whole.has_filename() ? whole.filename() : whole);
+}
+
+void SayUnread(Progress & progress, std::string const & path, std::string const & reason)
+{
+    progress.Say("storyboard: " + Printable(path) + ": cannot be read: " + reason);
+}
+
+/// What a folder has that a project cannot hold: counted by reason, and the failures said one by one.
+struct Losses
+{
+    std::int64_t unread = 0;
+    std::map<std::string, std::int64_t> others;
+};
+
+Losses CountLosses(std::vector<LeftOut> const & leftOut, Progress & progress)
+{
+    Losses losses;
+    for (LeftOut const & one : leftOut)
+    {
+        if (one.why == LeftOut::Why::NoSource)
+        {
+            ++losses.others[one.reason];
+        }
+        else
+        {
+            ++losses.unread;
+            SayUnread(progress, one.path, one.reason);
+        }
+    }
+    return losses;
+}
+
+/// Reads all files into a project. A file that cannot be read is said and counted.
+Ptr<Project> Build(fs::path const & folder, std::vector<FoundFile> const & files, Progress & progress, Losses & losses)
+{
+    Builder builder(Title(folder));
+    progress.Begin("Reading", static_cast<std::int64_t>(files.size()), TotalSize(files));
+    for (FoundFile const & file : files)
+    {
+        progress.NextFile(file.path);
+        try
+        {
+            builder.Add(file, ReadSource(file, [&](int size) { progress.Advance(size); }));
+        }
+        catch (StreamBase::Exception const & failure)
+        {
+            ++losses.unread;
+            SayUnread(progress, file.path, failure.text.Utf8());
+        }
+    }
+    progress.End();
+    return builder.Finish();
+}
+
+void PrintSummary(OutputStream & output, Project const & project, ProjectSizes const & sizes, Losses const & losses)
+{
+    ProjectCount const count = Count(project);
+    kv::tools::PrintLine(
+        output,
+        "Made a project of " + Plural(count.clips, "file") + " in " + Plural(count.folders, "folder") + ": " +
+            Plural(count.sources, "source") + " of different content, " + kv::tools::HumanSize(count.size) + ".");
+    kv::tools::PrintLine(
+        output,
+        "It takes " + Plural(sizes.file, "byte") + "; as a plain graph of objects, " + Plural(sizes.graph, "byte") +
+            ".");
+    for (auto const & [reason, number] : losses.others)
+    {
+        kv::tools::PrintLine(output, "Left out: " + Grouped(number) + ", " + reason + ".");
+    }
+    if (losses.unread != 0)
+    {
+        kv::tools::PrintLine(output, "Could not be read: " + Grouped(losses.unread) + ", named above.");
+    }
+}
+
+} // namespace
+
+int Make(Context const & context, fs::path const & folder, fs::path const & file)
+{
+    CheckSaveTarget(file);
+    Progress progress(context.console.error, context.screen, context.loudness);
+    FolderContent const content = WalkFolder(folder, {file});
+    if (content.files.size() > ProjectInputStream::maxClips)
+    {
+        progress.Say(
+            "storyboard: " + Plural(static_cast<std::int64_t>(content.files.size()), "file") +
+            " are too many for one project, which holds " + Grouped(ProjectInputStream::maxClips) +
+            "; make several projects of the folders in it");
+        return kv::tools::ExitFailed;
+    }
+    Losses losses = CountLosses(content.leftOut, progress);
+    Ptr<Project> const project = Build(folder, content.files, progress, losses);
+    ProjectSizes const sizes = SaveProject(*project, file);
+    if (context.loudness != Progress::Loudness::Quiet)
+    {
+        PrintSummary(context.console.output, *project, sizes, losses);
+    }
+    return losses.unread == 0 ? int(kv::tools::ExitOk) : int(ExitIncomplete);
+}
+
+} // namespace Storyboard

@@ -1,0 +1,241 @@
+#include <kvcore/examples/storyboard/ProjectFile.h>
+
+#include <random>
+#include <system_error>
+
+#include <kvcore/examples/storyboard/Failure.h>
+#include <kvcore/examples/storyboard/FolderWalk.h>
+#include <kvcore/streams/CRC.h>
+#include <kvcore/streams/Compressing.h>
+#include <kvcore/tools/support/CountingStreams.h>
+#include <kvcore/tools/support/StdioStreams.h>
+
+namespace Storyboard
+{
+
+namespace fs = std::filesystem;
+using kv::tools::CountingInputStream;
+using kv::tools::CountingOutputStream;
+
+ProjectSizes WriteProject(Project const & project, OutputStream & target)
+{
+    ProjectSizes sizes;
+    CountingOutputStream file(target);
+    {
+        CRCOutputStream checksummed(file);
+        CountingOutputStream compressed(checksummed);
+        {
+            CompressingStream compressing(compressed, -1);
+            CountingOutputStream plain(compressing);
+            SerializingOutputStream graph(ProjectFactory(), plain);
+            graph.Write(project);
+            sizes.graph = static_cast<std::int64_t>(plain.Count());
+        }
+        sizes.compressed = static_cast<std::int64_t>(compressed.Count());
+    }
+    sizes.file = static_cast<std::int64_t>(file.Count());
+    return sizes;
+}
+
+namespace
+{
+
+[[noreturn]] void FailBehindTheEnd()
+{
+    throw StreamBase::Exception{3, TEXT("Data behind the end of project")};
+}
+
+/// Reads the compressed data's own end. The graph does not tell where it lies: a reader must ask for one byte too many.
+void ExpectCompressedEnd(DecompressingStream & compressed)
+{
+    try
+    {
+        char excess;
+        compressed.Read(&excess, 1);
+    }
+    catch (StreamBase::Exception const & failure)
+    {
+        // zlib's word for a good end, after the sum of all data was compared.
+        if (failure.code == 2 && failure.text == TEXT("stream end"))
+        {
+            return;
+        }
+        throw;
+    }
+    FailBehindTheEnd();
+}
+
+/// The blocks and the file must end where the compressed data do.
+void ExpectFileEnd(kv::tools::SourceStream & file, CRCInputStream & blocks)
+{
+    char excess;
+    if (file.ReadSome(&excess, 1) != 0)
+    {
+        FailBehindTheEnd();
+    }
+    try
+    {
+        blocks.Read(&excess, 1);
+    }
+    catch (StreamBase::Exception const &)
+    {
+        return; // with the file at its end, only a block's own rest could have been delivered
+    }
+    FailBehindTheEnd();
+}
+
+} // namespace
+
+LoadedProject ReadProject(kv::tools::SourceStream & source, IObjectFactory const & factory)
+{
+    LoadedProject loaded;
+    CountingInputStream file(source);
+    CRCInputStream checked(file);
+    CountingInputStream compressed(checked);
+    DecompressingStream decompressing(compressed);
+    CountingInputStream plain(decompressing);
+    ProjectInputStream graph(factory, plain);
+
+    loaded.project = Ptr<Project>::Make();
+    graph.Read(*loaded.project);
+    ExpectCompressedEnd(decompressing);
+    ExpectFileEnd(source, checked);
+
+    loaded.sharing = graph.Statistics();
+    loaded.sizes.graph = static_cast<std::int64_t>(plain.Count());
+    loaded.sizes.compressed = static_cast<std::int64_t>(compressed.Count());
+    loaded.sizes.file = static_cast<std::int64_t>(file.Count());
+    return loaded;
+}
+
+namespace
+{
+
+/// A name beside the file that nobody has: what stands there under such a name is ours.
+fs::path TemporaryBeside(fs::path const & file)
+{
+    std::random_device random;
+    for (;;)
+    {
+        fs::path temporary = file;
+        temporary += '.' + std::to_string(random()) + ".tmp";
+        if (!fs::exists(fs::symlink_status(temporary)))
+        {
+            return temporary;
+        }
+    }
+}
+
+/// Removes the file unless it was released.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(fs::path filePath) : path(std::move(filePath)) {}
+    ~TemporaryFile()
+    {
+        std::error_code error;
+        if (!released)
+        {
+            fs::remove(path, error);
+        }
+    }
+    TemporaryFile(TemporaryFile const &) = delete;
+    TemporaryFile & operator=(TemporaryFile const &) = delete;
+
+    void MoveTo(fs::path const & target)
+    {
+        fs::rename(path, target);
+        released = true;
+    }
+
+private:
+    fs::path const path;
+    bool released = false;
+};
+
+/// The file that a link leads to: the link is not to be replaced by a file.
+fs::path Resolved(fs::path const & file)
+{
+    return fs::is_symlink(fs::symlink_status(file)) ? fs::weakly_canonical(file) : file;
+}
+
+} // namespace
+
+void CheckSaveTarget(fs::path const & file)
+{
+    std::error_code error;
+    fs::path const target = Resolved(file);
+    fs::file_status const status = fs::status(target, error);
+    if (fs::exists(status) && !fs::is_regular_file(status))
+    {
+        // A device must not be replaced by a file either.
+        throw SystemFailure("cannot make", file, "there is something else of this name that is no regular file");
+    }
+    fs::path const folder = fs::absolute(target).parent_path();
+    if (!fs::is_directory(folder, error))
+    {
+        throw SystemFailure("cannot make", file, "its folder does not exist; make that first");
+    }
+}
+
+ProjectSizes SaveProject(Project const & project, fs::path const & file)
+{
+    CheckSaveTarget(file);
+    fs::path const target = Resolved(file);
+    fs::path const temporary = TemporaryBeside(target);
+    TemporaryFile remover(temporary); // the stream is closed before its file is moved or removed
+    try
+    {
+        kv::tools::StdioOutputStream stream(StoredName(temporary));
+        ProjectSizes const sizes = WriteProject(project, stream);
+        stream.Close();
+        remover.MoveTo(target);
+        return sizes;
+    }
+    catch (StreamBase::Exception const & failure)
+    {
+        throw SystemFailure("cannot write", temporary, failure.text.Utf8());
+    }
+    catch (fs::filesystem_error const & failure)
+    {
+        throw SystemFailure("cannot replace", target, failure.code().message());
+    }
+}
+
+namespace
+{
+
+/// What a user can make of a failure.
+std::string Hint(StreamBase::Exception const & failure)
+{
+    if (failure.code == 6)
+    {
+        return "; it was made by a newer version of this program";
+    }
+    return failure.text == TEXT("Illegal CRC block size") ? "; is it a project that storyboard made?" : "";
+}
+
+} // namespace
+
+LoadedProject LoadProject(fs::path const & file)
+{
+    try
+    {
+        kv::tools::StdioInputStream stream(StoredName(file));
+        return ReadProject(stream);
+    }
+    catch (StreamBase::Exception const & failure)
+    {
+        constexpr int fileError = 1;
+        if (failure.code == fileError)
+        {
+            throw SystemFailure("cannot read", file, failure.text.Utf8());
+        }
+        throw Failure{
+            kv::tools::ExitDamaged,
+            Printable(StoredName(file)) + " is damaged: " + failure.text.Utf8() + " (code " +
+                std::to_string(failure.code) + ")" + Hint(failure)};
+    }
+}
+
+} // namespace Storyboard
