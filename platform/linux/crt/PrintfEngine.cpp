@@ -155,10 +155,9 @@ enum class Size
     Default,
     Short, // h: 16 bits, narrow text
     Long,  // l, w: 32 bits, wide text
-    Quad,  // ll, I64 and the sizes of pointers: 64 bits
 };
 
-/// A conversion's flags, width, precision and size.
+/// A conversion's flags, width, precision and sizes.
 struct Conversion
 {
     bool left = false;
@@ -169,6 +168,8 @@ struct Conversion
     std::uint32_t width = 0;
     int precision = -1;
     Size size = Size::Default;
+    /// ll, I64 and the sizes of pointers: integers have 64 bits, whatever the size.
+    bool quad = false;
 };
 
 /// Reads a decimal number; one that is too large to mean anything becomes the largest.
@@ -244,63 +245,57 @@ bool IsIntegerConversion(WCHAR letter)
     return letter != 0 && std::u16string_view(u"diouxX").find(letter) != std::u16string_view::npos;
 }
 
-/// The sizes, of which any number may stand there; the last one counts.
+/// The I sizes: I64, I32, and a bare I for the size of a pointer. False if it is none of them.
+bool ParseISize(WCHAR const *& format, Conversion & conversion)
+{
+    if (format[1] == u'6' && format[2] == u'4')
+    {
+        conversion.quad = true;
+        format += 2;
+        return true;
+    }
+    if (format[1] == u'3' && format[2] == u'2')
+    {
+        format += 2;
+        return true;
+    }
+    conversion.quad = conversion.quad || IsIntegerConversion(format[1]);
+    return IsIntegerConversion(format[1]);
+}
+
+/// The sizes, of which any number may stand there. L and the old far and near pointers of F and N mean nothing.
 template <typename Arguments>
 void ParseSize(WCHAR const *& format, Conversion & conversion)
 {
     for (;; ++format)
     {
-        switch (*format)
+        WCHAR const letter = *format;
+        if (letter == u'l' && format[1] == u'l')
         {
-        case u'h':
-            conversion.size = Size::Short;
-            break;
-        case u'l':
-            conversion.size = format[1] == u'l' ? Size::Quad : Size::Long;
-            format += format[1] == u'l' ? 1 : 0;
-            break;
-        case u'w':
-        case u'L':
+            conversion.quad = true;
+            ++format;
+        }
+        else if (letter == u'l' || letter == u'w')
+        {
             conversion.size = Size::Long;
-            break;
-        case u'F':
-            break;
-        case u'N':
-            if (Arguments::isMessage)
+        }
+        else if (letter == u'h')
+        {
+            conversion.size = Size::Short;
+        }
+        else if (letter == u'j' || ((letter == u'z' || letter == u't') && IsIntegerConversion(format[1])))
+        {
+            conversion.quad = true;
+        }
+        else if (letter == u'I')
+        {
+            if (!ParseISize(format, conversion))
             {
                 return;
             }
-            break;
-        case u'z':
-        case u't':
-        case u'j':
-            if (!IsIntegerConversion(format[1]))
-            {
-                return;
-            }
-            conversion.size = Size::Quad;
-            break;
-        case u'I':
-            if (format[1] == u'6' && format[2] == u'4')
-            {
-                conversion.size = Size::Quad;
-                format += 2;
-            }
-            else if (format[1] == u'3' && format[2] == u'2')
-            {
-                conversion.size = Size::Long;
-                format += 2;
-            }
-            else if (IsIntegerConversion(format[1]))
-            {
-                conversion.size = Size::Quad;
-            }
-            else
-            {
-                return;
-            }
-            break;
-        default:
+        }
+        else if (letter != u'L' && letter != u'F' && (letter != u'N' || Arguments::isMessage))
+        {
             return;
         }
     }
@@ -406,17 +401,15 @@ template <typename Arguments>
 void PrintSigned(Output & output, Conversion const & conversion, Arguments & arguments)
 {
     std::int64_t value = 0;
-    switch (conversion.size)
+    if (conversion.quad)
     {
-    case Size::Short:
-        value = static_cast<std::int16_t>(arguments.Next32());
-        break;
-    case Size::Quad:
         value = static_cast<std::int64_t>(arguments.Next64());
-        break;
-    default:
-        value = static_cast<std::int32_t>(arguments.Next32());
-        break;
+    }
+    else
+    {
+        // An argument of 32 bits, whatever the language's own long is.
+        std::uint32_t const word = arguments.Next32();
+        value = conversion.size == Size::Short ? static_cast<std::int16_t>(word) : static_cast<std::int32_t>(word);
     }
     std::uint64_t const bits = static_cast<std::uint64_t>(value);
     WCHAR digits[20];
@@ -431,17 +424,14 @@ template <typename Arguments>
 void PrintUnsigned(Output & output, Conversion const & conversion, Arguments & arguments, WCHAR letter)
 {
     std::uint64_t value = 0;
-    switch (conversion.size)
+    if (conversion.quad)
     {
-    case Size::Short:
-        value = static_cast<std::uint16_t>(arguments.Next32());
-        break;
-    case Size::Quad:
         value = arguments.Next64();
-        break;
-    default:
-        value = arguments.Next32();
-        break;
+    }
+    else
+    {
+        std::uint32_t const word = arguments.Next32();
+        value = conversion.size == Size::Short ? static_cast<std::uint16_t>(word) : word;
     }
     unsigned const radix = letter == u'u' ? 10 : letter == u'o' ? 8 : 16;
     WCHAR digits[24];
