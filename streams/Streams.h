@@ -76,7 +76,8 @@ class KVCORE_API OutputStream : public StreamBase
 public:
     /// Chains this stream onto `newDownstream`, or makes it the end of a chain when that is null.
     explicit OutputStream(OutputStream * newDownstream);
-    /// Copies both pointers and leaves the neighbours as they are: they go on knowing `other` alone.
+    /// Kept: copies both pointers and leaves the neighbours as they are: they go on knowing `other` alone. When either
+    /// of the two is destroyed, it unhooks the neighbours, so the other must not outlive them.
     OutputStream(OutputStream const & other);
     OutputStream & operator=(OutputStream const &) = delete;
     /// Unhooks this stream from both neighbours. They are not hooked to each other.

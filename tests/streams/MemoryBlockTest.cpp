@@ -1,5 +1,6 @@
 #include <kvcore/streams/MemoryBlock.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -20,6 +21,11 @@ namespace
 {
 
 char const * Data(MemoryBlock const & block)
+{
+    return block;
+}
+
+char * WritableData(MemoryBlock & block)
 {
     return block;
 }
@@ -246,7 +252,7 @@ TEST(StringMemory, AStringTakesHalfTheSizeInElements)
     {
         SCOPED_TRACE(row.size);
         MemoryArray<WCHAR> array(row.size);
-        std::memcpy(static_cast<char *>(static_cast<MemoryBlock &>(array)), TEXT("abc"), std::size_t(row.size));
+        std::copy_n(reinterpret_cast<char const *>(TEXT("abc")), row.size, WritableData(array));
         EXPECT_EQ(String(array), String(row.text));
         String text(TEXT("before"));
         String const & result = (text = array);

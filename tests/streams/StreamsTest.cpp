@@ -444,18 +444,20 @@ TEST(StreamChains, ACopyKnowsTheNeighboursButTheyDoNotKnowIt)
 {
     std::string log;
     Link end(nullptr, "", log);
-    Link middle(&end, "", log);
-    Link head(&middle, "", log);
+    auto middle = std::make_unique<Link>(&end, "", log);
+    Link head(middle.get(), "", log);
     {
-        Link copy(middle);
+        Link copy(*middle);
         EXPECT_EQ(copy.Upstream(), &head);
         EXPECT_EQ(copy.Downstream(), &end);
-        EXPECT_EQ(head.Downstream(), &middle);
-        EXPECT_EQ(end.Upstream(), &middle);
+        EXPECT_EQ(head.Downstream(), middle.get());
+        EXPECT_EQ(end.Upstream(), middle.get());
     }
     // The copy's destructor unhooks what it finds, like any other.
     EXPECT_EQ(head.Downstream(), nullptr);
     EXPECT_EQ(end.Upstream(), nullptr);
+    // The head no longer tells the middle of its end, so the middle has to go first.
+    middle.reset();
 }
 
 TEST(StreamChains, AnInputStreamStoresItsSourceAndSoDoesItsCopy)
