@@ -123,7 +123,7 @@ void CompressingStream::InternalFlush(bool finish)
         {
             ThrowZlibFailure(zstream->msg, result);
         }
-        // Kept: there is always a write, also one of no bytes, as the streams below have always seen it.
+        // Unlike Write, not only if something was produced: a flush point and an end always give bytes.
         downstream->Write(buffer, static_cast<int>(sizeof buffer - zstream->avail_out));
     } while (!(finish && result == Z_STREAM_END) && zstream->avail_out == 0);
     pending = false;

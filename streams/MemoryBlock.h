@@ -54,7 +54,8 @@ private:
     int bytes;
 };
 
-/// A MemoryBlock seen as an array of T, which must be a trivial type. It adds no data: its size stays in bytes.
+/// A MemoryBlock seen as an array of T, which must be a trivial type. It adds no data. Kept: its size stays in bytes,
+/// in its constructors and in size(), as callers that share it with C code count.
 template <typename T>
 class MemoryArray : public MemoryBlock
 {

@@ -80,7 +80,8 @@ public:
     /// of the two is destroyed, it unhooks the neighbours, so the other must not outlive them.
     OutputStream(OutputStream const & other);
     OutputStream & operator=(OutputStream const &) = delete;
-    /// Unhooks this stream from both neighbours. They are not hooked to each other.
+    /// Unhooks this stream from both neighbours. They are not hooked to each other. Kept: the downstream neighbour is
+    /// then without an upstream, also if another stream has been chained onto it since.
     ~OutputStream() noexcept(false) override;
 
     /// Writes `size` bytes at `data`. A negative size writes nothing.
@@ -130,8 +131,8 @@ public:
     {
         return Put(&value, 4);
     }
-    /// Four bytes on every target, also where `long` is wider in memory: then its low 32 bits go out, and a value that
-    /// needs more is cut off. Use _strm64 for 64-bit values; `std::int64_t` is a `long` on some targets.
+    /// Kept: four bytes on every target, also where `long` is wider in memory. Then its low 32 bits go out, and a value
+    /// that needs more is cut off. Use _strm64 for 64-bit values; `std::int64_t` is a `long` on some targets.
     OutputStream & operator<<(long value)
     {
         return *this << static_cast<int>(value);
@@ -165,9 +166,9 @@ public:
         return Put(&copy, 16);
     }
 
-    /// The 32-bit count of bytes, then the bytes up to the NUL, which is left out. The count and the body are two
-    /// writes, also for an empty text. A text of more than 2^31 - 1 bytes throws code 3, "Invalid string length",
-    /// before anything is written.
+    /// The 32-bit count of bytes, then the bytes up to the NUL, which is left out. Kept: the count and the body are two
+    /// writes, also for an empty text, whose body is a write of no bytes. A text of more than 2^31 - 1 bytes throws
+    /// code 3, "Invalid string length", before anything is written.
     OutputStream & operator<<(char const * text);
     /// As `char const *`, with embedded NULs.
     OutputStream & operator<<(std::string const & text);

@@ -440,6 +440,18 @@ TEST(StreamChains, ADestroyedMiddleLeavesItsNeighboursUnhooked)
     EXPECT_EQ(log, "end");
 }
 
+TEST(StreamChains, ADestroyedStreamUnhooksItsTargetFromWhateverWritesIntoIt)
+{
+    std::string log;
+    Link end(nullptr, "end", log);
+    auto first = std::make_unique<Link>(&end, "first", log);
+    Link second(&end, "second", log);
+    EXPECT_EQ(end.Upstream(), &second);
+    first.reset();
+    EXPECT_EQ(end.Upstream(), nullptr);
+    EXPECT_EQ(second.Downstream(), &end);
+}
+
 TEST(StreamChains, ACopyKnowsTheNeighboursButTheyDoNotKnowIt)
 {
     std::string log;
