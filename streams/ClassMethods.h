@@ -23,7 +23,7 @@
 /// The object of class T behind `object`; null if it is of another class or null. `T` may be the object's own class or
 /// a base of it.
 template <typename T>
-T * ObjectCast(IUnknown * object)
+inline T * ObjectCast(IUnknown * object)
 {
     if (object == nullptr)
     {
@@ -32,7 +32,11 @@ T * ObjectCast(IUnknown * object)
     // IUnknown is a virtual base, so a downcast has to search the class's bases, which costs more than all the rest of
     // copying a small object. An object that is exactly a T is found by the address of the whole object.
     IUnknown & known = *object;
-    return typeid(known) == typeid(T) ? static_cast<T *>(dynamic_cast<void *>(object)) : dynamic_cast<T *>(object);
+    if (&typeid(known) == &typeid(T) || typeid(known) == typeid(T))
+    {
+        return static_cast<T *>(dynamic_cast<void *>(object));
+    }
+    return dynamic_cast<T *>(object);
 }
 
 /// Method object of a class whose objects streams can write but not create, such as an abstract one.

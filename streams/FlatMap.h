@@ -20,11 +20,11 @@ public:
     /// The value of `key`, or null. Stays valid until the next insertion.
     Value * Find(Key key)
     {
-        if (slots.empty())
+        if (table.empty())
         {
             return nullptr;
         }
-        Slot & slot = SlotOf(slots, key);
+        Slot & slot = SlotOf(table, key);
         return slot.key == key ? &slot.value : nullptr;
     }
 
@@ -32,12 +32,25 @@ public:
     void Insert(Key key, Value value)
     {
         // A quarter stays free: searches end at a free slot.
-        if ((count + 1) * 4 > slots.size() * 3)
+        if ((count + 1) * 4 > table.size() * 3)
         {
             Grow();
         }
-        SlotOf(slots, key) = {key, value};
+        SlotOf(table, key) = {key, value};
         ++count;
+    }
+
+    /// Calls action(value) for every value.
+    template <typename Action>
+    void ForEach(Action action) const
+    {
+        for (Slot const & slot : table)
+        {
+            if (slot.key != Key())
+            {
+                action(slot.value);
+            }
+        }
     }
 
 private:
@@ -47,15 +60,15 @@ private:
         Value value;
     };
 
-    static Slot & SlotOf(std::vector<Slot> & table, Key key)
+    static Slot & SlotOf(std::vector<Slot> & within, Key key)
     {
-        std::size_t const mask = table.size() - 1;
+        std::size_t const mask = within.size() - 1;
         std::size_t i = Hash(key) & mask;
-        while (table[i].key != Key() && table[i].key != key)
+        while (within[i].key != Key() && within[i].key != key)
         {
             i = (i + 1) & mask;
         }
-        return table[i];
+        return within[i];
     }
 
     static std::size_t Hash(Key key)
@@ -75,18 +88,18 @@ private:
 
     void Grow()
     {
-        std::vector<Slot> larger(slots.empty() ? 16 : slots.size() * 2);
-        for (Slot const & slot : slots)
+        std::vector<Slot> larger(table.empty() ? 16 : table.size() * 2);
+        for (Slot const & slot : table)
         {
             if (slot.key != Key())
             {
                 SlotOf(larger, slot.key) = slot;
             }
         }
-        slots = std::move(larger);
+        table = std::move(larger);
     }
 
-    std::vector<Slot> slots;
+    std::vector<Slot> table;
     std::size_t count = 0;
 };
 

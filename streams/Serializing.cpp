@@ -35,14 +35,6 @@ void RequireStack()
     }
 }
 
-/// `count` before it went up by 1. The 2^32nd object is no undefined behaviour.
-int TakeNext(int & count)
-{
-    int const number = count;
-    count = static_cast<int>(static_cast<unsigned int>(count) + 1);
-    return number;
-}
-
 /// The operations of method objects take objects that they leave as they are without const.
 IUnknown * AsUnknown(ISerializable const & object)
 {
@@ -88,7 +80,7 @@ void SerializingOutputStream::Write(ISerializable const & object)
 {
     RequireStack();
     WrittenClass & writtenClass = FindClass(typeid(object));
-    int const number = TakeNext(objectCount);
+    int const number = static_cast<int>(objectCount++);
     if (writtenClass.copyCompare != nullptr)
     {
         WrittenValue const * const equal = FindEqual(writtenClass, object);
@@ -169,7 +161,7 @@ void SerializingOutputStream::WriteCommand(int command, int number)
 
 void SerializingOutputStream::WriteRef(ISerializable const * object)
 {
-    int const number = TakeNext(objectCount);
+    int const number = static_cast<int>(objectCount++);
     if (object == nullptr)
     {
         // 0 as the index of reference 0 would announce a new object.
@@ -183,7 +175,7 @@ void SerializingOutputStream::WriteRef(ISerializable const * object)
         return;
     }
     // Known before its record is out, so that a cycle finds it. The object takes the next number.
-    references.Insert(object, objectCount);
+    references.Insert(object, static_cast<int>(objectCount));
     WriteCommand(referenceCommand, number);
     Write(*object);
 }
@@ -198,27 +190,16 @@ SerializingInputStream::SerializingInputStream(IObjectFactory const & newFactory
 {
 }
 
-namespace
+SerializingInputStream::~SerializingInputStream() noexcept(false)
 {
-
-template <typename T>
-void ReleaseAll(std::vector<T *> const & objects)
-{
-    for (T * const object : objects)
+    values.ForEach([](IUnknown * value) { value->Release(); });
+    for (ISerializable * const object : references.All())
     {
         if (object != nullptr)
         {
             object->Release();
         }
     }
-}
-
-} // namespace
-
-SerializingInputStream::~SerializingInputStream() noexcept(false)
-{
-    ReleaseAll(values);
-    ReleaseAll(references);
 }
 
 void SerializingInputStream::Read(char * data, int size)
@@ -256,7 +237,7 @@ ISerializable * SerializingInputStream::ReadObject(ISerializable * target, bool 
 {
     RequireStack();
     int const targetId = target != nullptr ? FindType(typeid(*target)).id : 0;
-    int const number = TakeNext(objectCount);
+    std::uint64_t const number = objectCount++;
     int const word = ReadNumber();
     if (word == commandMarker)
     {
@@ -274,12 +255,11 @@ ISerializable * SerializingInputStream::ReadObject(ISerializable * target, bool 
 namespace
 {
 
-/// The entry of a number, null if there is none. Numbers come from the stream: any of the 2^32 is possible.
-template <typename T>
-T * At(std::vector<T *> const & objects, int number)
+/// The key of a number in `values`, where 0 is taken for free places. Numbers come from the stream: any of the 2^32 is
+/// possible.
+std::uint64_t KeyOf(std::uint64_t number)
 {
-    std::size_t const index = static_cast<unsigned int>(number);
-    return index < objects.size() ? objects[index] : nullptr;
+    return number + 1;
 }
 
 /// Takes over the reference to `object`, which may be null, and hands it on as ISerializable.
@@ -306,11 +286,12 @@ ISerializable * SerializingInputStream::ReadRepeat(ISerializable * target, int t
     {
         Fail(TEXT("Unknown command in stream"));
     }
-    IUnknown * const stored = At(values, ReadNumber());
-    if (stored == nullptr)
+    IUnknown * const * const found = values.Find(KeyOf(static_cast<unsigned int>(ReadNumber())));
+    if (found == nullptr)
     {
         Fail(TEXT("Reference to unknown object in stream"));
     }
+    IUnknown * const stored = *found;
     KnownType const & type = FindType(typeid(*stored));
     // Kept: no look at former names here. The clone is of today's class, whatever name its record had.
     if (target != nullptr && type.id != targetId)
@@ -366,7 +347,7 @@ private:
 
 /// A record behind its class identifier.
 ISerializable * SerializingInputStream::ReadRecord(
-    ISerializable * target, KnownClass const & known, int number, bool keepReference, bool & owned)
+    ISerializable * target, KnownClass const & known, std::uint64_t number, bool keepReference, bool & owned)
 {
     short version;
     Read(reinterpret_cast<char *>(&version), sizeof(version));
@@ -441,27 +422,15 @@ SerializingInputStream::KnownType const & SerializingInputStream::FindType(std::
     return known;
 }
 
-namespace
+/// Adds a reference to `object`, which may be null, for the entry of `number`; a second call replaces the first's.
+void SerializingInputStream::KeepReference(std::uint64_t number, ISerializable * object)
 {
-
-/// The entry of a number that the stream itself has counted. Numbers are dense: memory grows with the records read.
-template <typename T>
-T *& EntryAt(std::vector<T *> & objects, int number)
-{
-    std::size_t const index = static_cast<unsigned int>(number);
-    if (index >= objects.size())
+    ISerializable ** const entry = references.Find(number);
+    ISerializable * const replaced = entry != nullptr ? std::exchange(*entry, object) : nullptr;
+    if (entry == nullptr)
     {
-        objects.resize(index + 1);
+        references.Append(number, object);
     }
-    return objects[index];
-}
-
-} // namespace
-
-void SerializingInputStream::KeepReference(int number, ISerializable * object)
-{
-    ISerializable *& entry = EntryAt(references, number);
-    ISerializable * const replaced = std::exchange(entry, object);
     if (object != nullptr)
     {
         object->AddRef();
@@ -472,12 +441,15 @@ void SerializingInputStream::KeepReference(int number, ISerializable * object)
     }
 }
 
-/// Takes over the reference to `clone`.
-void SerializingInputStream::KeepValue(int number, IUnknown * clone)
+/// Takes over the reference to `clone`, which may be null: then there is no value to repeat.
+void SerializingInputStream::KeepValue(std::uint64_t number, IUnknown * clone)
 {
     CreatedObject held(clone);
-    EntryAt(values, number) = clone;
-    held.Detach();
+    if (clone != nullptr)
+    {
+        values.Insert(KeyOf(number), clone);
+        held.Detach();
+    }
 }
 
 ISerializable * SerializingInputStream::ReadRef()
@@ -489,7 +461,7 @@ ISerializable * SerializingInputStream::ReadRef()
 ISerializable * SerializingInputStream::ReadRef(bool & owned)
 {
     owned = false;
-    int const number = TakeNext(objectCount);
+    int const number = static_cast<int>(objectCount++);
     int command[2];
     Read(reinterpret_cast<char *>(command), sizeof(command));
     if (command[0] != commandMarker || command[1] != referenceCommand)
@@ -505,10 +477,10 @@ ISerializable * SerializingInputStream::ReadRef(bool & owned)
     {
         return nullptr;
     }
-    ISerializable * const object = At(references, index);
-    if (object == nullptr)
+    ISerializable * const * const found = references.Find(static_cast<unsigned int>(index));
+    if (found == nullptr || *found == nullptr)
     {
         Fail(TEXT("Reference to non-existing object"));
     }
-    return object;
+    return *found;
 }

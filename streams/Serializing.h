@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <typeinfo>
 #include <unordered_map>
@@ -9,6 +10,7 @@
 #include <kvcore/platform/export.h>
 #include <kvcore/platform/unknown.h>
 #include <kvcore/streams/FlatMap.h>
+#include <kvcore/streams/NumberedReferences.h>
 #include <kvcore/streams/ObjectFactory.h>
 #include <kvcore/streams/Streams.h>
 
@@ -123,7 +125,7 @@ private:
     void WriteCommand(int command, int number);
 
     IObjectFactory const * const factory;
-    int objectCount;
+    std::uint32_t objectCount;
     std::unordered_map<int, WrittenClass> values;
     kv::detail::FlatMap<std::type_info const *, WrittenClass *> types;
     kv::detail::FlatMap<ISerializable const *, int> references;
@@ -213,18 +215,18 @@ private:
     int ReadNumber();
     ISerializable * ReadObject(ISerializable * target, bool keepReference, bool & owned);
     ISerializable * ReadRepeat(ISerializable * target, int targetId);
-    ISerializable *
-    ReadRecord(ISerializable * target, KnownClass const & known, int number, bool keepReference, bool & owned);
+    ISerializable * ReadRecord(
+        ISerializable * target, KnownClass const & known, std::uint64_t number, bool keepReference, bool & owned);
     KnownClass const & FindClass(int id);
     KnownType const & FindType(std::type_info const & type);
-    void KeepReference(int number, ISerializable * object);
-    void KeepValue(int number, IUnknown * clone);
+    void KeepReference(std::uint64_t number, ISerializable * object);
+    void KeepValue(std::uint64_t number, IUnknown * clone);
 
     IObjectFactory const * const factory;
-    int objectCount;
-    // By object number. They grow with the records read.
-    std::vector<IUnknown *> values;
-    std::vector<ISerializable *> references;
+    std::uint64_t objectCount;
+    // By object number. They own a reference to each.
+    kv::detail::FlatMap<std::uint64_t, IUnknown *> values;
+    kv::detail::NumberedReferences<ISerializable> references;
     std::deque<KnownClass> classes;
     std::deque<KnownType> types;
     kv::detail::FlatMap<int, KnownClass const *> classesById;

@@ -10,7 +10,8 @@
 namespace kv::test
 {
 
-/// Runs `work` on a thread whose stack has `bytes` bytes, and waits for it.
+/// Runs `work` on a thread whose stack has `bytes` bytes, and waits for it. Windows takes no less than the program's
+/// own stack size.
 inline void RunOnStackOf(std::size_t bytes, std::function<void()> work)
 {
     pthread_attr_t attributes;

@@ -1,0 +1,51 @@
+#include <gtest/gtest.h>
+
+#include <cstddef>
+
+#include <kvcore/platform/StackSpace.h>
+#include <support/StackOfSize.h>
+
+namespace
+{
+
+using kv::test::RunOnStackOf;
+
+std::size_t const kibibyte = 1024;
+
+/// The answer `depth` frames further down, each of which is larger than 4 KiB.
+[[gnu::noinline]] std::size_t LeftBelow(int depth)
+{
+    char volatile block[4 * kibibyte];
+    block[depth] = 1;
+    std::size_t const left = depth == 0 ? kv::platform::StackBytesLeft() : LeftBelow(depth - 1);
+    return left + static_cast<std::size_t>(block[depth] - 1);
+}
+
+TEST(StackSpace, ShrinksTowardsTheEndOfTheThreadsOwnStack)
+{
+    for (std::size_t const size : {4096 * kibibyte, 16384 * kibibyte})
+    {
+        RunOnStackOf(
+            size,
+            [size]
+            {
+                std::size_t const here = kv::platform::StackBytesLeft();
+                EXPECT_LT(here, size + 64 * kibibyte);
+                EXPECT_GT(here, size / 2);
+                std::size_t const below = LeftBelow(9);
+                EXPECT_LE(below + 40 * kibibyte, here);
+                EXPECT_GT(below, std::size_t(0));
+                EXPECT_LE(kv::platform::StackBytesLeft(), here + kibibyte);
+            });
+    }
+}
+
+TEST(StackSpace, IsKnownOnTheFirstThread)
+{
+    std::size_t const here = kv::platform::StackBytesLeft();
+    EXPECT_GT(here, 64 * kibibyte);
+    EXPECT_LT(here, static_cast<std::size_t>(-1));
+    EXPECT_LE(LeftBelow(4) + 20 * kibibyte, here);
+}
+
+} // namespace
