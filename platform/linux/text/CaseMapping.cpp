@@ -52,7 +52,8 @@ struct CaseMapping
 
 bool IsTurkic(LCID locale)
 {
-    std::optional<std::string> const name = kv::platform::IcuLocale(locale, "LC_CTYPE");
+    std::optional<std::string> const name =
+        kv::platform::IcuLocale(locale, kv::platform::LocaleCategory::CharacterTypes);
     if (!name)
         return false;
     std::string_view const language = std::string_view(*name).substr(0, 2);
@@ -88,7 +89,7 @@ int WINAPI LCMapStringW(LCID locale, DWORD flags, LPCWSTR source, int sourceLeng
     };
     if (source == nullptr || sourceLength == 0 || capacity < 0 || (target == nullptr && capacity != 0))
         return fail(ERROR_INVALID_PARAMETER);
-    if (!kv::platform::IcuLocale(locale, "LC_CTYPE"))
+    if (!kv::platform::IsLocale(locale))
         return fail(ERROR_INVALID_PARAMETER);
     DWORD const direction = flags & (LCMAP_LOWERCASE | LCMAP_UPPERCASE);
     DWORD const known = LCMAP_LOWERCASE | LCMAP_UPPERCASE | LCMAP_LINGUISTIC_CASING | LOCALE_USE_CP_ACP;

@@ -179,7 +179,8 @@ private:
         auto const found = ready.find(key);
         if (found != ready.end())
             return found->second.get();
-        std::optional<std::string> const name = kv::platform::IcuLocale(key.first, "LC_COLLATE");
+        std::optional<std::string> const name =
+            kv::platform::IcuLocale(key.first, kv::platform::LocaleCategory::Collation);
         if (!name)
             return nullptr;
         bool const stringSort = (key.second & SORT_STRINGSORT) != 0;

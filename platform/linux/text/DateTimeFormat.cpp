@@ -220,7 +220,7 @@ std::unique_ptr<LocaleFormats> LoadFormats(std::string const & name)
 /// The formats of a locale, read at first use and kept to the end of the process. Null if there is no such locale.
 LocaleFormats const * FindFormats(LCID locale)
 {
-    std::optional<std::string> const name = kv::platform::IcuLocale(locale, "LC_TIME");
+    std::optional<std::string> const name = kv::platform::IcuLocale(locale, kv::platform::LocaleCategory::Time);
     if (!name)
         return nullptr;
     static std::mutex mutex;

@@ -1,5 +1,7 @@
 #include "Locales.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <string_view>
 
@@ -56,7 +58,7 @@ bool IsKnownSort(LCID locale)
     }
 }
 
-std::string UserLocale(char const * category)
+std::string ReadUserLocale(char const * category)
 {
     for (char const * variable : {"LC_ALL", category, "LANG"})
     {
@@ -77,22 +79,39 @@ std::string UserLocale(char const * category)
     return fallback;
 }
 
+std::string const & UserLocale(LocaleCategory category)
+{
+    static std::array<std::string, 3> const locales = {
+        ReadUserLocale("LC_COLLATE"), ReadUserLocale("LC_CTYPE"), ReadUserLocale("LC_TIME")};
+    return locales[static_cast<std::size_t>(category)];
+}
+
 } // namespace
 
-std::optional<std::string> IcuLocale(LCID locale, char const * category)
+bool IsLocale(LCID locale)
 {
+    if (StandsForUser(locale) || locale == LOCALE_INVARIANT)
+        return true;
+    if (!IsKnownSort(locale))
+        return false;
+    char name[ULOC_FULLNAME_CAPACITY];
+    UErrorCode error = U_ZERO_ERROR;
+    uloc_getLocaleForLCID(locale, name, sizeof(name), &error);
+    return U_SUCCESS(error);
+}
+
+std::optional<std::string> IcuLocale(LCID locale, LocaleCategory category)
+{
+    if (!IsLocale(locale))
+        return std::nullopt;
     if (StandsForUser(locale))
         return UserLocale(category);
     if (locale == LOCALE_INVARIANT)
         return "";
-    if (!IsKnownSort(locale))
-        return std::nullopt;
-    char name[ULOC_FULLNAME_CAPACITY];
+    char name[ULOC_FULLNAME_CAPACITY] = {};
     UErrorCode error = U_ZERO_ERROR;
-    uloc_getLocaleForLCID(locale, name, sizeof(name), &error);
-    if (U_FAILURE(error) || error == U_STRING_NOT_TERMINATED_WARNING)
-        return std::nullopt;
-    return name;
+    int32_t const length = uloc_getLocaleForLCID(locale, name, sizeof(name), &error);
+    return std::string(name, static_cast<std::size_t>(std::min<int32_t>(length, ULOC_FULLNAME_CAPACITY)));
 }
 
 } // namespace kv::platform
