@@ -1,3 +1,5 @@
+#include <kvcore/tools/kv/Decode.h>
+#include <kvcore/tools/kv/Failures.h>
 #include <kvcore/tools/kv/RunKv.h>
 #include <kvcore/tools/support/ExitCodes.h>
 
@@ -280,7 +282,30 @@ TEST(KvDecode, ALongRunOfEmptyBlocksIsLegal)
     }
 }
 
-// Truncation
+// Truncation. Thousands of runs: without the command line around them.
+
+struct Outcome
+{
+    std::string output;
+    std::string damage; // empty if there is none
+};
+
+Outcome DecodedDirectly(std::string const & chain, std::string const & data)
+{
+    kv::test::TextSource source(data);
+    kv::test::TextSink sink;
+    Outcome outcome;
+    try
+    {
+        kv::tools::Decode(ParseChain(chain, {}), source, sink);
+    }
+    catch (DamagedData const & damage)
+    {
+        outcome.damage = damage.place;
+    }
+    outcome.output = std::move(sink.text);
+    return outcome;
+}
 
 // True if the end of this many bytes of encoded data cannot be told from the end of the data.
 bool IsBoundary(std::string const & chain, std::string const & encoded, std::size_t size)
@@ -305,13 +330,12 @@ class KvTruncation : public testing::TestWithParam<char const *>
 TEST_P(KvTruncation, EveryCutIsDamageUnlessItIsABoundary)
 {
     std::string const chain = GetParam();
-    std::string const data = SampleData(chain == "crc" ? 10000 : 500);
+    std::string const data = SampleData(chain == "crc" ? 4200 : 500);
     std::string const encoded = Encoded(chain, data);
     for (std::size_t size = 0; size <= encoded.size(); ++size)
     {
-        ToolResult const decoded = Decode(chain, encoded.substr(0, size));
-        ASSERT_EQ(decoded.code, IsBoundary(chain, encoded, size) ? ExitOk : ExitDamaged) << size << decoded.error;
-        ASSERT_EQ(decoded.error.empty(), decoded.code == ExitOk);
+        Outcome const decoded = DecodedDirectly(chain, encoded.substr(0, size));
+        ASSERT_EQ(decoded.damage.empty(), IsBoundary(chain, encoded, size)) << size << decoded.damage;
         ASSERT_TRUE(data.starts_with(decoded.output)) << size;
     }
 }
@@ -334,14 +358,11 @@ TEST_P(KvFlip, AFlippedBitIsDamageOrChangesNothing)
     {
         std::string damaged = encoded;
         damaged[i / 8] = static_cast<char>(damaged[i / 8] ^ (1 << i % 8));
-        ToolResult const decoded = Decode(chain, damaged);
-        if (decoded.code == ExitOk)
+        Outcome const decoded = DecodedDirectly(chain, damaged);
+        if (decoded.damage.empty())
         {
             ASSERT_TRUE(decoded.output == data) << i;
-            continue;
         }
-        ASSERT_EQ(decoded.code, ExitDamaged) << i;
-        ASSERT_NE(decoded.error, "") << i;
     }
 }
 

@@ -54,11 +54,22 @@ std::ptrdiff_t Read(int descriptor, char * data, std::size_t size)
     return ::_read(descriptor, data, static_cast<unsigned>(size < INT_MAX ? size : INT_MAX));
 }
 
+namespace
+{
+
+// What a write to a pipe ends in that nobody reads any more, depending on how far the pipe has come in closing.
+bool IsClosedPipe(DWORD error)
+{
+    return error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
+}
+
+} // namespace
+
 std::ptrdiff_t Write(int descriptor, char const * data, std::size_t size)
 {
     int const written = ::_write(descriptor, data, static_cast<unsigned>(size < INT_MAX ? size : INT_MAX));
-    // The C runtime has no number for a pipe that is being closed and says "invalid argument".
-    if (written < 0 && ::GetLastError() == ERROR_NO_DATA)
+    // The C runtime knows one of these errors and calls the others "invalid argument".
+    if (written < 0 && IsClosedPipe(::GetLastError()))
     {
         errno = EPIPE;
     }
