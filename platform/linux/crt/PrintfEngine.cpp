@@ -765,7 +765,7 @@ std::uint64_t Print(Output & output, WCHAR const * format, Arguments & arguments
             ++format;
         }
         output.Put(literal, static_cast<std::size_t>(format - literal));
-        if (*format == 0)
+        if (*format == 0 || output.IsOver())
         {
             break;
         }
