@@ -196,7 +196,7 @@ private:
         }
         if (!fs::is_regular_file(status))
         {
-            return LeaveOut(entry, Why::NoSource, "no regular file");
+            return LeaveOut(entry, Why::NoSource, "a pipe, socket or device");
         }
         if (IsException(entry.native))
         {

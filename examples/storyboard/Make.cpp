@@ -201,11 +201,15 @@ void PrintSummary(OutputStream & output, Project const & project, ProjectSizes c
             ".");
     for (auto const & [reason, number] : losses.others)
     {
-        kv::tools::PrintLine(output, "Left out: " + Grouped(number) + ", " + reason + ".");
+        std::string const entries = number == 1 ? " entry, " : " entries, each ";
+        kv::tools::PrintLine(output, "Left out: " + Grouped(number) + entries + reason + ".");
     }
     if (losses.unread != 0)
     {
-        kv::tools::PrintLine(output, "Could not be read: " + Grouped(losses.unread) + ", named above.");
+        kv::tools::PrintLine(
+            output,
+            "Could not be read: " + Grouped(losses.unread) + (losses.unread == 1 ? " entry" : " entries") +
+                ", named above.");
     }
 }
 

@@ -53,7 +53,7 @@ void PrintFolder(OutputStream & output, Bin const & bin, SourceIndex const & ind
         {{"CLIP"},
          {"FORMAT"},
          {"LENGTH", Align::Right},
-         {"JOINED BY"},
+         {"TRANSITION"},
          {"SIZE", Align::Right},
          {"SOURCE", Align::Right}},
         0);

@@ -144,7 +144,7 @@ TEST_F(StoryboardProgram, LeavesTheProjectFileOutOfItself)
     ASSERT_EQ(Result({"make", "-q", folder, inside}).code, 0);
     Result const again({"make", folder, inside});
     EXPECT_TRUE(Contains(again.output, "project of 4 files")) << again.output;
-    EXPECT_TRUE(Contains(again.output, "Left out: 1, the project file itself.\n")) << again.output;
+    EXPECT_TRUE(Contains(again.output, "Left out: 1 entry, the project file itself.\n")) << again.output;
     Result const verified({"verify", inside, folder});
     EXPECT_TRUE(Contains(verified.output, "0 new on disk")) << verified.output;
 }
@@ -453,7 +453,7 @@ TEST_F(StoryboardProgram, FilesThatCannotBeReadAreLeftOutAndTold)
     EXPECT_EQ(run.code, ExitIncomplete);
     EXPECT_TRUE(Contains(run.error, "storyboard: dangling: cannot be read: a link to nothing\n")) << run.error;
     EXPECT_TRUE(Contains(run.error, "storyboard: loop: cannot be read: ")) << run.error;
-    EXPECT_TRUE(Contains(Result({"make", folder, file}).output, "Could not be read: 2, named above.\n"));
+    EXPECT_TRUE(Contains(Result({"make", folder, file}).output, "Could not be read: 2 entries, named above.\n"));
     EXPECT_EQ(Verified().code, 0);
 }
 
@@ -464,7 +464,7 @@ TEST_F(StoryboardProgram, LinksInTheFolderAreClipsOfOneSource)
     Result const made({"make", folder, file});
     EXPECT_EQ(made.code, 0);
     EXPECT_TRUE(Contains(made.output, "5 files in 2 folders: 3 sources")) << made.output;
-    EXPECT_TRUE(Contains(made.output, "Left out: 1, a link to a folder.\n")) << made.output;
+    EXPECT_TRUE(Contains(made.output, "Left out: 1 entry, a link to a folder.\n")) << made.output;
     fs::remove(scratch / "media/one.txt");
     Result const verified = Verified();
     EXPECT_EQ(verified.code, ExitMissing);
