@@ -42,11 +42,48 @@ int ConvertInto(Scratch & buffer, int capacity, Convert convert)
     return converted;
 }
 
+String Widened(char const * text, std::size_t length)
+{
+    String result;
+    result.resize(length);
+    std::transform(text, text + length, result.begin(), [](char c) { return WCHAR(static_cast<unsigned char>(c)); });
+    return result;
+}
+
+/// Whether all bytes are below 0x80. In steps of eight, of which the last may overlap the one before it.
+bool IsAscii(char const * text, std::size_t length)
+{
+    auto const isAsciiAt = [text](std::size_t at)
+    {
+        std::uint64_t step;
+        std::memcpy(&step, text + at, sizeof(step));
+        return (step & 0x8080808080808080) == 0;
+    };
+    if (length < sizeof(std::uint64_t))
+    {
+        return std::all_of(text, text + length, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    }
+    std::size_t const last = length - sizeof(std::uint64_t);
+    for (std::size_t at = 0; at < last; at += sizeof(std::uint64_t))
+    {
+        if (!isAsciiAt(at))
+        {
+            return false;
+        }
+    }
+    return isAsciiAt(last);
+}
+
 String FromBytes(unsigned int codePage, char const * text, std::size_t length)
 {
     if (length == 0 || length >= platformMaximum)
     {
         return String();
+    }
+    if (codePage == CP_UTF8 && IsAscii(text, length))
+    {
+        // Most texts of a program: they need no conversion and no second copy.
+        return Widened(text, length);
     }
     kv::detail::ScratchBuffer<WCHAR, 1024> buffer(length + 1);
     int const converted = ConvertInto(
@@ -54,13 +91,6 @@ String FromBytes(unsigned int codePage, char const * text, std::size_t length)
         [&](WCHAR * target, int capacity)
         { return MultiByteToWideChar(codePage, 0, text, int(length), target, capacity); });
     return converted > 0 ? String(buffer.Data(), unsigned(converted)) : String();
-}
-
-String Widened(char const * text, std::size_t length)
-{
-    WString result(length, WCHAR());
-    std::transform(text, text + length, result.begin(), [](char c) { return WCHAR(static_cast<unsigned char>(c)); });
-    return result;
 }
 
 } // namespace

@@ -38,7 +38,7 @@ bool IsTame(WString const & format)
         digits = IsDigit(c) ? digits + 1 : 0;
         conversions += c == '%';
         inside = inside || c == '%';
-        if (digits > 3 || conversions > argumentCount / 2)
+        if (digits > 3 || conversions > 12)
         {
             return false;
         }
@@ -74,7 +74,7 @@ auto WithArguments(Function function, Front... front)
 void CheckPrintf(WString const & format, std::size_t capacity)
 {
     fuzz::Exact<WCHAR> const exact(format.c_str(), format.size() + 1);
-    std::size_t const large = 0x20000;
+    std::size_t const large = 0x4000;
     std::vector<WCHAR> whole(large + 1, 0xFFFF);
     int const length = WithArguments(Print, whole.data(), large, static_cast<WCHAR const *>(exact.Data()));
     fuzz::Check(length >= -1 && length <= static_cast<int>(large), "a length beyond the capacity");

@@ -31,8 +31,13 @@ def goal_of(job, goals):
     return next((goal for pattern, goal in goals if pattern.fullmatch(job)), None)
 
 
+def order_of(job, goals):
+    """That of the goals, so that two runs print alike."""
+    return next((i for i, (pattern, _) in enumerate(goals) if pattern.fullmatch(job)), len(goals)), job
+
+
 def read_times(paths):
-    """Job name to contestant to the CPU times of its repetitions, jobs in the order of the run."""
+    """Job name to contestant to the CPU times of its repetitions."""
     jobs = {}
     for path in paths:
         with open(path, encoding="utf-8") as file:
@@ -56,7 +61,7 @@ def spread(times):
 
 
 def rows_of(jobs, goals):
-    for job, contestants in jobs.items():
+    for job, contestants in sorted(jobs.items(), key=lambda item: order_of(item[0], goals)):
         if "ours" not in contestants:
             sys.exit(f"{job}: no result of ours")
         ours = statistics.median(contestants["ours"])

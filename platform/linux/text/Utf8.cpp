@@ -1,6 +1,8 @@
 #include "Utf8.h"
 
 #include <bit>
+#include <cstdint>
+#include <cstring>
 
 #if defined(__SSE2__)
 #    include <emmintrin.h>
@@ -82,7 +84,7 @@ Taken TakeSequence(Byte const * source, Byte const * end)
     return {replacement, source, true};
 }
 
-/// The source and the target of a decoder, with its three fast runs. A run ends before anything that is not its own,
+/// The source and the target of a decoder, with its four fast runs. A run ends before anything that is not its own,
 /// and with the source or, with Limited room, the target.
 template <Room room>
 struct Decoder
@@ -190,17 +192,44 @@ struct Decoder
         }
     }
 
+    /// Triples, and the single blanks between the words that they make. Four bytes are looked at together.
     void TakeTriples()
     {
-        for (; HasMore(3); source += 3)
+        static_assert(std::endian::native == std::endian::little);
+        for (; HasMore(4); Put(*source++))
         {
-            unsigned const lead = source[0] ^ 0xE0u;
-            unsigned const first = source[1] ^ 0x80u;
-            unsigned const second = source[2] ^ 0x80u;
-            char32_t const c = lead << 12 | first << 6 | second;
-            if (lead > 0x0F || (first | second) > 0x3F || c < 0x800 || IsSurrogate(c))
+            for (; HasMore(4); source += 3)
+            {
+                std::uint32_t bytes;
+                std::memcpy(&bytes, source, sizeof(bytes));
+                std::uint32_t const c = (bytes & 0x0F) << 12 | (bytes >> 2 & 0xFC0) | (bytes >> 16 & 0x3F);
+                if ((bytes & 0xC0C0F0) != 0x8080E0 || c < 0x800 || IsSurrogate(c))
+                    break;
+                Put(c);
+            }
+            if (!HasMore(4) || source[0] >= 0x80 || source[1] < 0x80)
                 return;
-            Put(c);
+        }
+    }
+
+    /// Quadruples, each a surrogate pair, and the single blanks between them.
+    void TakeQuadruples()
+    {
+        auto const hasMore = [this] { return end - source >= 5 && (room != Room::Limited || capacity - written >= 2); };
+        for (; hasMore(); Put(*source++))
+        {
+            for (; hasMore(); source += 4)
+            {
+                std::uint32_t bytes;
+                std::memcpy(&bytes, source, sizeof(bytes));
+                std::uint32_t const high = (bytes & 0x07) << 18 | (bytes << 4 & 0x3F000);
+                std::uint32_t const c = high | (bytes >> 10 & 0xFC0) | (bytes >> 24 & 0x3F);
+                if ((bytes & 0xC0C0C0F8) != 0x808080F0 || c - 0x10000 > 0xFFFFF)
+                    break;
+                PutCharacter(c);
+            }
+            if (!hasMore() || source[0] >= 0x80 || source[1] < 0x80)
+                return;
         }
     }
 
@@ -235,6 +264,8 @@ Conversion Decode(char const * text, std::size_t length, WCHAR * target, std::si
             decoder.TakePairs();
         else if (*before < 0xF0)
             decoder.TakeTriples();
+        else
+            decoder.TakeQuadruples();
         if (decoder.source != before)
             continue;
 
