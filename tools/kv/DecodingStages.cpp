@@ -140,7 +140,7 @@ public:
     int ReadSome(char * data, int capacity) override
     {
         std::size_t available = AvailableBytes(static_cast<std::size_t>(capacity));
-        while (available == 0 && window.FillMore())
+        if (available == 0 && window.FillMore())
         {
             available = AvailableBytes(static_cast<std::size_t>(capacity));
         }
