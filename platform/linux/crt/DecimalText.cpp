@@ -8,12 +8,14 @@
 #include <cstring>
 #include <iterator>
 
+#include <kvcore/platform/linux/crt/IntegerText.h>
+
 namespace kv::platform
 {
 namespace
 {
 
-/// `value` as an odd integer times a power of two.
+/// `value` as an odd integer times a power of two; of zero, both are 0.
 struct OddBinary
 {
     std::uint64_t odd;
@@ -34,7 +36,11 @@ OddBinary SplitBinary(double value)
         mantissa |= 1ull << 52;
     }
     exponent -= 1075;
-    int const zeros = mantissa != 0 ? std::countr_zero(mantissa) : 0;
+    if (mantissa == 0)
+    {
+        return {0, 0};
+    }
+    int const zeros = std::countr_zero(mantissa);
     return {mantissa >> zeros, exponent + zeros};
 }
 
@@ -99,11 +105,76 @@ int DropPoint(char * digits, int length, int integerDigits)
     return length - 1;
 }
 
+__extension__ typedef unsigned __int128 Wide;
+
+/// 10 to the 22nd is the highest power of which 53 bits times it stay below 128 bits.
+constexpr int maxScale = 22;
+
+constexpr struct PowersOfTen
+{
+    Wide values[maxScale + 1];
+    constexpr PowersOfTen() : values()
+    {
+        Wide power = 1;
+        for (Wide & value : values)
+        {
+            value = power;
+            power *= 10;
+        }
+    }
+} powersOfTen;
+
+/// Writes the decimal digits of `value`, which is below 2^127, so that they end before `end`.
+char * WriteWideBackward(Wide value, char * end)
+{
+    constexpr int half = 19;
+    if (value < powersOfTen.values[half])
+    {
+        return WriteDecimalBackward(static_cast<std::uint64_t>(value), end);
+    }
+    Wide const high = value / powersOfTen.values[half];
+    char * const begin = WriteDecimalBackward(static_cast<std::uint64_t>(value - high * powersOfTen.values[half]), end);
+    std::fill(end - half, begin, '0');
+    return WriteDecimalBackward(static_cast<std::uint64_t>(high), end - half);
+}
+
+/// The usual numbers, those with no more than 22 places: times ten to the `precision` and rounded half up, they are an
+/// integer that plain arithmetic gives exactly. False if the number is none of these.
+bool PrintFixedFast(OddBinary const & binary, int precision, DecimalText & text)
+{
+    bool const isInteger = binary.exponent >= 0;
+    if (precision > maxScale || binary.exponent < -126 ||
+        (isInteger && std::bit_width(binary.odd) + static_cast<unsigned>(binary.exponent) > 53))
+    {
+        return false;
+    }
+    Wide const scale = powersOfTen.values[precision];
+    Wide const value =
+        isInteger ? (binary.odd << binary.exponent) * scale : ((binary.odd * scale >> (-binary.exponent - 1)) + 1) >> 1;
+    // One digit stands before the point at least, and all of the places behind it.
+    int const least = precision + 1;
+    char digits[48];
+    char * const end = std::end(digits);
+    char * const first = end - least;
+    char * const begin = WriteWideBackward(value, end);
+    std::fill(std::min(first, begin), begin, '0');
+    text.length = static_cast<int>(end - std::min(first, begin));
+    std::memcpy(text.digits, std::min(first, begin), static_cast<std::size_t>(text.length));
+    text.integerDigits = text.length - precision;
+    text.exponent = 0;
+    return true;
+}
+
 } // namespace
 
 void PrintFixed(double magnitude, int precision, DecimalText & text)
 {
-    bool const halfWay = IsHalfWayFixed(SplitBinary(magnitude), precision);
+    OddBinary const binary = SplitBinary(magnitude);
+    if (PrintFixedFast(binary, precision, text))
+    {
+        return;
+    }
+    bool const halfWay = IsHalfWayFixed(binary, precision);
     int const places = precision + (halfWay ? 1 : 0);
     char * const end =
         std::to_chars(text.digits, std::end(text.digits), magnitude, std::chars_format::fixed, places).ptr;

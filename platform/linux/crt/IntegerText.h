@@ -52,25 +52,26 @@ inline unsigned CountDecimalDigits(std::uint64_t value)
     return estimate + (value >= powers[estimate] ? 1u : 0u);
 }
 
-/// Writes the decimal digits of `value` so that they end before `end`, and returns where they begin.
-template <typename Unsigned>
-inline WCHAR * WriteDecimalBackward(Unsigned value, WCHAR * end)
+/// Writes the decimal digits of `value` so that they end before `end`, and returns where they begin. `Char` is an
+/// element of either width.
+template <typename Unsigned, typename Char>
+inline Char * WriteDecimalBackward(Unsigned value, Char * end)
 {
     while (value >= 100)
     {
         unsigned const pair = static_cast<unsigned>(value % 100) * 2;
         value /= 100;
-        *--end = decimalPairs.digits[pair + 1];
-        *--end = decimalPairs.digits[pair];
+        *--end = static_cast<Char>(decimalPairs.digits[pair + 1]);
+        *--end = static_cast<Char>(decimalPairs.digits[pair]);
     }
     if (value >= 10)
     {
-        *--end = decimalPairs.digits[2 * value + 1];
-        *--end = decimalPairs.digits[2 * value];
+        *--end = static_cast<Char>(decimalPairs.digits[2 * value + 1]);
+        *--end = static_cast<Char>(decimalPairs.digits[2 * value]);
     }
     else
     {
-        *--end = static_cast<WCHAR>(u'0' + value);
+        *--end = static_cast<Char>('0' + value);
     }
     return end;
 }
