@@ -61,10 +61,6 @@ bool String::LocaleLess::operator()(String const & left, String const & right) c
     return left.Compare(right, -1) < 0;
 }
 
-String::String(WString const & text) : WString(text) {}
-
-String::String(WString && text) noexcept : WString(std::move(text)) {}
-
 String::String(WString const & text, unsigned int pos, unsigned int count)
     : WString(text, CheckedPosition(pos, text.size()), StandardCount(count))
 {

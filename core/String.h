@@ -44,8 +44,8 @@ public:
     String() = default;
     String(String const &) = default;
     String(String &&) noexcept = default;
-    String(WString const & text);
-    String(WString && text) noexcept;
+    String(WString const & text) : WString(text) {}
+    String(WString && text) noexcept : WString(std::move(text)) {}
     /// The `count` elements of `text` from `pos`, or what is left of them; -1 is the rest. A `pos` beyond the size
     /// raises std::out_of_range.
     String(WString const & text, unsigned int pos, unsigned int count = unsigned(-1));

@@ -74,8 +74,80 @@ bool IsAscii(char const * text, std::size_t length)
     return isAsciiAt(last);
 }
 
+// Pieces of this many bytes are converted on the stack, through the cache.
+constexpr std::size_t pieceBytes = 2048;
+
+using ElementBuffer = kv::detail::ScratchBuffer<WCHAR, pieceBytes + 1>;
+
+/// Converts a text of fewer than `platformMaximum` bytes into `buffer`. The elements written, or 0 on failure.
+std::size_t ConvertBytes(unsigned int codePage, char const * text, std::size_t length, ElementBuffer & buffer)
+{
+    int const size = int(length);
+    buffer.Resize(length + 1);
+    int const converted = ConvertInto(
+        buffer, size + 1,
+        [&](WCHAR * target, int capacity) { return MultiByteToWideChar(codePage, 0, text, size, target, capacity); });
+    return converted > 0 ? std::size_t(converted) : 0;
+}
+
+/// Whether no sequence that begins before `text + cut` may reach behind it. Then the two sides, malformed or not,
+/// convert alone to what they convert to together.
+bool IsUtf8Boundary(char const * text, std::size_t cut)
+{
+    for (unsigned int back = 1; back <= 3; ++back)
+    {
+        auto const byte = static_cast<unsigned char>(text[cut - back]);
+        unsigned int const length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 1;
+        if (length > back)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// How much of `text` to convert next: a piece, or all of it if it is so mangled that nowhere near is a boundary.
+std::size_t Utf8PieceLength(char const * text, std::size_t length)
+{
+    std::size_t cut = std::min(pieceBytes, length);
+    while (cut > pieceBytes / 2 && cut != length && !IsUtf8Boundary(text, cut))
+    {
+        --cut;
+    }
+    return cut > pieceBytes / 2 ? cut : length;
+}
+
+String FromLongUtf8(char const * text, std::size_t length)
+{
+    WString result;
+    ElementBuffer buffer;
+    for (std::size_t position = 0, piece; position != length; position += piece)
+    {
+        std::size_t const left = length - position;
+        piece = Utf8PieceLength(text + position, left);
+        std::size_t const converted =
+            piece < platformMaximum ? ConvertBytes(CP_UTF8, text + position, piece, buffer) : 0;
+        if (converted == 0)
+        {
+            return String();
+        }
+        if (position == 0)
+        {
+            // If the text goes on as it begins, this is room enough.
+            result.reserve(converted * (length / piece + 1));
+        }
+        result.append(buffer.Data(), converted);
+    }
+    return result;
+}
+
 String FromBytes(unsigned int codePage, char const * text, std::size_t length)
 {
+    // Only of UTF-8 is it known where it may be cut.
+    if (codePage == CP_UTF8 && length > pieceBytes)
+    {
+        return FromLongUtf8(text, length);
+    }
     if (length == 0 || length >= platformMaximum)
     {
         return String();
@@ -85,12 +157,9 @@ String FromBytes(unsigned int codePage, char const * text, std::size_t length)
         // Most texts of a program: they need no conversion and no second copy.
         return Widened(text, length);
     }
-    kv::detail::ScratchBuffer<WCHAR, 1024> buffer(length + 1);
-    int const converted = ConvertInto(
-        buffer, int(length + 1),
-        [&](WCHAR * target, int capacity)
-        { return MultiByteToWideChar(codePage, 0, text, int(length), target, capacity); });
-    return converted > 0 ? String(buffer.Data(), unsigned(converted)) : String();
+    ElementBuffer buffer;
+    std::size_t const converted = ConvertBytes(codePage, text, length, buffer);
+    return WString(buffer.Data(), converted);
 }
 
 } // namespace
@@ -301,21 +370,25 @@ std::string String::Utf8() const
     constexpr std::size_t pieceLength = 1024;
     char bytes[3 * pieceLength + 1];
     std::string result;
-    WCHAR const * text = data();
-    WCHAR const * const end = text + size();
-    if (size() > pieceLength)
+    for (std::size_t position = 0; position < size();)
     {
-        result.reserve(size());
-    }
-    while (text != end)
-    {
-        WCHAR const * pieceEnd = text + std::min<std::size_t>(pieceLength, std::size_t(end - text));
-        if (pieceEnd != end && IsHighSurrogate(pieceEnd[-1]))
+        std::size_t next = std::min(position + pieceLength, size());
+        if (next != size() && IsHighSurrogate((*this)[next - 1]))
         {
-            --pieceEnd; // the other half may follow
+            --next; // the other half may follow
         }
-        result.append(bytes, EncodeUtf8(text, pieceEnd, bytes));
-        text = pieceEnd;
+        std::size_t const encoded = std::size_t(EncodeUtf8(data() + position, data() + next, bytes) - bytes);
+        if (next - position == size())
+        {
+            return std::string(bytes, encoded);
+        }
+        if (position == 0)
+        {
+            // If the text goes on as it begins, this is room enough.
+            result.reserve(encoded * (size() / pieceLength + 1));
+        }
+        result.append(bytes, encoded);
+        position = next;
     }
     return result;
 }

@@ -474,34 +474,47 @@ constexpr auto powersOfTen = []
     return powers;
 }();
 
-/// The number times 10^decimals, rounded, ties away from zero. False if that, or the exact way to it, needs more bits.
-bool ScaledInteger(double magnitude, int decimals, std::uint64_t & scaled)
+/// A number as whole units and, in units of 10^-decimals, what is behind the point.
+struct SplitNumber
+{
+    std::uint64_t whole;
+    std::uint64_t fraction;
+};
+
+/// Splits a number, rounded with ties away from zero. False if the exact way to the fraction needs more bits than there
+/// are, or if rounding leaves nothing.
+bool SplitAtPoint(double magnitude, int decimals, SplitNumber & parts)
 {
     auto const bits = std::bit_cast<std::uint64_t>(magnitude);
     int const exponent = static_cast<int>(bits >> 52) - 1075;
-    std::uint64_t const mantissa = (bits & ((std::uint64_t(1) << 52) - 1)) | (std::uint64_t(1) << 52);
     if (exponent >= 0 || exponent <= -120 || decimals > maxQuickDecimals)
     {
         return false;
     }
-    Wide const half = Wide(1) << (-exponent - 1);
-    Wide const product = (Wide(mantissa) * powersOfTen[std::size_t(decimals)] + half) >> -exponent;
-    scaled = static_cast<std::uint64_t>(product);
-    return scaled == product && scaled != 0;
+    std::uint64_t const mantissa = (bits & ((std::uint64_t(1) << 52) - 1)) | (std::uint64_t(1) << 52);
+    Wide const one = Wide(1) << -exponent;
+    std::uint64_t const unit = powersOfTen[std::size_t(decimals)];
+    parts.whole = static_cast<std::uint64_t>(mantissa >> std::min(-exponent, 63));
+    parts.fraction = static_cast<std::uint64_t>(((mantissa & (one - 1)) * unit + one / 2) >> -exponent);
+    if (parts.fraction == unit)
+    {
+        ++parts.whole;
+        parts.fraction = 0;
+    }
+    return (parts.whole | parts.fraction) != 0;
 }
 
-/// Prints a number whose scaled form fits into 64 bits: no long arithmetic, no zeros to print and drop.
-String FromScaledInteger(std::uint64_t scaled, int decimals, bool negative)
+/// Prints a split number: no long arithmetic, and no zeros that are printed to be dropped.
+String FromSplitNumber(SplitNumber const & parts, int decimals, bool negative)
 {
     WCHAR text[1 + 20 + 1 + maxQuickDecimals];
     WCHAR * const point = text + 21;
-    std::uint64_t const unit = powersOfTen[std::size_t(decimals)];
-    WCHAR * begin = WriteDecimal(scaled / unit, point);
+    WCHAR * begin = WriteDecimal(parts.whole, point);
     WCHAR * end = point;
-    if (std::uint64_t const fraction = scaled % unit; fraction != 0)
+    if (parts.fraction != 0)
     {
         end = point + 1 + decimals;
-        WCHAR * const digits = WriteDecimal(fraction, end);
+        WCHAR * const digits = WriteDecimal(parts.fraction, end);
         std::fill(point + 1, digits, TEXT('0'));
         *point = TEXT('.');
         while (end[-1] == TEXT('0'))
@@ -528,9 +541,9 @@ String String::FromNum(double value, int decimals)
         return FromUnusualDouble(value, decimals);
     }
 #ifdef __SIZEOF_INT128__
-    if (std::uint64_t scaled; ScaledInteger(std::abs(value), decimals, scaled))
+    if (SplitNumber parts; SplitAtPoint(std::abs(value), decimals, parts))
     {
-        return FromScaledInteger(scaled, decimals, std::signbit(value));
+        return FromSplitNumber(parts, decimals, std::signbit(value));
     }
 #endif
     return FromFiniteDouble(value, decimals);

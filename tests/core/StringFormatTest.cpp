@@ -85,8 +85,8 @@ TEST(StringFormat, TextsAroundTheFirstBufferSizesAreWhole)
     for (int length : {2045, 2046, 2047, 2048, 2049, 4093, 4094, 4095, 4096, 4097, 8191, 8192, 100000})
     {
         String const filler = String::FromChar(TEXT('x'), length);
-        ASSERT_EQ(String::FromFormat(TEXT("%s"), filler.c_str()), filler) << length;
-        ASSERT_EQ(String::FromFormat(TEXT("%s%d"), filler.c_str(), 42), filler + TEXT("42")) << length;
+        ASSERT_TRUE(String::FromFormat(TEXT("%s"), filler.c_str()) == filler) << length;
+        ASSERT_TRUE(String::FromFormat(TEXT("%s%d"), filler.c_str(), 42) == filler + TEXT("42")) << length;
     }
     EXPECT_EQ(String::FromFormat(TEXT("%20000000d"), 1).size(), 20000000u);
 }
@@ -124,5 +124,5 @@ TEST(StringFormat, MessagesKeepTheirLineEnds)
 TEST(StringFormat, LongMessagesAreWhole)
 {
     String const filler = String::FromChar(TEXT('x'), 20000);
-    EXPECT_EQ(String::FromFormatMessage(TEXT("<%1>"), filler.c_str()), TEXT("<") + filler + TEXT(">"));
+    EXPECT_TRUE(String::FromFormatMessage(TEXT("<%1>"), filler.c_str()) == TEXT("<") + filler + TEXT(">"));
 }
