@@ -128,21 +128,17 @@ struct Chunk
 };
 
 /// The first chunk `name` at or behind `offset`; `{0, 0}` if there is none within the header.
-Chunk FindChunk(Header const & header, std::size_t offset, std::string_view name)
+Chunk FindChunk(Header const & header, std::uint64_t offset, std::string_view name)
 {
     while (offset + 8 <= header.Size())
     {
-        std::uint32_t const size = header.Little32(offset + 4);
-        if (header.Has(offset, name))
+        std::size_t const at = static_cast<std::size_t>(offset);
+        std::uint32_t const size = header.Little32(at + 4);
+        if (header.Has(at, name))
         {
-            return {offset + 8, size};
+            return {at + 8, size};
         }
-        offset +=
-            std::size_t{8} + size + size % 2; // cannot wrap: a size has 32 bits, and the offset lies in the header
-        if (size > header.Size())
-        {
-            break;
-        }
+        offset += std::uint64_t{8} + size + size % 2;
     }
     return {0, 0};
 }
@@ -156,7 +152,7 @@ void ProbeWav(Header const & header, std::int64_t fileSize, ProbeResult & result
     }
     result.format.channels = Known(header.Little16(format.offset + 2));
     result.format.rate = Known(header.Little32(format.offset + 4));
-    Chunk const data = FindChunk(header, format.offset + format.size + format.size % 2, "data");
+    Chunk const data = FindChunk(header, std::uint64_t{format.offset} + format.size + format.size % 2, "data");
     if (data.offset != 0)
     {
         // A writer that could not go back leaves a size of 0xFFFFFFFF.

@@ -48,6 +48,11 @@ public:
     Grammar()
     {
         app.require_subcommand(1);
+        // A path may begin with a slash on every system. The commands were added with the parser's own setting.
+        for (CLI::App * const command : {&app, make, show, verify})
+        {
+            command->allow_windows_style_options(false);
+        }
         app.set_version_flag("--version", "storyboard " KVCORE_VERSION);
         app.footer(exitCodes);
 

@@ -379,6 +379,13 @@ TEST_F(StoryboardProgram, UsageErrorsNameTheProblem)
     }
 }
 
+TEST_F(StoryboardProgram, PathMayBeginWithASlash)
+{
+    Result const run({"show", "/no/such/file"});
+    EXPECT_EQ(run.code, kv::tools::ExitIo) << run.error;
+    EXPECT_TRUE(run.error.starts_with("storyboard: cannot read /no/such/file: ")) << run.error;
+}
+
 TEST_F(StoryboardProgram, HelpTellsCommandsAndExitCodes)
 {
     Result const help({"--help"});
