@@ -464,6 +464,19 @@ TEST_F(StoryboardProgram, FilesThatCannotBeReadAreLeftOutAndTold)
     EXPECT_EQ(Verified().code, 0);
 }
 
+TEST_F(StoryboardProgram, VerifyTellsWhatItCannotReadBeforeWhatIsMissing)
+{
+    MakeProject();
+    fs::remove(scratch / "media/one.txt");
+    fs::remove(scratch / "media/two.txt");
+    fs::create_symlink("two.txt", scratch / "media/two.txt"); // leads round in a circle
+    Result const run = Verified();
+    EXPECT_EQ(run.code, kv::tools::ExitIo);
+    EXPECT_TRUE(Contains(run.output, "missing   one.txt\n")) << run.output;
+    EXPECT_TRUE(Contains(run.output, "unread    two.txt: ")) << run.output;
+    EXPECT_TRUE(Contains(run.output, "2 unchanged, 0 changed, 1 missing, 1 not readable; 0 new")) << run.output;
+}
+
 TEST_F(StoryboardProgram, LinksInTheFolderAreClipsOfOneSource)
 {
     fs::create_symlink("one.txt", scratch / "media/link");
