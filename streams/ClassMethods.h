@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <memory>
 #include <type_traits>
 #include <typeinfo>
@@ -20,23 +21,40 @@
 //
 //     class Clip : public KVUnknown, public ISerializable { ... };
 
+namespace kv::detail
+{
+
+/// Apart from the short way below, which is to be short.
+template <typename T>
+[[gnu::noinline]] T * SearchObject(IUnknown * object)
+{
+    if (object != nullptr)
+    {
+        // A class that several modules know has its type information in each.
+        IUnknown & known = *object;
+        return typeid(known) == typeid(T) ? static_cast<T *>(dynamic_cast<void *>(object)) : dynamic_cast<T *>(object);
+    }
+    return nullptr;
+}
+
+} // namespace kv::detail
+
 /// The object of class T behind `object`; null if it is of another class or null. `T` may be the object's own class or
 /// a base of it.
 template <typename T>
-inline T * ObjectCast(IUnknown * object)
+T * ObjectCast(IUnknown * object)
 {
-    if (object == nullptr)
-    {
-        return nullptr;
-    }
     // IUnknown is a virtual base, so a downcast has to search the class's bases, which costs more than all the rest of
     // copying a small object. An object that is exactly a T is found by the address of the whole object.
-    IUnknown & known = *object;
-    if (&typeid(known) == &typeid(T) || typeid(known) == typeid(T))
+    if (object != nullptr)
     {
-        return static_cast<T *>(dynamic_cast<void *>(object));
+        IUnknown & known = *object;
+        if (&typeid(known) == &typeid(T))
+        {
+            return static_cast<T *>(dynamic_cast<void *>(object));
+        }
     }
-    return dynamic_cast<T *>(object);
+    return kv::detail::SearchObject<T>(object);
 }
 
 /// Method object of a class whose objects streams can write but not create, such as an abstract one.
@@ -95,7 +113,7 @@ public:
 /// Every distinct value of the class that a stream writes is compared with all before it, in order. So value classes
 /// are for values that repeat often and differ seldom, and their operator== should be quick to say no.
 template <typename T, typename Base = ClassMethods<T>>
-class ValueClassMethods : public Base, public IObjectFactory::ICopyCompareMethod
+class ValueClassMethods : public Base, public IObjectFactory::ICopyCompareMethod, public kv::detail::IValueSearch
 {
 public:
     /// Throws std::bad_cast if `object` is no T.
@@ -116,7 +134,28 @@ public:
         return left != nullptr && right != nullptr && *left == *right;
     }
 
+    kv::detail::WrittenValue const *
+    FindEqual(IUnknown * object, kv::detail::WrittenValue const * values, std::size_t count) const override
+    {
+        // A derived class may have its own Compare. Otherwise the object is cast once and not for every value.
+        T const * const plain = typeid(*this) == typeid(ValueClassMethods) ? ObjectCast<T>(object) : nullptr;
+        for (kv::detail::WrittenValue const * value = values; value != values + count; ++value)
+        {
+            if (plain != nullptr ? EqualsClone(*plain, value->clone) : this->Compare(object, value->clone))
+            {
+                return value;
+            }
+        }
+        return nullptr;
+    }
+
 private:
+    static bool EqualsClone(T const & object, IUnknown * clone)
+    {
+        T const * const value = ObjectCast<T>(clone);
+        return value != nullptr && object == *value;
+    }
+
     static T & Value(IUnknown * object)
     {
         T * const value = ObjectCast<T>(object);

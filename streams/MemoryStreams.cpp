@@ -64,7 +64,9 @@ void MemoryInputStream::Read(char * data, int size)
     {
         ThrowTooShort();
     }
-    kv::detail::CopyBytes(data, position, static_cast<std::size_t>(size));
+    // The copy comes last, so that nothing has to be kept across it.
+    char const * const from = position;
     position += size;
     remaining -= size;
+    kv::detail::CopyBytes(data, from, static_cast<std::size_t>(size));
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -46,7 +47,8 @@ IUnknown * AsUnknown(ISerializable const & object)
 kv::detail::ClassInterfaces::ClassInterfaces(IObjectFactory::IClassMethod const * methods)
     : create(dynamic_cast<IObjectFactory::ICreateMethod const *>(methods)),
       copyCompare(dynamic_cast<IObjectFactory::ICopyCompareMethod const *>(methods)),
-      cast(dynamic_cast<ISerializableCast const *>(methods))
+      cast(dynamic_cast<ISerializableCast const *>(methods)),
+      search(dynamic_cast<IValueSearch const *>(methods))
 {
 }
 
@@ -64,9 +66,9 @@ SerializingOutputStream::~SerializingOutputStream() noexcept(false)
 {
     for (auto const & entry : values)
     {
-        for (WrittenValue const & value : entry.second.values)
+        for (kv::detail::WrittenValue const & value : entry.second.values)
         {
-            value.second->Release();
+            value.clone->Release();
         }
     }
 }
@@ -78,19 +80,19 @@ void SerializingOutputStream::Write(char const * data, int size)
 
 void SerializingOutputStream::Write(ISerializable const & object)
 {
-    RequireStack();
     WrittenClass & writtenClass = FindClass(typeid(object));
     int const number = static_cast<int>(objectCount++);
-    if (writtenClass.copyCompare != nullptr)
+    if (writtenClass.methods.copyCompare != nullptr)
     {
-        WrittenValue const * const equal = FindEqual(writtenClass, object);
+        kv::detail::WrittenValue const * const equal = FindEqual(writtenClass, object);
         if (equal != nullptr)
         {
-            WriteCommand(valueRepeatCommand, equal->first);
+            WriteCommand(valueRepeatCommand, equal->number);
             return;
         }
         KeepValue(writtenClass, object, number);
     }
+    RequireStack();
     short const version = object.GetVersion();
     char header[sizeof(int) + sizeof(short)];
     std::memcpy(header, &writtenClass.id, sizeof(int));
@@ -112,21 +114,24 @@ SerializingOutputStream::WrittenClass & SerializingOutputStream::AddClass(std::t
     auto const found = values.find(id);
     WrittenClass & writtenClass = found != values.end()
         ? found->second
-        : values
-              .emplace(id, WrittenClass{id, kv::detail::ClassInterfaces(factory->GetClassMethods(id)).copyCompare, {}})
+        : values.emplace(id, WrittenClass{id, kv::detail::ClassInterfaces(factory->GetClassMethods(id)), {}})
               .first->second;
     types.Insert(&type, &writtenClass);
     return writtenClass;
 }
 
 /// In the order in which the values were written: the first that compares equal is the one that the stream names.
-SerializingOutputStream::WrittenValue const *
+kv::detail::WrittenValue const *
 SerializingOutputStream::FindEqual(WrittenClass const & writtenClass, ISerializable const & object) const
 {
     IUnknown * const unknown = AsUnknown(object);
-    for (WrittenValue const & value : writtenClass.values)
+    if (writtenClass.methods.search != nullptr)
     {
-        if (writtenClass.copyCompare->Compare(unknown, value.second))
+        return writtenClass.methods.search->FindEqual(unknown, writtenClass.values.data(), writtenClass.values.size());
+    }
+    for (kv::detail::WrittenValue const & value : writtenClass.values)
+    {
+        if (writtenClass.methods.copyCompare->Compare(unknown, value.clone))
         {
             return &value;
         }
@@ -136,14 +141,14 @@ SerializingOutputStream::FindEqual(WrittenClass const & writtenClass, ISerializa
 
 void SerializingOutputStream::KeepValue(WrittenClass & writtenClass, ISerializable const & object, int number)
 {
-    IUnknown * const clone = writtenClass.copyCompare->Clone(AsUnknown(object));
+    IUnknown * const clone = writtenClass.methods.copyCompare->Clone(AsUnknown(object));
     if (clone == nullptr)
     {
         return;
     }
     try
     {
-        writtenClass.values.emplace_back(number, clone);
+        writtenClass.values.push_back({number, clone});
     }
     catch (...)
     {
@@ -192,12 +197,16 @@ SerializingInputStream::SerializingInputStream(IObjectFactory const & newFactory
 
 SerializingInputStream::~SerializingInputStream() noexcept(false)
 {
-    values.ForEach([](IUnknown * value) { value->Release(); });
-    for (ISerializable * const object : references.All())
+    values.ForEach([](KnownValue const & value) { value.clone->Release(); });
+    std::vector<ISerializable *> const & objects = references.All();
+    // The objects lie scattered, and each waits for memory: the next ones are asked for meanwhile.
+    constexpr std::size_t ahead = 8;
+    for (std::size_t i = 0; i < objects.size(); ++i)
     {
-        if (object != nullptr)
+        __builtin_prefetch(objects[std::min(i + ahead, objects.size() - 1)]);
+        if (objects[i] != nullptr)
         {
-            object->Release();
+            objects[i]->Release();
         }
     }
 }
@@ -235,7 +244,6 @@ int SerializingInputStream::ReadNumber()
 /// gets a reference.
 ISerializable * SerializingInputStream::ReadObject(ISerializable * target, bool keepReference, bool & owned)
 {
-    RequireStack();
     int const targetId = target != nullptr ? FindType(typeid(*target)).id : 0;
     std::uint64_t const number = objectCount++;
     int const word = ReadNumber();
@@ -286,13 +294,13 @@ ISerializable * SerializingInputStream::ReadRepeat(ISerializable * target, int t
     {
         Fail(TEXT("Unknown command in stream"));
     }
-    IUnknown * const * const found = values.Find(KeyOf(static_cast<unsigned int>(ReadNumber())));
+    KnownValue const * const found = values.Find(KeyOf(static_cast<unsigned int>(ReadNumber())));
     if (found == nullptr)
     {
         Fail(TEXT("Reference to unknown object in stream"));
     }
-    IUnknown * const stored = *found;
-    KnownType const & type = FindType(typeid(*stored));
+    IUnknown * const stored = found->clone;
+    KnownType const & type = *found->type;
     // Kept: no look at former names here. The clone is of today's class, whatever name its record had.
     if (target != nullptr && type.id != targetId)
     {
@@ -349,6 +357,7 @@ private:
 ISerializable * SerializingInputStream::ReadRecord(
     ISerializable * target, KnownClass const & known, std::uint64_t number, bool keepReference, bool & owned)
 {
+    RequireStack();
     short version;
     Read(reinterpret_cast<char *>(&version), sizeof(version));
     ISerializable * object =
@@ -447,7 +456,7 @@ void SerializingInputStream::KeepValue(std::uint64_t number, IUnknown * clone)
     CreatedObject held(clone);
     if (clone != nullptr)
     {
-        values.Insert(KeyOf(number), clone);
+        values.Insert(KeyOf(number), {clone, &FindType(typeid(*clone))});
         held.Detach();
     }
 }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <typeinfo>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include <kvcore/platform/export.h>
@@ -53,6 +53,24 @@ protected:
     ~ISerializableCast() = default;
 };
 
+/// A value that a stream has written, by its object number, and the clone of it that the stream owns.
+struct WrittenValue
+{
+    int number;
+    IUnknown * clone;
+};
+
+/// An interface of method objects beside those of IObjectFactory: Compare for many values at once.
+class KVCORE_API IValueSearch
+{
+public:
+    /// The first of `count` values for which Compare(object, value.clone) is true, or null.
+    virtual WrittenValue const * FindEqual(IUnknown * object, WrittenValue const * values, std::size_t count) const = 0;
+
+protected:
+    ~IValueSearch() = default;
+};
+
 /// What a method object has to offer, looked up once.
 struct ClassInterfaces
 {
@@ -65,6 +83,7 @@ struct ClassInterfaces
     IObjectFactory::ICreateMethod const * create = nullptr;
     IObjectFactory::ICopyCompareMethod const * copyCompare = nullptr;
     ISerializableCast const * cast = nullptr;
+    IValueSearch const * search = nullptr;
 };
 
 } // namespace kv::detail
@@ -108,19 +127,16 @@ public:
     void WriteRef(ISerializable const * object);
 
 private:
-    /// A value written, by its object number, and the owned clone of it.
-    using WrittenValue = std::pair<int, IUnknown *>;
-
     struct WrittenClass
     {
         int id;
-        IObjectFactory::ICopyCompareMethod const * copyCompare;
-        std::vector<WrittenValue> values;
+        kv::detail::ClassInterfaces methods;
+        std::vector<kv::detail::WrittenValue> values;
     };
 
     WrittenClass & FindClass(std::type_info const & type);
     WrittenClass & AddClass(std::type_info const & type);
-    WrittenValue const * FindEqual(WrittenClass const & writtenClass, ISerializable const & object) const;
+    kv::detail::WrittenValue const * FindEqual(WrittenClass const & writtenClass, ISerializable const & object) const;
     void KeepValue(WrittenClass & writtenClass, ISerializable const & object, int number);
     void WriteCommand(int command, int number);
 
@@ -211,6 +227,11 @@ private:
         kv::detail::ClassInterfaces methods;
         int id;
     };
+    struct KnownValue
+    {
+        IUnknown * clone;
+        KnownType const * type;
+    };
 
     int ReadNumber();
     ISerializable * ReadObject(ISerializable * target, bool keepReference, bool & owned);
@@ -225,7 +246,7 @@ private:
     IObjectFactory const * const factory;
     std::uint64_t objectCount;
     // By object number. They own a reference to each.
-    kv::detail::FlatMap<std::uint64_t, IUnknown *> values;
+    kv::detail::FlatMap<std::uint64_t, KnownValue> values;
     kv::detail::NumberedReferences<ISerializable> references;
     std::deque<KnownClass> classes;
     std::deque<KnownType> types;
