@@ -44,7 +44,7 @@ function(kv_configure_library target)
     endif()
     set_target_properties(
         ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON
-                             DEBUG_POSTFIX "")
+                             INSTALL_RPATH "$ORIGIN") # the libraries lie side by side wherever they are installed
     add_library(kvcore::${target} ALIAS ${target})
 endfunction()
 
