@@ -151,7 +151,7 @@ public:
     /// @{
 
     /// The text in a code page of the system's. Malformed bytes become what the system makes of them; an unknown code
-    /// page, or a text of 2^31 bytes or more, gives an empty string.
+    /// page, or 2^31 - 1 bytes or more in another page than UTF-8, gives an empty string.
     static String FromMultibyte(unsigned int codePage, char const * text, unsigned int length = unsigned(-1));
     static String FromMultibyte(unsigned int codePage, std::string const & text);
     static String FromUtf8(char const * text, unsigned int length = unsigned(-1));
