@@ -27,7 +27,7 @@ struct CompareCase
     WString right;
 };
 
-void Check(std::vector<CompareCase> const & cases)
+void CheckOrders(std::vector<CompareCase> const & cases)
 {
     for (CompareCase const & row : cases)
     {
@@ -41,7 +41,7 @@ void Check(std::vector<CompareCase> const & cases)
 
 TEST(Collation, LettersThenMarksThenCase)
 {
-    Check({
+    CheckOrders({
         {0, WString(), '=', WString()},
         {0, WString(), '<', TEXT("a")},
         {0, TEXT("a"), '<', TEXT("A")},
@@ -64,7 +64,7 @@ TEST(Collation, LettersThenMarksThenCase)
 
 TEST(Collation, LigaturesAreTheirLetters)
 {
-    Check({
+    CheckOrders({
         {0, TEXT("\u00E6on"), '=', TEXT("aeon")},
         {0, TEXT("stra\u00DFe"), '=', TEXT("strasse")},
         {0, TEXT("\u0153uvre"), '=', TEXT("oeuvre")},
@@ -85,7 +85,7 @@ TEST(Collation, SymbolsThenDigitsThenLettersByScript)
 
 TEST(Collation, HyphensAndApostrophesCountLastInAWordSort)
 {
-    Check({
+    CheckOrders({
         {0, TEXT("coop"), '<', TEXT("co-op")},
         {0, TEXT("co-op"), '<', TEXT("cop")},
         {0, TEXT("co'op"), '<', TEXT("co-op")},
@@ -104,7 +104,7 @@ TEST(Collation, HyphensAndApostrophesCountLastInAWordSort)
 
 TEST(Collation, HyphensAndApostrophesAreSymbolsInAStringSort)
 {
-    Check({
+    CheckOrders({
         {SORT_STRINGSORT, TEXT("co-op"), '<', TEXT("coop")},
         {SORT_STRINGSORT, TEXT("co'op"), '<', TEXT("co-op")},
         {SORT_STRINGSORT, TEXT("co-op"), '<', TEXT("co op")},
@@ -115,7 +115,7 @@ TEST(Collation, HyphensAndApostrophesAreSymbolsInAStringSort)
 
 TEST(Collation, FlagsDropDifferences)
 {
-    Check({
+    CheckOrders({
         {NORM_IGNORECASE, TEXT("aBc"), '=', TEXT("AbC")},
         {NORM_IGNORECASE, TEXT("\u00C9"), '=', TEXT("\u00E9")},
         {NORM_IGNORECASE, TEXT("E"), '<', TEXT("\u00E9")},
@@ -138,7 +138,7 @@ TEST(Collation, FlagsDropDifferences)
 
 TEST(Collation, WhatHasNoWeightIsNotThere)
 {
-    Check({
+    CheckOrders({
         {0, WString(TEXT("a\0b"), 3), '=', TEXT("ab")},
         {0, WString(1, 0), '=', WString()},
         {0, TEXT("a\u00ADb"), '=', TEXT("ab")},
@@ -147,7 +147,7 @@ TEST(Collation, WhatHasNoWeightIsNotThere)
 
 TEST(Collation, HalfOfAPairIsOrderedBehindLetters)
 {
-    Check(
+    CheckOrders(
         {{0, WString(1, 0xD800), '>', TEXT("z")},
          {0, WString(1, 0xD800), '=', WString(1, 0xD800)},
          {0, WString(2, 0xDC00), '>', WString(1, 0xDC00)}});
