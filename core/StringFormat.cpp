@@ -31,7 +31,7 @@ public:
 int Print(WCHAR * buffer, std::size_t limit, WCHAR const * format, std::va_list arguments)
 {
     ArgumentsCopy list(arguments);
-    return _vsnwprintf(buffer, limit, format, list.copy);
+    return kv::platform::PrintInvariant(buffer, limit, format, list.copy);
 }
 
 // A text that needs more than this many elements is believed only to a run-time library that can name its length.
@@ -53,7 +53,6 @@ std::size_t LargerSize(std::size_t elements, WCHAR const * format, std::va_list 
 
 String String::FromFormatV(WCHAR const * format, std::va_list arguments)
 {
-    kv::platform::NumericLocaleGuard const guard;
     kv::detail::ScratchBuffer<WCHAR, 2048> scratch;
     for (std::size_t elements = scratch.Capacity(); elements != 0;)
     {

@@ -191,9 +191,8 @@ bool ParseDouble(std::string_view text, double & value)
         return true;
     }
     // What is left: a '+' in front, hexadecimal digits, numbers out of range, and what is no number.
-    kv::platform::NumericLocaleGuard const guard;
     char * stop;
-    value = std::strtod(begin, &stop);
+    value = kv::platform::ParseInvariant(begin, &stop);
     return stop != begin && stop == end;
 }
 

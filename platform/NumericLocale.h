@@ -2,25 +2,21 @@
 
 // What the C run-time libraries of the targets do each in their own way: numbers free of the process's locale.
 
+#include <cstdarg>
+#include <cstddef>
+
 #include <kvcore/platform/export.h>
+#include <kvcore/platform/types.h>
 
 namespace kv::platform
 {
 
-/// While it lives, the C library's number conversions on this thread use the "C" locale's decimal point, whatever the
-/// process has set. No other thread sees a change, and the destructor puts back what was there. Not to be handed to
-/// another thread. Guards may nest.
-class KVCORE_API NumericLocaleGuard
-{
-public:
-    NumericLocaleGuard();
-    ~NumericLocaleGuard();
-    NumericLocaleGuard(NumericLocaleGuard const &) = delete;
-    NumericLocaleGuard & operator=(NumericLocaleGuard const &) = delete;
+/// The C run-time library's _vsnwprintf with the decimal point of the "C" locale, whatever locale the process or the
+/// thread has set. Result, buffer and failures are that function's. Any thread; touches no locale of anyone.
+KVCORE_API int PrintInvariant(WCHAR * buffer, std::size_t capacity, WCHAR const * format, std::va_list arguments);
 
-private:
-    void * saved;
-    [[maybe_unused]] int savedMode; // where the C library switches per thread by a mode
-};
+/// The C run-time library's strtod with the decimal point of the "C" locale, whatever locale the process or the thread
+/// has set. Any thread; touches no locale of anyone.
+KVCORE_API double ParseInvariant(char const * text, char ** end);
 
 } // namespace kv::platform

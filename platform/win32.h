@@ -12,13 +12,21 @@
 #    include <windows.h>
 
 #    include <objbase.h>
+#    include <shlobj.h>
+#    include <shlwapi.h>
 #    include <stdlib.h>
 #    include <wchar.h>
 #else
 #    include <kvcore/platform/include/crt.h>
+#    include <kvcore/platform/include/directories.h>
 #    include <kvcore/platform/include/errors.h>
+#    include <kvcore/platform/include/fileapi.h>
 #    include <kvcore/platform/include/memory.h>
 #    include <kvcore/platform/include/messages.h>
 #    include <kvcore/platform/include/objbase.h>
+#    include <kvcore/platform/include/overlapped.h>
+#    include <kvcore/platform/include/shellapi.h>
+#    include <kvcore/platform/include/synchapi.h>
+#    include <kvcore/platform/include/timeapi.h>
 #    include <kvcore/platform/include/winnls.h>
 #endif

@@ -129,3 +129,72 @@ struct FILETIME
 static_assert(sizeof(FILETIME) == 8);
 
 static_assert(sizeof(LONG) == 4 && sizeof(DWORD) == 4 && sizeof(HRESULT) == 4 && sizeof(WCHAR) == 2);
+
+/// A 64-bit number that may be seen in halves.
+union LARGE_INTEGER
+{
+    __extension__ struct
+    {
+        DWORD LowPart;
+        LONG HighPart;
+    };
+    struct
+    {
+        DWORD LowPart;
+        LONG HighPart;
+    } u;
+    __int64 QuadPart;
+};
+union ULARGE_INTEGER
+{
+    __extension__ struct
+    {
+        DWORD LowPart;
+        DWORD HighPart;
+    };
+    struct
+    {
+        DWORD LowPart;
+        DWORD HighPart;
+    } u;
+    unsigned __int64 QuadPart;
+};
+
+/// What a handle function gives for "none" where 0 may be a handle.
+#define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<ULONG_PTR>(-1)))
+
+/// One request of overlapped input or output. `Internal` is STATUS_PENDING (259) until it is finished, `InternalHigh`
+/// then the bytes transferred.
+struct OVERLAPPED
+{
+    ULONG_PTR Internal;
+    ULONG_PTR InternalHigh;
+    union
+    {
+        __extension__ struct
+        {
+            DWORD Offset;
+            DWORD OffsetHigh;
+        };
+        void * Pointer;
+    };
+    HANDLE hEvent;
+};
+
+#define MAX_PATH 260
+
+/// A directory entry as the find functions give it, 592 bytes.
+struct WIN32_FIND_DATAW
+{
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;
+    DWORD dwReserved1;
+    WCHAR cFileName[MAX_PATH];
+    WCHAR cAlternateFileName[14];
+};
+static_assert(sizeof(WIN32_FIND_DATAW) == 592);

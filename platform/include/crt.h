@@ -15,7 +15,7 @@ extern "C"
     ///
     /// %s and %c are wide, %S and %C narrow; h before them is narrow, l or w wide. Narrow text is UTF-8. Integers have
     /// 32 bits, with h 16, with ll or I64 64, with I, z, t, j those of a pointer; l is 32 bits as on Windows. The
-    /// decimal point is that of the calling thread's locale (see NumericLocaleGuard).
+    /// decimal point is that of the calling thread's locale (see PrintInvariant).
     KVCORE_API int _vsnwprintf(WCHAR * buffer, std::size_t capacity, WCHAR const * format, std::va_list arguments);
     KVCORE_API int _snwprintf(WCHAR * buffer, std::size_t capacity, WCHAR const * format, ...);
 

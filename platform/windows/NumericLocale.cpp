@@ -1,29 +1,33 @@
 #include <kvcore/platform/NumericLocale.h>
 
-#include <cstdlib>
-#include <cstring>
-
 #include <locale.h>
+#include <stdlib.h>
+#include <wchar.h>
 
 namespace kv::platform
 {
-
-// The order matters: only once the thread has a locale of its own does setlocale leave the other threads alone.
-NumericLocaleGuard::NumericLocaleGuard() : saved(nullptr), savedMode(_configthreadlocale(_ENABLE_PER_THREAD_LOCALE))
+namespace
 {
-    if (char const * const name = setlocale(LC_NUMERIC, nullptr))
-    {
-        saved = _strdup(name);
-    }
-    setlocale(LC_NUMERIC, "C");
+
+/// Made once and never freed: it may be needed while the process's statics die. A locale handed to the call is the only
+/// way that is safe beside other threads: a mode of the thread's own, set and taken back, is seen by others in some
+/// run-time libraries.
+_locale_t PlainLocale()
+{
+    static _locale_t const plain = _create_locale(LC_ALL, "C");
+    return plain;
 }
 
-NumericLocaleGuard::~NumericLocaleGuard()
+} // namespace
+
+int PrintInvariant(WCHAR * buffer, std::size_t capacity, WCHAR const * format, std::va_list arguments)
 {
-    // A null name only asks, which is right if there was none to put back.
-    setlocale(LC_NUMERIC, static_cast<char const *>(saved));
-    std::free(saved);
-    _configthreadlocale(savedMode);
+    return _vsnwprintf_l(buffer, capacity, format, PlainLocale(), arguments);
+}
+
+double ParseInvariant(char const * text, char ** end)
+{
+    return _strtod_l(text, end, PlainLocale());
 }
 
 } // namespace kv::platform

@@ -1,5 +1,6 @@
 #include <atomic>
 #include <clocale>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -112,50 +113,54 @@ private:
 };
 #endif
 
+/// One and a half by the call that no locale touches.
+std::string PrintHalfInvariant()
+{
+    auto const print = [](WCHAR * buffer, std::size_t capacity, WCHAR const * format, ...)
+    {
+        std::va_list arguments;
+        va_start(arguments, format);
+        int const length = kv::platform::PrintInvariant(buffer, capacity, format, arguments);
+        va_end(arguments);
+        return length;
+    };
+    WCHAR buffer[20] = {};
+    EXPECT_EQ(print(buffer, 20, TEXT("%.1f"), 1.5), 3);
+    WString const text(buffer);
+    return std::string(text.begin(), text.end());
+}
+
 } // namespace
 
-TEST(NumericLocaleGuard, GivesThePointOfTheCLocaleAndPutsBackWhatWasThere)
+TEST(InvariantNumbers, HaveThePointOfTheCLocale)
+{
+    CommaLocale const comma;
+    EXPECT_EQ(PrintHalf(), "1,5");
+    EXPECT_EQ(PrintHalfInvariant(), "1.5");
+    char const * const text = "2.25;";
+    char * end = nullptr;
+    EXPECT_EQ(kv::platform::ParseInvariant(text, &end), 2.25);
+    EXPECT_EQ(end, text + 4);
+}
+
+TEST(InvariantNumbers, LeaveTheLocaleAsItIs)
 {
     CommaLocale const comma;
     std::string const name = CurrentName();
-    std::string const outside = PrintHalf();
-    EXPECT_EQ(outside, "1,5");
-    {
-        kv::platform::NumericLocaleGuard const guard;
-        EXPECT_EQ(PrintHalf(), "1.5");
-        EXPECT_EQ(std::strtod("2.25", nullptr), 2.25);
-    }
-    EXPECT_EQ(CurrentName(), name);
-    EXPECT_EQ(PrintHalf(), outside);
-}
-
-TEST(NumericLocaleGuard, MayNest)
-{
-    CommaLocale const comma;
-    std::string const name = CurrentName();
-    std::string const outside = PrintHalf();
-    {
-        kv::platform::NumericLocaleGuard const outer;
-        {
-            kv::platform::NumericLocaleGuard const inner;
-            EXPECT_EQ(PrintHalf(), "1.5");
-        }
-        EXPECT_EQ(PrintHalf(), "1.5") << "the outer guard still stands";
-        EXPECT_EQ(std::strtod("2.25", nullptr), 2.25);
-    }
-    EXPECT_EQ(PrintHalf(), outside);
+    EXPECT_EQ(PrintHalfInvariant(), "1.5");
+    EXPECT_EQ(kv::platform::ParseInvariant("0.5", nullptr), 0.5);
+    EXPECT_EQ(PrintHalf(), "1,5");
     EXPECT_EQ(CurrentName(), name);
 }
 
-TEST(NumericLocaleGuard, LeavesOtherThreadsAlone)
+TEST(InvariantNumbers, LeaveOtherThreadsAlone)
 {
     CommaLocale const comma;
     std::string const outside = PrintHalf();
     std::atomic<int> wrong{0};
-    std::atomic<int> guarded{0};
     std::atomic<bool> done{false};
 
-    // One thread without a guard watches while the others come and go under theirs.
+    // One thread prints by the process's locale while the others print without it.
     std::thread watcher(
         [&]
         {
@@ -173,10 +178,8 @@ TEST(NumericLocaleGuard, LeavesOtherThreadsAlone)
                 for (int i = 0; i < 300; ++i)
                 {
                     wrong += PrintHalf() != outside;
-                    kv::platform::NumericLocaleGuard const guard;
-                    wrong += PrintHalf() != "1.5";
-                    wrong += std::strtod("2.25", nullptr) != 2.25;
-                    ++guarded;
+                    wrong += PrintHalfInvariant() != "1.5";
+                    wrong += kv::platform::ParseInvariant("2.25", nullptr) != 2.25;
                 }
             });
     }
@@ -187,19 +190,16 @@ TEST(NumericLocaleGuard, LeavesOtherThreadsAlone)
     done = true;
     watcher.join();
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(guarded, 900);
     EXPECT_EQ(PrintHalf(), outside);
 }
 
 #ifndef _WIN32 // The point of a locale is one narrow character there.
-TEST(NumericLocaleGuard, PointsOfSeveralBytesArePrintedAsOneElement)
+TEST(InvariantNumbers, APointOfSeveralBytesIsPrintedAsOneElementByTheOthers)
 {
     CommaLocale const arabic("\xD9\xAB", 0x066B);
     WCHAR buffer[20] = {};
     EXPECT_EQ(_snwprintf(buffer, 20, TEXT("%6.1f"), 1.5), 6);
     EXPECT_EQ(WString(buffer), TEXT("   1\x066B") TEXT("5"));
-    kv::platform::NumericLocaleGuard const guard;
-    EXPECT_EQ(_snwprintf(buffer, 20, TEXT("%6.1f"), 1.5), 6);
-    EXPECT_EQ(WString(buffer), TEXT("   1.5"));
+    EXPECT_EQ(PrintHalfInvariant(), "1.5");
 }
 #endif

@@ -1,26 +1,50 @@
 #include <kvcore/platform/NumericLocale.h>
 
+#include <cstdlib>
+
 #include <locale.h>
+
+#include <kvcore/platform/include/crt.h>
 
 namespace kv::platform
 {
 namespace
 {
 
-/// Made once and never freed: guards may still live while the process's statics die. Of this name it always exists.
+/// Made once and never freed: it may be needed while the process's statics die. Of this name it always exists.
 locale_t PlainLocale()
 {
     static locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
     return plain;
 }
 
+/// While it lives, the thread's locale is the plain one. It says nothing to other threads.
+class PlainLocaleScope
+{
+public:
+    PlainLocaleScope() : saved(uselocale(PlainLocale())) {}
+    ~PlainLocaleScope()
+    {
+        uselocale(saved);
+    }
+    PlainLocaleScope(PlainLocaleScope const &) = delete;
+    PlainLocaleScope & operator=(PlainLocaleScope const &) = delete;
+
+private:
+    locale_t saved;
+};
+
 } // namespace
 
-NumericLocaleGuard::NumericLocaleGuard() : saved(uselocale(PlainLocale())), savedMode(0) {}
-
-NumericLocaleGuard::~NumericLocaleGuard()
+int PrintInvariant(WCHAR * buffer, std::size_t capacity, WCHAR const * format, std::va_list arguments)
 {
-    uselocale(static_cast<locale_t>(saved));
+    PlainLocaleScope const scope;
+    return _vsnwprintf(buffer, capacity, format, arguments);
+}
+
+double ParseInvariant(char const * text, char ** end)
+{
+    return strtod_l(text, end, PlainLocale());
 }
 
 } // namespace kv::platform
