@@ -12,7 +12,6 @@
 
 #include <kvcore/core/ScratchBuffer.h>
 #include <kvcore/core/String.h>
-#include <kvcore/platform/NumericLocale.h>
 #include <kvcore/platform/win32.h>
 
 // Reading integers
@@ -171,7 +170,63 @@ bool IsNaNTail(std::string_view tail)
          tail.find_first_not_of(inside, 1) == tail.size() - 1);
 }
 
-/// The number that all of `text` stands for. A NUL follows it.
+/// What from_chars means by "out of range" for the unsigned number in [begin, end): a value too large, which is read as
+/// infinity, or one too small, which is read as 0.
+double OutOfRange(char const * begin, char const * end, bool hexadecimal)
+{
+    std::string_view const number(begin, std::size_t(end - begin));
+    std::size_t const mark = number.find(hexadecimal ? 'p' : 'e');
+    std::string_view const digits = number.substr(0, mark);
+    std::size_t const leading = digits.find_first_not_of("0.");
+    if (leading == std::string_view::npos)
+    {
+        return 0;
+    }
+    __int64 exponent = 0;
+    if (mark != std::string_view::npos)
+    {
+        char const * const first = begin + mark + (number[mark + 1] == '+' ? 2 : 1);
+        if (std::from_chars(first, end, exponent).ec != std::errc())
+        {
+            return *first == '-' ? 0 : std::numeric_limits<double>::infinity();
+        }
+    }
+    std::size_t const point = std::min(digits.find('.'), digits.size());
+    __int64 const place = static_cast<__int64>(point) - static_cast<__int64>(leading);
+    return place * (hexadecimal ? 4 : 1) > -exponent ? std::numeric_limits<double>::infinity() : 0;
+}
+
+/// Reads the longest number that [begin, end) begins with, as the C library's strtod does under the "C" locale, and
+/// returns the place behind it, `begin` if there is none. from_chars alone knows no '+', no "0x" and no infinity for
+/// what is too large.
+char const * ReadDouble(char const * begin, char const * end, double & value)
+{
+    value = 0;
+    char const * digits = begin;
+    bool const negative = digits != end && *digits == '-';
+    digits += digits != end && (*digits == '-' || *digits == '+');
+    bool const hexadecimal = end - digits > 2 && digits[0] == '0' && digits[1] == 'x' &&
+        std::string_view(digits + 2, end).find_first_of("0123456789abcdef") == std::size_t(digits[2] == '.');
+    digits += hexadecimal ? 2 : 0;
+    if (digits == end || *digits == '-')
+    {
+        return begin;
+    }
+    std::from_chars_result const read =
+        std::from_chars(digits, end, value, hexadecimal ? std::chars_format::hex : std::chars_format::general);
+    if (read.ec == std::errc::invalid_argument)
+    {
+        return begin;
+    }
+    if (read.ec == std::errc::result_out_of_range)
+    {
+        value = OutOfRange(digits, read.ptr, hexadecimal);
+    }
+    value = negative ? -value : value;
+    return read.ptr;
+}
+
+/// The number that all of `text` stands for.
 bool ParseDouble(std::string_view text, double & value)
 {
     // strtod skips white space, but not the same white space in every run-time library.
@@ -184,15 +239,7 @@ bool ParseDouble(std::string_view text, double & value)
     }
     char const * const begin = text.data();
     char const * const end = begin + text.size();
-    // from_chars reads plain numbers, which are nearly all, several times faster and without a look at locales.
-    std::from_chars_result const read = std::from_chars(begin, end, value);
-    if (read.ec == std::errc() && read.ptr == end)
-    {
-        return true;
-    }
-    // What is left: a '+' in front, hexadecimal digits, numbers out of range, and what is no number.
-    char * stop;
-    value = kv::platform::ParseInvariant(begin, &stop);
+    char const * const stop = ReadDouble(begin, end, value);
     return stop != begin && stop == end;
 }
 

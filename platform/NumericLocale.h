@@ -15,8 +15,4 @@ namespace kv::platform
 /// thread has set. Result, buffer and failures are that function's. Any thread; touches no locale of anyone.
 KVCORE_API int PrintInvariant(WCHAR * buffer, std::size_t capacity, WCHAR const * format, std::va_list arguments);
 
-/// The C run-time library's strtod with the decimal point of the "C" locale, whatever locale the process or the thread
-/// has set. Any thread; touches no locale of anyone.
-KVCORE_API double ParseInvariant(char const * text, char ** end);
-
 } // namespace kv::platform

@@ -1,7 +1,6 @@
 #include <kvcore/platform/NumericLocale.h>
 
 #include <locale.h>
-#include <stdlib.h>
 #include <wchar.h>
 
 namespace kv::platform
@@ -23,11 +22,6 @@ _locale_t PlainLocale()
 int PrintInvariant(WCHAR * buffer, std::size_t capacity, WCHAR const * format, std::va_list arguments)
 {
     return _vsnwprintf_l(buffer, capacity, format, PlainLocale(), arguments);
-}
-
-double ParseInvariant(char const * text, char ** end)
-{
-    return _strtod_l(text, end, PlainLocale());
 }
 
 } // namespace kv::platform

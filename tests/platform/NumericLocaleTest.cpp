@@ -137,10 +137,6 @@ TEST(InvariantNumbers, HaveThePointOfTheCLocale)
     CommaLocale const comma;
     EXPECT_EQ(PrintHalf(), "1,5");
     EXPECT_EQ(PrintHalfInvariant(), "1.5");
-    char const * const text = "2.25;";
-    char * end = nullptr;
-    EXPECT_EQ(kv::platform::ParseInvariant(text, &end), 2.25);
-    EXPECT_EQ(end, text + 4);
 }
 
 TEST(InvariantNumbers, LeaveTheLocaleAsItIs)
@@ -148,7 +144,6 @@ TEST(InvariantNumbers, LeaveTheLocaleAsItIs)
     CommaLocale const comma;
     std::string const name = CurrentName();
     EXPECT_EQ(PrintHalfInvariant(), "1.5");
-    EXPECT_EQ(kv::platform::ParseInvariant("0.5", nullptr), 0.5);
     EXPECT_EQ(PrintHalf(), "1,5");
     EXPECT_EQ(CurrentName(), name);
 }
@@ -179,7 +174,6 @@ TEST(InvariantNumbers, LeaveOtherThreadsAlone)
                 {
                     wrong += PrintHalf() != outside;
                     wrong += PrintHalfInvariant() != "1.5";
-                    wrong += kv::platform::ParseInvariant("2.25", nullptr) != 2.25;
                 }
             });
     }

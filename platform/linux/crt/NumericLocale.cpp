@@ -1,7 +1,5 @@
 #include <kvcore/platform/NumericLocale.h>
 
-#include <cstdlib>
-
 #include <locale.h>
 
 #include <kvcore/platform/include/crt.h>
@@ -40,11 +38,6 @@ int PrintInvariant(WCHAR * buffer, std::size_t capacity, WCHAR const * format, s
 {
     PlainLocaleScope const scope;
     return _vsnwprintf(buffer, capacity, format, arguments);
-}
-
-double ParseInvariant(char const * text, char ** end)
-{
-    return strtod_l(text, end, PlainLocale());
 }
 
 } // namespace kv::platform
