@@ -1,0 +1,83 @@
+#pragma once
+
+// What a handle of a file names: a descriptor with the rights and flags that it was opened with.
+
+#include <sys/types.h>
+
+#include <kvcore/platform/include/basetypes.h>
+#include <kvcore/platform/linux/files/Handles.h>
+
+struct stat;
+
+namespace kv::platform
+{
+
+struct SharedFile;
+
+/// What lies behind a descriptor, as far as calls differ by it.
+enum class FileType
+{
+    Disk,
+    Directory,
+    Character,
+    Pipe,
+};
+
+class File final : public Waitable
+{
+public:
+    static constexpr ObjectKind kind = ObjectKind::File;
+
+    /// Takes over the descriptor.
+    File(
+        int fileDescriptor, FileType typeOfFile, DWORD grantedAccess, DWORD shareMode,
+        DWORD flagsAndAttributes) noexcept
+        : Waitable(kind),
+          descriptor(fileDescriptor),
+          type(typeOfFile),
+          access(grantedAccess),
+          share(shareMode),
+          flags(flagsAndAttributes)
+    {
+    }
+
+    /// Signalled while no overlapped request is on its way; set by the overlapped requests under the wait functions'
+    /// lock.
+    bool IsSignalled() const noexcept override
+    {
+        return signalled;
+    }
+    void LastHandleClosed() noexcept override;
+
+    bool IsOverlapped() const noexcept;
+
+    /// Transfer at a place of the file and leave its position alone. On a pipe or a device without places the place
+    /// means nothing; an `offset` of all ones appends. Give ERROR_SUCCESS or the system error: ERROR_HANDLE_EOF for a
+    /// read at or behind the end, ERROR_LOCK_VIOLATION for a range that another file object has locked. Any thread.
+    DWORD ReadAt(void * buffer, DWORD count, std::uint64_t offset, DWORD & transferred) noexcept;
+    DWORD WriteAt(void const * buffer, DWORD count, std::uint64_t offset, DWORD & transferred) noexcept;
+
+    int const descriptor;
+    FileType const type;
+    /// Specific rights (FILE_READ_DATA...) of the first handle. What a call may do is said by Pinned::Access.
+    DWORD const access;
+    DWORD const share;
+    DWORD const flags;
+    /// The place of this file in the table of open files; null for what is not shared (pipes, devices).
+    SharedFile * shared = nullptr;
+    bool signalled = true;
+    /// FILE_FLAG_DELETE_ON_CLOSE: the file's full native name.
+    char * deleteOnClose = nullptr;
+
+private:
+    ~File() override;
+};
+
+/// A transfer on a handle that was opened with FILE_FLAG_OVERLAPPED. The result is that of ReadFile or WriteFile.
+/// Arguments have been checked: the handle's access allows the transfer, and `overlapped` is not null.
+BOOL StartOverlappedRead(
+    File & file, void * buffer, DWORD count, DWORD * transferred, OVERLAPPED * overlapped) noexcept;
+BOOL StartOverlappedWrite(
+    File & file, void const * buffer, DWORD count, DWORD * transferred, OVERLAPPED * overlapped) noexcept;
+
+} // namespace kv::platform
