@@ -41,9 +41,10 @@ need_packages() {
     rm -f "$log"
 }
 
-# need_build_packages: what every native build needs.
+# need_build_packages: what every native build needs. The tests' library too: a build is configured whole, whatever
+# is built of it.
 need_build_packages() {
-    need_packages g++ cmake ninja-build pkg-config libicu-dev zlib1g-dev libcli11-dev
+    need_packages g++ cmake ninja-build pkg-config libicu-dev zlib1g-dev libcli11-dev libgtest-dev
 }
 
 # build_preset PRESET TARGET...: configures build/PRESET and builds the targets, or everything if none is named.
