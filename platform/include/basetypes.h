@@ -198,3 +198,29 @@ struct WIN32_FIND_DATAW
     WCHAR cAlternateFileName[14];
 };
 static_assert(sizeof(WIN32_FIND_DATAW) == 592);
+
+/// A place in pixels.
+struct tagPOINT
+{
+    LONG x;
+    LONG y;
+};
+typedef tagPOINT POINT;
+
+/// An extent in pixels.
+struct tagSIZE
+{
+    LONG cx;
+    LONG cy;
+};
+typedef tagSIZE SIZE;
+
+/// A rectangle in pixels. The right and bottom edges are not part of it.
+struct tagRECT
+{
+    LONG left;
+    LONG top;
+    LONG right;
+    LONG bottom;
+};
+typedef tagRECT RECT;
