@@ -35,7 +35,7 @@ constexpr LONG HighWord(unsigned int packed)
 } // namespace kv::detail
 
 /// A place: x, then y. Laid out as the system's POINT, and one itself, so that either may stand for the other.
-class [[gnu::may_alias]] Point : public tagPOINT
+class __attribute__((may_alias)) Point : public tagPOINT
 {
 public:
     /// (0, 0)
@@ -111,7 +111,7 @@ public:
 };
 
 /// An extent: cx, then cy. Laid out as the system's SIZE, and one itself.
-class [[gnu::may_alias]] Size : public tagSIZE
+class __attribute__((may_alias)) Size : public tagSIZE
 {
 public:
     /// (0, 0)
@@ -173,7 +173,7 @@ public:
 /// It holds the points with left <= x < right and top <= y < bottom: the right and bottom edges are outside. It keeps
 /// no invariant: left may exceed right and top may exceed bottom, and nothing but NormalizeRect, and what says so, puts
 /// that right. Such a rectangle is empty.
-class [[gnu::may_alias]] KVCORE_API Rect : public tagRECT
+class KVCORE_API __attribute__((may_alias)) Rect : public tagRECT
 {
 public:
     /// All zero.
