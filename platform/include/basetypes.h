@@ -163,6 +163,16 @@ union ULARGE_INTEGER
 /// What a handle function gives for "none" where 0 may be a handle.
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<ULONG_PTR>(-1)))
 
+/// Taken by calls that create something, and not looked at: no handle is inherited, and rights are those of the file
+/// system.
+struct SECURITY_ATTRIBUTES
+{
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+typedef SECURITY_ATTRIBUTES * LPSECURITY_ATTRIBUTES;
+
 /// One request of overlapped input or output. `Internal` is STATUS_PENDING (259) until it is finished, `InternalHigh`
 /// then the bytes transferred.
 struct OVERLAPPED

@@ -49,7 +49,13 @@ public:
     }
     void LastHandleClosed() noexcept override;
 
+    /// Opened with FILE_FLAG_OVERLAPPED.
     bool IsOverlapped() const noexcept;
+
+    /// Transfers at the position, which moves on. Give ERROR_SUCCESS or the system error; what `transferred` says has
+    /// been done in either case. 0 at the end of a file is a success; at the end of a pipe, ERROR_BROKEN_PIPE.
+    DWORD Read(void * buffer, DWORD count, DWORD & transferred) noexcept;
+    DWORD Write(void const * buffer, DWORD count, DWORD & transferred) noexcept;
 
     /// Transfer at a place of the file and leave its position alone. On a pipe or a device without places the place
     /// means nothing; an `offset` of all ones appends. Give ERROR_SUCCESS or the system error: ERROR_HANDLE_EOF for a
@@ -57,27 +63,39 @@ public:
     DWORD ReadAt(void * buffer, DWORD count, std::uint64_t offset, DWORD & transferred) noexcept;
     DWORD WriteAt(void const * buffer, DWORD count, std::uint64_t offset, DWORD & transferred) noexcept;
 
+    /// For a file whose opening failed after all: it stays, whatever its flags say.
+    void AbandonDeletion() noexcept
+    {
+        flags &= ~deleteOnCloseFlag;
+    }
+
     int const descriptor;
     FileType const type;
     /// Specific rights (FILE_READ_DATA...) of the first handle. What a call may do is said by Pinned::Access.
     DWORD const access;
     DWORD const share;
-    DWORD const flags;
-    /// The place of this file in the table of open files; null for what is not shared (pipes, devices).
+    DWORD flags;
+    /// The file's entry in the table of open files; null for what is not on a disk.
     SharedFile * shared = nullptr;
+    /// What this object uses and denies stands in the table.
+    bool entered = false;
+    /// See IsSignalled.
     bool signalled = true;
-    /// FILE_FLAG_DELETE_ON_CLOSE: the file's full native name.
-    char * deleteOnClose = nullptr;
 
 private:
+    static constexpr DWORD deleteOnCloseFlag = 0x04000000u;
+    bool MayMeetLocks() const noexcept;
     ~File() override;
 };
 
-/// A transfer on a handle that was opened with FILE_FLAG_OVERLAPPED. The result is that of ReadFile or WriteFile.
-/// Arguments have been checked: the handle's access allows the transfer, and `overlapped` is not null.
+/// How a transfer ended, in the record of its request. `error` is the system error.
+void SetResult(OVERLAPPED & overlapped, DWORD error, DWORD transferred) noexcept;
+
+/// A transfer on a handle that was opened with FILE_FLAG_OVERLAPPED; the result is that of ReadFile or WriteFile. The
+/// arguments have been checked: the handle's access allows the transfer, and the place is one.
 BOOL StartOverlappedRead(
-    File & file, void * buffer, DWORD count, DWORD * transferred, OVERLAPPED * overlapped) noexcept;
+    File & file, void * buffer, DWORD count, DWORD * transferred, OVERLAPPED & overlapped) noexcept;
 BOOL StartOverlappedWrite(
-    File & file, void const * buffer, DWORD count, DWORD * transferred, OVERLAPPED * overlapped) noexcept;
+    File & file, void const * buffer, DWORD count, DWORD * transferred, OVERLAPPED & overlapped) noexcept;
 
 } // namespace kv::platform

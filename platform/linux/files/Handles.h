@@ -52,6 +52,11 @@ public:
             delete this;
         }
     }
+    /// Whether anybody but the caller holds a reference.
+    bool IsShared() const noexcept
+    {
+        return references.load(std::memory_order_acquire) > 1;
+    }
     ObjectKind Kind() const noexcept
     {
         return objectKind;
