@@ -64,6 +64,9 @@ typedef void * HANDLE;
 typedef HANDLE HLOCAL;
 typedef HANDLE HGLOBAL;
 
+/// A window. This system has none; calls that take an owner for their messages take null.
+typedef struct HWND__ * HWND;
+
 #ifndef TRUE
 #    define TRUE 1
 #endif

@@ -123,7 +123,7 @@ bool NativePath::SpellDevice(WCHAR const * name, bool literal) noexcept
 
 bool NativePath::SpellFrom(WCHAR const * rest, bool literal) noexcept
 {
-    endsInSeparator = true; // unless a name comes last
+    endsInSeparator = *rest == 0;
     while (literal && *rest == '\\')
     {
         WCHAR const * const name = rest + 1;
@@ -143,7 +143,7 @@ bool NativePath::SpellFrom(WCHAR const * rest, bool literal) noexcept
         {
             break;
         }
-        endsInSeparator = component.separated || component.kind == ComponentKind::Empty;
+        endsInSeparator = component.kind == ComponentKind::Empty;
         if (component.kind == ComponentKind::Parent)
         {
             while (length > rootLength && text[--length] != '/')
@@ -155,6 +155,7 @@ bool NativePath::SpellFrom(WCHAR const * rest, bool literal) noexcept
             return false;
         }
     }
+    endsInSeparator = endsInSeparator || (!literal && IsSeparator(rest[-1]));
     if (length == 0)
     {
         text[length++] = '/';
