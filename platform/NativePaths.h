@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include <kvcore/platform/export.h>
 #include <kvcore/platform/types.h>
 
 namespace kv::platform

@@ -161,4 +161,19 @@ extern "C"
     /// Space in bytes, for this user, in all, and free for whomever. Any directory is taken. Pointers may be null.
     KVCORE_API BOOL WINAPI GetDiskFreeSpaceExW(
         LPCWSTR directory, ULARGE_INTEGER * freeToCaller, ULARGE_INTEGER * total, ULARGE_INTEGER * totalFree);
+
+    /// Finds the entries of a directory whose names match a mask: the last component, with `*` for any number of
+    /// characters and `?` for exactly one. Gives the first one and a handle for FindNextFileW, or INVALID_HANDLE_VALUE:
+    /// ERROR_FILE_NOT_FOUND if nothing matches, ERROR_PATH_NOT_FOUND if the directory is missing, ERROR_DIRECTORY if it
+    /// is a file. A name without wildcards is found as any file is; a path that ends in a separator finds nothing.
+    ///
+    /// Short names count as well as long ones. What is left of the mask at a name's end may be dots and stars, so that
+    /// `*.*` finds all; dots and blanks at the mask's end do not count, so that `*.` does, too. "." and ".." come first,
+    /// but not in a drive's root; the others are in the order of their names in upper case. Entries that vanish
+    /// meanwhile are left out, and so are names that do not fit into the record.
+    KVCORE_API HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW * data);
+    /// ERROR_NO_MORE_FILES at the end.
+    KVCORE_API BOOL WINAPI FindNextFileW(HANDLE find, WIN32_FIND_DATAW * data);
+    /// Ends a search. ERROR_INVALID_HANDLE for what is none.
+    KVCORE_API BOOL WINAPI FindClose(HANDLE find);
 }

@@ -91,7 +91,7 @@ TEST_F(FullPaths, FromADriveOrAMachineOn)
 TEST_F(FullPaths, RootedPathsAreOnTheCurrentDrive)
 {
     EXPECT_EQ(FullPath(TEXT("\\x")), current.substr(0, 2) + TEXT("\\x"));
-    EXPECT_EQ(FullPath(TEXT("/x/../y")), current.substr(0, 2) + TEXT("\\y"));
+    EXPECT_EQ(FullPath(TEXT("\\x\\..\\y")), current.substr(0, 2) + TEXT("\\y"));
 }
 
 TEST_F(FullPaths, TellTheirLengthAndTheirLastPart)
@@ -155,12 +155,12 @@ WString Short(WString const & path)
 
 TEST_F(LongPaths, SpellNamesAsOnTheDisk)
 {
-    folder.Make("Mixed Case.dir/File.txt");
-    EXPECT_EQ(Long(TEXT("mixed case.DIR\\FILE.TXT")), TEXT("Mixed Case.dir\\File.txt"));
-    EXPECT_EQ(Long(TEXT("mixed case.DIR\\")), TEXT("Mixed Case.dir\\"));
-    EXPECT_EQ(Long(TEXT("mixed case.DIR\\.\\FILE.TXT")), TEXT("Mixed Case.dir\\.\\File.txt"));
+    folder.Make("MixedDir.abc/File.txt");
+    EXPECT_EQ(Long(TEXT("mixeddir.ABC\\FILE.TXT")), TEXT("MixedDir.abc\\File.txt"));
+    EXPECT_EQ(Long(TEXT("mixeddir.ABC\\")), TEXT("MixedDir.abc\\"));
+    EXPECT_EQ(Long(TEXT("mixeddir.ABC\\.\\FILE.TXT")), TEXT("MixedDir.abc\\.\\File.txt"));
     EXPECT_EQ(Long(TEXT(".")), TEXT("."));
-    EXPECT_EQ(Long(current + TEXT("\\MIXED CASE.DIR")), current + TEXT("\\Mixed Case.dir"));
+    EXPECT_EQ(Long(current + TEXT("\\MIXEDDIR.ABC")), current + TEXT("\\MixedDir.abc"));
 }
 
 TEST_F(LongPaths, ShortFormsOpenTheSameFileAndLeadBack)

@@ -20,18 +20,22 @@ public:
     {
         return Root() + TEXT("\\") + name;
     }
-    /// A file with these bytes, made by the system's own means.
+    /// A file of a name in UTF-8 with these bytes, made by the system's own means.
     WString Make(std::string const & name, std::string const & bytes = "") const
     {
-        return FromNative(Write(name, bytes));
+        return FromNative(Write(FromUtf8(name), bytes));
     }
     /// A directory, with those above it.
     WString MakeDirectory(std::string const & name) const
     {
-        std::filesystem::create_directories(Path() / name);
-        return FromNative(Path() / name);
+        std::filesystem::create_directories(Path() / FromUtf8(name));
+        return FromNative(Path() / FromUtf8(name));
     }
 
+    static std::filesystem::path FromUtf8(std::string const & name)
+    {
+        return std::u8string(name.begin(), name.end());
+    }
     static WString FromNative(std::filesystem::path const & path)
     {
         auto const text = path.u8string();
