@@ -55,6 +55,8 @@ TEST(ShellPaths, StripToTheRoot)
         {TEXT(":\\"), 0, TEXT(":\\")},
         {TEXT(":"), 0, TEXT(":")},
         {TEXT("cc:\\a"), 0, TEXT("cc:\\")},
+        {TEXT("a::b"), 0, TEXT("a:")},
+        {TEXT("a::"), 0, TEXT("a:")},
         {TEXT("http://a/b"), 0, TEXT("http:")},
         {TEXT("\"c:\\a b\""), 0, TEXT("\"c:\\")},
     };

@@ -22,10 +22,11 @@ std::ptrdiff_t LengthWithoutLastPart(View path)
         }
         else if (path[i] == u':')
         {
-            // What follows a drive stays apart from it; the root's backslash belongs to it.
+            // What follows a drive stays apart from it; the root's backslash belongs to it. Whatever stands there is
+            // no separator of its own.
             bool const hasRoot = i + 1 < path.size() && path[i + 1] == u'\\';
-            i += hasRoot ? 1 : 0;
-            cut = i + 1;
+            cut = i + (hasRoot ? 2 : 1);
+            i++;
         }
     }
     return cut == path.size() ? -1 : static_cast<std::ptrdiff_t>(cut);
