@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/fileapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
@@ -18,7 +19,6 @@ using namespace kv::platform;
 namespace
 {
 
-constexpr DWORD attributeReadOnly = 0x00000001u;
 constexpr DWORD readRights = FILE_READ_DATA | FILE_EXECUTE;
 constexpr DWORD writeRights = FILE_WRITE_DATA | FILE_APPEND_DATA;
 constexpr DWORD shareRights = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -137,7 +137,7 @@ Descriptor OpenNew(char const * path, Request const & request, bool exclusive)
         (request.Wants(writeRights) ? O_RDWR : O_RDONLY) |
         (request.Wants(FILE_APPEND_DATA) && !request.Wants(FILE_WRITE_DATA) ? O_APPEND : 0) |
         (request.Has(FILE_FLAG_WRITE_THROUGH) ? O_DSYNC : 0);
-    return Descriptor(open(path, flags, request.Has(attributeReadOnly) ? 0444 : 0666));
+    return Descriptor(open(path, flags, request.Has(FILE_ATTRIBUTE_READONLY) ? 0444 : 0666));
 }
 
 /// Opens or creates by the disposition. Sets `created`; without a result, the last error.
@@ -267,7 +267,7 @@ DWORD Empty(File const & file, Request const & request, struct stat const & stat
         std::snprintf(link, sizeof(link), "/proc/self/fd/%d", file.descriptor);
         result = request.Wants(writeRights) ? ftruncate(file.descriptor, 0) : truncate(link, 0);
     }
-    if (result == 0 && request.disposition == CREATE_ALWAYS && request.Has(attributeReadOnly))
+    if (result == 0 && request.disposition == CREATE_ALWAYS && request.Has(FILE_ATTRIBUTE_READONLY))
     {
         result = fchmod(file.descriptor, status.st_mode & 07555);
     }

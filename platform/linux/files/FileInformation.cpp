@@ -2,14 +2,16 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/fileapi.h>
+#include <kvcore/platform/linux/directories/FileStatus.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
@@ -20,25 +22,7 @@ using namespace kv::platform;
 namespace
 {
 
-constexpr DWORD attributeReadOnly = 0x0001u;
-constexpr DWORD attributeHidden = 0x0002u;
-constexpr DWORD attributeDirectory = 0x0010u;
-constexpr DWORD attributeArchive = 0x0020u;
-
 constexpr std::int64_t nanosecondsPerTick = 100;
-
-FILETIME TimeOf(struct statx_timestamp const & time)
-{
-    std::int64_t const ticks =
-        time.tv_sec * ticksPerSecond + static_cast<std::int64_t>(time.tv_nsec) / nanosecondsPerTick + ticksAtUnixEpoch;
-    return FileTimeOf(static_cast<std::uint64_t>(std::max<std::int64_t>(ticks, 0)));
-}
-
-/// Where the file system keeps no time of creation, that of the last write stands for it.
-FILETIME CreationOf(struct statx const & status)
-{
-    return TimeOf((status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime : status.stx_mtime);
-}
 
 bool Look(File const & file, struct statx & status)
 {
@@ -50,7 +34,7 @@ bool Look(File const & file, struct statx & status)
     {
         return FailWith(ERROR_INVALID_PARAMETER);
     }
-    return statx(file.descriptor, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &status) == 0 || FailErrno();
+    return statx(file.descriptor, "", AT_EMPTY_PATH, statusMask, &status) == 0 || FailErrno();
 }
 
 /// What utimensat takes: UTIME_OMIT for a time that is to stay. False for what is no time.
@@ -83,23 +67,22 @@ std::size_t NameOfDescriptor(int descriptor, char (&path)[PATH_MAX])
     return length > 0 && path[0] == '/' ? static_cast<std::size_t>(length) : 0;
 }
 
-bool IsHidden(File const & file)
+/// The attributes by what the file is and how it is called.
+DWORD AttributesByHandle(File const & file, struct statx const & status)
 {
     char path[PATH_MAX];
-    std::size_t const length = NameOfDescriptor(file.descriptor, path);
-    std::size_t name = length;
-    while (name > 0 && path[name - 1] != '/')
-    {
-        --name;
-    }
-    return name < length && path[name] == '.';
+    std::size_t const length = std::min(NameOfDescriptor(file.descriptor, path), sizeof(path) - 1);
+    path[length] = '\0';
+    char const * const separator = std::strrchr(path, '/');
+    return AttributesOf(status, separator != nullptr ? separator + 1 : nullptr);
 }
 
-DWORD AttributesOf(File const & file, struct statx const & status)
+/// The number by which GetVolumeInformationW knows the file's volume, too.
+DWORD SerialNumberOf(File const & file)
 {
-    DWORD attributes = S_ISDIR(status.stx_mode) ? attributeDirectory : attributeArchive;
-    attributes |= !S_ISDIR(status.stx_mode) && (status.stx_mode & 0222) == 0 ? attributeReadOnly : 0u;
-    return attributes | (IsHidden(file) ? attributeHidden : 0u);
+    struct statvfs volume;
+    std::uint64_t const id = fstatvfs(file.descriptor, &volume) == 0 ? volume.f_fsid : 0;
+    return static_cast<DWORD>(id ^ id >> 32);
 }
 
 } // namespace
@@ -114,15 +97,15 @@ BOOL WINAPI GetFileTime(HANDLE file, FILETIME * creation, FILETIME * access, FIL
     }
     if (creation != nullptr)
     {
-        *creation = CreationOf(status);
+        *creation = CreationTimeOf(status);
     }
     if (access != nullptr)
     {
-        *access = TimeOf(status.stx_atime);
+        *access = FileTimeOf(status.stx_atime);
     }
     if (write != nullptr)
     {
-        *write = TimeOf(status.stx_mtime);
+        *write = FileTimeOf(status.stx_mtime);
     }
     return TRUE;
 }
@@ -158,12 +141,12 @@ BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION *
     {
         return FALSE;
     }
-    std::uint64_t const size = S_ISDIR(status.stx_mode) ? 0 : status.stx_size;
-    information->dwFileAttributes = AttributesOf(*object, status);
-    information->ftCreationTime = CreationOf(status);
-    information->ftLastAccessTime = TimeOf(status.stx_atime);
-    information->ftLastWriteTime = TimeOf(status.stx_mtime);
-    information->dwVolumeSerialNumber = static_cast<DWORD>(makedev(status.stx_dev_major, status.stx_dev_minor));
+    std::uint64_t const size = SizeOf(status);
+    information->dwFileAttributes = AttributesByHandle(*object, status);
+    information->ftCreationTime = CreationTimeOf(status);
+    information->ftLastAccessTime = FileTimeOf(status.stx_atime);
+    information->ftLastWriteTime = FileTimeOf(status.stx_mtime);
+    information->dwVolumeSerialNumber = SerialNumberOf(*object);
     information->nFileSizeHigh = static_cast<DWORD>(size >> 32);
     information->nFileSizeLow = static_cast<DWORD>(size);
     information->nNumberOfLinks = status.stx_nlink;
