@@ -6,6 +6,9 @@
 #include <stdexcept>
 #include <string>
 
+#include <kvcore/core/String.h>
+#include <kvcore/platform/NativePaths.h>
+
 /// A folder of its own for a test, removed at its end with all that is in it.
 class ScratchFolder
 {
@@ -34,6 +37,21 @@ public:
     std::filesystem::path operator/(std::filesystem::path const & name) const
     {
         return path / name;
+    }
+
+    /// The folder's path, or that of something in it, in the library's form: backslashes between names.
+    String Name() const
+    {
+        std::u8string const native = path.u8string();
+        return kv::platform::PathFromNative(std::string(native.begin(), native.end()));
+    }
+    String Name(std::string const & relative) const
+    {
+        return Name(String::FromUtf8(relative));
+    }
+    String Name(String const & relative) const
+    {
+        return Name() + TEXT("\\") + relative;
     }
 
     /// Writes a file of these bytes, and the folders above it. Gives its path.
