@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include <kvcore/tools/support/Program.h>
+
+namespace kv::tools
+{
+
+/// One command of kv: its part of the command line, and what it does once that was parsed.
+struct Command
+{
+    CLI::App * grammar;
+    /// An exit code. Throws UsageError for what the grammar cannot tell, and the failures of NamedStreams.h.
+    std::function<int(Console &)> run;
+};
+
+/// Adds a command to the program's command line. The options that it parses live as long as `run`.
+using AddCommand = Command (*)(CLI::App & program);
+
+Command AddEncodeCommand(CLI::App & program);
+Command AddDecodeCommand(CLI::App & program);
+Command AddSumCommand(CLI::App & program);
+Command AddClassIdCommand(CLI::App & program);
+
+/// The exit codes that all commands share, for the end of a help text.
+extern char const * const exitCodesHelp;
+
+} // namespace kv::tools
