@@ -33,4 +33,20 @@ fs::path NativePath(String const & path)
     }
 }
 
+String TypedPath(std::string const & typed)
+{
+    bool const letter = !typed.empty() && ((typed[0] | 0x20) >= 'a' && (typed[0] | 0x20) <= 'z');
+    if ((letter && typed.compare(1, 2, ":\\") == 0) || typed.compare(0, 2, "\\\\") == 0)
+    {
+        return String::FromUtf8(typed);
+    }
+    return kv::platform::PathFromNative(typed);
+}
+
+std::string ShownPath(String const & path, bool win32)
+{
+    std::string const native = win32 ? std::string() : kv::platform::PathToNative(path);
+    return native.empty() ? path.Utf8() : native;
+}
+
 } // namespace kv::tools

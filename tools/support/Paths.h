@@ -14,4 +14,12 @@ namespace kv::tools
 /// The native path of one in the library's form.
 [[nodiscard]] std::filesystem::path NativePath(String const & path);
 
+/// The library's form of a path that a person typed, UTF-8 or the system's bytes: a native path; or, where it begins
+/// with a drive and a backslash or with two backslashes, already the library's.
+[[nodiscard]] String TypedPath(std::string const & typed);
+
+/// A path as a person reads it: native, or in the library's form with `win32`. Where there is no native form, the
+/// library's.
+[[nodiscard]] std::string ShownPath(String const & path, bool win32 = false);
+
 } // namespace kv::tools
