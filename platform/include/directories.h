@@ -142,6 +142,35 @@ extern "C"
     /// ERROR_DIR_NOT_EMPTY; ERROR_DIRECTORY for a file. A link to a directory is removed, its target stays.
     KVCORE_API BOOL WINAPI RemoveDirectoryW(LPCWSTR path);
 
+    /// Removes a file, or a link to one. ERROR_ACCESS_DENIED for a directory and for what is read-only,
+    /// ERROR_SHARING_VIOLATION while somebody has it open and does not share deleting. Who has it open and does keeps
+    /// it until he closes it; its name is free at once.
+    KVCORE_API BOOL WINAPI DeleteFileW(LPCWSTR name);
+
+    /// Copies a file's content, its rights, as far as new files have them, and the time of its last write. An existing
+    /// target keeps its rights and is emptied first: ERROR_FILE_EXISTS if `failIfExists`, ERROR_ACCESS_DENIED if it is
+    /// read-only or a directory. What could be copied in part only is removed.
+    KVCORE_API BOOL WINAPI CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists);
+
+    /// Gives a file or a directory another name, in one step; nobody sees both or neither. A name may change in case
+    /// alone. ERROR_ALREADY_EXISTS if the new name is taken, whoever took it last; with MOVEFILE_REPLACE_EXISTING a
+    /// file there is replaced (ERROR_ACCESS_DENIED for a directory, for what is read-only and for what is open).
+    /// MOVEFILE_COPY_ALLOWED lets a file go to another file system, where it appears whole, else ERROR_NOT_SAME_DEVICE;
+    /// directories do not go. MOVEFILE_WRITE_THROUGH returns when the names are on the disk. Other flags are refused
+    /// with ERROR_INVALID_PARAMETER.
+    KVCORE_API BOOL WINAPI MoveFileExW(LPCWSTR existingName, LPCWSTR newName, DWORD flags);
+    /// With MOVEFILE_COPY_ALLOWED.
+    KVCORE_API BOOL WINAPI MoveFileW(LPCWSTR existingName, LPCWSTR newName);
+
+    /// Puts one file in the place of another that exists, in one step and written to the disk: whoever looks, or comes
+    /// after a crash, finds the old content or the new. The old one's rights and, where the user may give them, owner
+    /// and group stay; if its name is a link, what the link leads to is replaced. With `backupName` the old content is
+    /// kept there. Both on one file system: ERROR_UNABLE_TO_MOVE_REPLACEMENT; ERROR_UNABLE_TO_REMOVE_REPLACED if there
+    /// can be no backup, and then nothing has changed. `exclude` and `reserved` are null.
+    KVCORE_API BOOL WINAPI ReplaceFileW(
+        LPCWSTR replacedName, LPCWSTR replacementName, LPCWSTR backupName, DWORD flags, LPVOID exclude,
+        LPVOID reserved);
+
     /// The root of a drive, or null for the current one: DRIVE_FIXED, DRIVE_REMOTE for network file systems,
     /// DRIVE_CDROM, DRIVE_RAMDISK for memory file systems, DRIVE_NO_ROOT_DIR if nothing is there. Any directory is
     /// taken, as its file system's.
@@ -168,12 +197,17 @@ extern "C"
     /// is a file. A name without wildcards is found as any file is; a path that ends in a separator finds nothing.
     ///
     /// Short names count as well as long ones. What is left of the mask at a name's end may be dots and stars, so that
-    /// `*.*` finds all; dots and blanks at the mask's end do not count, so that `*.` does, too. "." and ".." come first,
-    /// but not in a drive's root; the others are in the order of their names in upper case. Entries that vanish
+    /// `*.*` finds all; dots and blanks at the mask's end do not count, so that `*.` does, too. "." and ".." come
+    /// first, but not in a drive's root; the others are in the order of their names in upper case. Entries that vanish
     /// meanwhile are left out, and so are names that do not fit into the record.
     KVCORE_API HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW * data);
     /// ERROR_NO_MORE_FILES at the end.
     KVCORE_API BOOL WINAPI FindNextFileW(HANDLE find, WIN32_FIND_DATAW * data);
     /// Ends a search. ERROR_INVALID_HANDLE for what is none.
     KVCORE_API BOOL WINAPI FindClose(HANDLE find);
+
+    /// The folder of a CSIDL_ number, in `path`, which holds 260 elements; made if it is missing and `create` is set.
+    /// They lie on C:, those of the user below C:\Users\<name>. ERROR_INVALID_PARAMETER for a number that has none
+    /// here.
+    KVCORE_API BOOL WINAPI SHGetSpecialFolderPathW(HWND owner, LPWSTR path, int folder, BOOL create);
 }

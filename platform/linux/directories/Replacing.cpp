@@ -1,0 +1,164 @@
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <kvcore/platform/include/directories.h>
+#include <kvcore/platform/include/errors.h>
+#include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/paths/NativePath.h>
+
+#include "FileMoves.h"
+
+using namespace kv::platform;
+
+namespace
+{
+
+/// Where a link leads in the end, so that the link stays and what it names is replaced.
+bool FollowToFile(NativePath const & path, char (&target)[PATH_MAX])
+{
+    return realpath(path.CStr(), target) != nullptr ? true : FailErrno();
+}
+
+void CopyAccessList(int from, int to)
+{
+    constexpr char name[] = "system.posix_acl_access";
+    char list[4096];
+    ssize_t const size = fgetxattr(from, name, list, sizeof list);
+    if (size > 0)
+    {
+        fsetxattr(to, name, list, static_cast<std::size_t>(size), 0);
+    }
+}
+
+/// Gives the replacement the owner and the rights of the file whose place it takes, and writes it to the disk. 0 or an
+/// errno value.
+int PrepareReplacement(char const * replaced, char const * replacement)
+{
+    int const old = open(replaced, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    int const fresh = open(replacement, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat status;
+    int error = fresh < 0 || (old >= 0 ? fstat(old, &status) : stat(replaced, &status)) != 0 ? errno : 0;
+    if (error == 0)
+    {
+        // Another's file cannot be made his again except by the superuser; its rights are kept then without those that
+        // would now speak for this user.
+        bool const owned = fchown(fresh, status.st_uid, status.st_gid) == 0 ||
+            fchown(fresh, static_cast<uid_t>(-1), status.st_gid) == 0;
+        error = fchmod(fresh, status.st_mode & (owned ? 0777u : 0707u)) == 0 ? 0 : errno;
+        if (old >= 0)
+        {
+            CopyAccessList(old, fresh);
+        }
+    }
+    if (error == 0 && fsync(fresh) != 0)
+    {
+        error = errno;
+    }
+    for (int const descriptor : {old, fresh})
+    {
+        if (descriptor >= 0)
+        {
+            close(descriptor);
+        }
+    }
+    return error;
+}
+
+/// Makes the old file known under the backup's name as well, in the place of an older backup. 0 or an errno value.
+int KeepBackup(char const * replaced, char const * backup)
+{
+    char aside[PATH_MAX];
+    if (!MakeNameBeside(backup, aside))
+    {
+        return ENAMETOOLONG;
+    }
+    if (link(replaced, aside) != 0)
+    {
+        // Without hard links the old name is free for a moment.
+        bool const unable = errno == EPERM || errno == ENOTSUP || errno == EMLINK;
+        return unable && rename(replaced, backup) == 0 ? 0 : errno;
+    }
+    if (rename(aside, backup) == 0)
+    {
+        return 0;
+    }
+    int const error = errno;
+    unlink(aside);
+    return error;
+}
+
+DWORD CheckPair(NativePath const & replaced, NativePath const & replacement, char const * target)
+{
+    bool const files = !replaced.IsDirectory() && !replacement.IsDirectory();
+    if (!files || CheckRemovable(replaced) != ERROR_SUCCESS || S_ISCHR(replacement.Status().stx_mode) ||
+        access(target, W_OK) != 0)
+    {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (std::strcmp(target, replacement.CStr()) == 0)
+    {
+        return ERROR_SHARING_VIOLATION;
+    }
+    DWORD const refused = CheckDeletion(target);
+    return refused != ERROR_SUCCESS ? refused : CheckDeletion(replacement.CStr());
+}
+
+} // namespace
+
+BOOL WINAPI ReplaceFileW(
+    LPCWSTR replacedName, LPCWSTR replacementName, LPCWSTR backupName, DWORD flags, LPVOID exclude, LPVOID reserved)
+{
+    constexpr DWORD known = REPLACEFILE_WRITE_THROUGH | REPLACEFILE_IGNORE_MERGE_ERRORS | REPLACEFILE_IGNORE_ACL_ERRORS;
+    if (replacedName == nullptr || replacementName == nullptr || (flags & ~known) != 0 || exclude != nullptr ||
+        reserved != nullptr)
+    {
+        return FailWith(ERROR_INVALID_PARAMETER);
+    }
+    NativePath replaced;
+    NativePath replacement;
+    NativePath backup;
+    char target[PATH_MAX];
+    if (!replaced.Translate(replacedName, Look::Existing) || !FollowToFile(replaced, target) ||
+        !replacement.Translate(replacementName, Look::Existing) ||
+        (backupName != nullptr && !backup.Translate(backupName, Look::Creating)))
+    {
+        return FALSE;
+    }
+    if (DWORD const refused = CheckPair(replaced, replacement, target); refused != ERROR_SUCCESS)
+    {
+        return FailWith(refused);
+    }
+    if (backupName != nullptr && backup.Exists() && CheckRemovable(backup) != ERROR_SUCCESS)
+    {
+        return FailWith(ERROR_UNABLE_TO_REMOVE_REPLACED);
+    }
+    if (int const error = PrepareReplacement(target, replacement.CStr()); error != 0)
+    {
+        return FailErrno(error);
+    }
+    if (backupName != nullptr && KeepBackup(target, backup.CStr()) != 0)
+    {
+        return FailWith(ERROR_UNABLE_TO_REMOVE_REPLACED);
+    }
+    if (rename(replacement.CStr(), target) != 0)
+    {
+        int const cause = errno;
+        // Where the backup had to take the old file itself, that goes back.
+        if (backupName != nullptr && access(target, F_OK) != 0)
+        {
+            rename(backup.CStr(), target);
+        }
+        errno = cause;
+        return errno == EXDEV ? FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT) : FailErrno();
+    }
+    int error = SyncDirectoryOf(target);
+    error = error == 0 ? SyncDirectoryOf(replacement.CStr()) : error;
+    return error == 0 ? TRUE : FailErrno(error);
+}
