@@ -193,6 +193,22 @@ struct OVERLAPPED
     };
     HANDLE hEvent;
 };
+static_assert(sizeof(OVERLAPPED) == 32);
+typedef OVERLAPPED * LPOVERLAPPED;
+
+/// A lock that one thread at a time holds, any number of times over. Its members are for the functions of synchapi.h
+/// alone. Must stay where it was initialized.
+struct CRITICAL_SECTION
+{
+    void * DebugInfo;
+    LONG LockCount;
+    LONG RecursionCount;
+    HANDLE OwningThread;
+    HANDLE LockSemaphore;
+    ULONG_PTR SpinCount;
+};
+static_assert(sizeof(CRITICAL_SECTION) == 40);
+typedef CRITICAL_SECTION * LPCRITICAL_SECTION;
 
 #define MAX_PATH 260
 

@@ -6,6 +6,7 @@
 
 #include <kvcore/platform/include/basetypes.h>
 #include <kvcore/platform/linux/files/Handles.h>
+#include <kvcore/platform/linux/overlapped/RequestQueue.h>
 
 struct stat;
 
@@ -41,11 +42,10 @@ public:
     {
     }
 
-    /// Signalled while no overlapped request is on its way; set by the overlapped requests under the wait functions'
-    /// lock.
+    /// Signalled while no overlapped request is on its way.
     bool IsSignalled() const noexcept override
     {
-        return signalled;
+        return requests.pending.load(std::memory_order_seq_cst) == 0;
     }
     void LastHandleClosed() noexcept override;
 
@@ -79,12 +79,13 @@ public:
     SharedFile * shared = nullptr;
     /// What this object uses and denies stands in the table.
     bool entered = false;
-    /// See IsSignalled.
-    bool signalled = true;
+    /// The overlapped requests for this file.
+    RequestQueue requests;
+    /// Whether a range is locked by anybody, so that a transfer has to look whether it meets it.
+    bool MayMeetLocks() const noexcept;
 
 private:
     static constexpr DWORD deleteOnCloseFlag = 0x04000000u;
-    bool MayMeetLocks() const noexcept;
     ~File() override;
 };
 
@@ -92,10 +93,12 @@ private:
 void SetResult(OVERLAPPED & overlapped, DWORD error, DWORD transferred) noexcept;
 
 /// A transfer on a handle that was opened with FILE_FLAG_OVERLAPPED; the result is that of ReadFile or WriteFile. The
-/// arguments have been checked: the handle's access allows the transfer, and the place is one.
+/// arguments have been checked: the handle's access allows the transfer, and the place is one; that of a write is given
+/// apart, because who may only append writes elsewhere than the request says.
 BOOL StartOverlappedRead(
     File & file, void * buffer, DWORD count, DWORD * transferred, OVERLAPPED & overlapped) noexcept;
 BOOL StartOverlappedWrite(
-    File & file, void const * buffer, DWORD count, DWORD * transferred, OVERLAPPED & overlapped) noexcept;
+    File & file, void const * buffer, DWORD count, std::uint64_t place, DWORD * transferred,
+    OVERLAPPED & overlapped) noexcept;
 
 } // namespace kv::platform

@@ -7,8 +7,10 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/fileapi.h>
+#include <kvcore/platform/include/synchapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
+#include <kvcore/platform/linux/sync/Thread.h>
 
 using namespace kv::platform;
 
@@ -25,6 +27,14 @@ bool IsPseudoHandle(HANDLE handle)
 /// Makes the second handle; FALSE with the last error set.
 BOOL Duplicate(HANDLE source, HANDLE * target, DWORD access, DWORD options)
 {
+    if (source == GetCurrentThread())
+    {
+        if (target != nullptr)
+        {
+            *target = HandleTable::Create(Thread::Current(), Thread::allAccess);
+        }
+        return target == nullptr || *target != nullptr;
+    }
     auto const object = LookUpObject(source);
     if (!object)
     {

@@ -105,7 +105,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD transfer
     }
     if (object->IsOverlapped())
     {
-        return StartOverlappedWrite(*object, buffer, count, transferred, *overlapped);
+        return StartOverlappedWrite(*object, buffer, count, place, transferred, *overlapped);
     }
     DWORD const error = object->WriteAt(buffer, count, place, done);
     return FinishAtPlace(*object, place, error, done, transferred, *overlapped);

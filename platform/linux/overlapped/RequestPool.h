@@ -1,0 +1,67 @@
+#pragma once
+
+// The overlapped requests of the process, and the threads that carry them out.
+
+#include <kvcore/platform/include/overlapped.h>
+#include <kvcore/platform/linux/files/FileObject.h>
+#include <kvcore/platform/linux/sync/Events.h>
+#include <kvcore/platform/linux/sync/Thread.h>
+
+namespace kv::platform
+{
+
+/// What is known of one request beside its OVERLAPPED, which is not touched again once the caller can see the end.
+struct TransferRequest : ProcedureCall
+{
+    Ref<File> file;
+    /// The thread that made it, which waits for its requests before it ends.
+    Thread * thread = nullptr;
+    Ref<Event> event;
+    OVERLAPPED * overlapped = nullptr;
+    LPOVERLAPPED_COMPLETION_ROUTINE routine = nullptr;
+    char * buffer = nullptr;
+    std::uint64_t place = 0;
+    DWORD count = 0;
+    bool writing = false;
+    bool isQueued = false;
+    DWORD error = 0;
+    DWORD done = 0;
+    TransferRequest * nextInFile = nullptr;
+};
+
+/// A transfer that is to be started; the arguments have been checked.
+struct Transfer
+{
+    void * buffer;
+    DWORD count;
+    std::uint64_t place;
+    bool writing;
+};
+
+/// Starts a transfer. ERROR_IO_PENDING, or why it cannot be. With `withRoutine`, a completion routine ends it, which
+/// may be null, and `hEvent` is not looked at.
+DWORD StartRequest(
+    File & file, Transfer const & transfer, OVERLAPPED & overlapped, bool withRoutine,
+    LPOVERLAPPED_COMPLETION_ROUTINE routine) noexcept;
+
+/// Cancels requests for a file that have not begun: those of one thread, if one is given, and of one OVERLAPPED, if one
+/// is given. How many there were.
+unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * overlapped) noexcept;
+
+/// Cancels a thread's requests that have not begun, and waits for those that have. Their routines are not called.
+void FinishRequestsOf(Thread & thread) noexcept;
+
+/// Carries out some requests, anybody's, in a thread that would only wait. False if there is nothing to begin.
+bool HelpWorkers() noexcept;
+
+/// Waits until a request is finished.
+void WaitForRequest(OVERLAPPED const & overlapped) noexcept;
+
+/// The system error for the status of a finished request.
+DWORD ErrorOfStatus(ULONG_PTR status) noexcept;
+
+/// For tests: how many requests may be outstanding (0: as many as always), and whether the workers begin any.
+KVCORE_API void SetRequestLimit(unsigned limit) noexcept;
+KVCORE_API void HoldRequests(bool hold) noexcept;
+
+} // namespace kv::platform

@@ -1,0 +1,31 @@
+#pragma once
+
+// The overlapped requests for one file.
+
+#include <atomic>
+
+namespace kv::platform
+{
+
+struct TransferRequest;
+class File;
+
+/// Part of every file object. `pending` counts what is not finished; the rest is guarded by the request pool's lock.
+struct RequestQueue
+{
+    std::atomic<unsigned> pending{0};
+
+    /// Those that have not begun, oldest first.
+    TransferRequest * first = nullptr;
+    TransferRequest * last = nullptr;
+
+    /// What the workers do with this file now: any number of reads, or one run of writes.
+    unsigned readsRunning = 0;
+    bool writeRunning = false;
+
+    /// In the pool's list of files with something to begin.
+    bool isReady = false;
+    File * nextReady = nullptr;
+};
+
+} // namespace kv::platform

@@ -1,0 +1,186 @@
+#include "Thread.h"
+
+#include <new>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "Waits.h"
+#include <kvcore/platform/include/errors.h>
+#include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/overlapped/RequestPool.h>
+
+namespace kv::platform
+{
+
+namespace
+{
+
+/// A plain pointer, so that it can be looked at in any phase of a thread's end.
+thread_local Thread * current = nullptr;
+
+struct EndOfThread
+{
+    ~EndOfThread()
+    {
+        if (Thread * const thread = current)
+        {
+            FinishRequestsOf(*thread);
+            current = nullptr; // who still needs one after this gets a new one, which stays for good
+            thread->End();
+            thread->Release();
+        }
+    }
+    bool armed = false;
+};
+
+thread_local EndOfThread endOfThread;
+
+} // namespace
+
+Thread & Thread::Current() noexcept
+{
+    if (current == nullptr)
+    {
+        current = new Thread;
+        endOfThread.armed = true;
+    }
+    return *current;
+}
+
+Thread * Thread::CurrentIfAny() noexcept
+{
+    return current;
+}
+
+bool Thread::Queue(ProcedureCall & call) noexcept
+{
+    call.next = nullptr;
+    return Queue(call, call);
+}
+
+bool Thread::Queue(ProcedureCall & first, ProcedureCall & last) noexcept
+{
+    std::lock_guard const guard(WaitLock());
+    if (ended)
+    {
+        return false;
+    }
+    (lastCall != nullptr ? lastCall->next : firstCall) = &first;
+    lastCall = &last;
+    hasCalls.store(true, std::memory_order_release);
+    wakeUp.notify_one();
+    return true;
+}
+
+bool Thread::RunCalls()
+{
+    bool any = false;
+    while (HasCalls())
+    {
+        ProcedureCall * call = nullptr;
+        {
+            // One by one: a call that waits alertably itself runs those behind it.
+            std::lock_guard const guard(WaitLock());
+            call = firstCall;
+            if (call == nullptr)
+            {
+                break;
+            }
+            firstCall = call->next;
+            if (firstCall == nullptr)
+            {
+                lastCall = nullptr;
+                hasCalls.store(false, std::memory_order_relaxed);
+            }
+        }
+        any = true;
+        call->run(call);
+    }
+    return any;
+}
+
+void Thread::End() noexcept
+{
+    ProcedureCall * dropped = nullptr;
+    {
+        std::lock_guard const guard(WaitLock());
+        ended = true;
+        dropped = firstCall;
+        firstCall = lastCall = nullptr;
+        hasCalls.store(false, std::memory_order_relaxed);
+        WakeWaiters(*this);
+    }
+    while (dropped != nullptr)
+    {
+        ProcedureCall * const next = dropped->next;
+        dropped->drop(dropped);
+        dropped = next;
+    }
+}
+
+namespace
+{
+
+struct UserCall : ProcedureCall
+{
+    PAPCFUNC procedure;
+    ULONG_PTR argument;
+};
+
+void DropUserCall(ProcedureCall * call) noexcept
+{
+    delete static_cast<UserCall *>(call);
+}
+
+void RunUserCall(ProcedureCall * call)
+{
+    UserCall const copy = *static_cast<UserCall *>(call);
+    DropUserCall(call); // first: the procedure may throw
+    copy.procedure(copy.argument);
+}
+
+BOOL QueueTo(Thread & thread, PAPCFUNC procedure, ULONG_PTR argument)
+{
+    UserCall * const call = new (std::nothrow) UserCall;
+    if (call == nullptr)
+    {
+        return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    }
+    call->run = RunUserCall;
+    call->drop = DropUserCall;
+    call->procedure = procedure;
+    call->argument = argument;
+    if (!thread.Queue(*call))
+    {
+        DropUserCall(call);
+        return FailWith(ERROR_GEN_FAILURE);
+    }
+    return TRUE;
+}
+
+} // namespace
+
+} // namespace kv::platform
+
+using namespace kv::platform;
+
+DWORD WINAPI QueueUserAPC(PAPCFUNC procedure, HANDLE thread, ULONG_PTR argument)
+{
+    if (thread == GetCurrentThread())
+    {
+        return static_cast<DWORD>(QueueTo(Thread::Current(), procedure, argument));
+    }
+    auto const object = LookUp<Thread>(thread);
+    return object ? static_cast<DWORD>(QueueTo(*object, procedure, argument)) : 0;
+}
+
+HANDLE WINAPI GetCurrentThread()
+{
+    return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2));
+}
+
+DWORD WINAPI GetCurrentThreadId()
+{
+    return static_cast<DWORD>(syscall(SYS_gettid));
+}
