@@ -123,7 +123,8 @@ TEST(KvUsage, MistakesAreExplainedOnTheErrorStreamAlone)
         {{"sum", "--hex", "--both"}, "--hex"},
         {{"sum", "--check", "--base64"}, "--base64"},
         {{"classid"}, "NAME"},
-        {{"help", "me"}, "no command is called \"me\"; known commands are encode, decode, sum, classid, help"},
+        {{"help", "me"},
+         "no command is called \"me\"; known commands are encode, decode, sum, classid, find, size, remove, help"},
     };
     for (auto const & row : table)
     {

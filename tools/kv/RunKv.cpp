@@ -94,10 +94,8 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand,
-    AddDecodeCommand,
-    AddSumCommand,
-    AddClassIdCommand,
+    AddEncodeCommand, AddDecodeCommand, AddSumCommand,    AddClassIdCommand,
+    AddFindCommand,   AddSizeCommand,   AddRemoveCommand,
 };
 
 class Program

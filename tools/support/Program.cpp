@@ -3,6 +3,7 @@
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Host.h>
 #include <kvcore/tools/support/StdioStreams.h>
+#include <kvcore/tools/support/Terminal.h>
 #include <kvcore/tools/support/Text.h>
 
 #include <cerrno>
@@ -28,7 +29,7 @@ int RunProgram(int count, char ** values, std::string_view name, ProgramFunction
     StdioInputStream input(StandardStream::Input);
     StdioOutputStream output(StandardStream::Output);
     StdioOutputStream error(StandardStream::Error);
-    Console console{input, output, error};
+    Console console{input, output, error, IsTerminal(StandardStream::Input)};
 
     int const result = function(host::Arguments(count, values), console);
     try

@@ -16,6 +16,7 @@ struct Console
     SourceStream & input;
     OutputStream & output;
     OutputStream & error;
+    bool asks = false; ///< somebody sits at `input` and can be asked
 };
 
 /// Says something on the error stream, as one line "program: text". A failure there stays unsaid: nowhere is left to

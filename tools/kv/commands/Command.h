@@ -25,6 +25,9 @@ Command AddEncodeCommand(CLI::App & program);
 Command AddDecodeCommand(CLI::App & program);
 Command AddSumCommand(CLI::App & program);
 Command AddClassIdCommand(CLI::App & program);
+Command AddFindCommand(CLI::App & program);
+Command AddSizeCommand(CLI::App & program);
+Command AddRemoveCommand(CLI::App & program);
 
 /// The exit codes that all commands share, for the end of a help text.
 extern char const * const exitCodesHelp;

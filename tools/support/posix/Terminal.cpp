@@ -6,6 +6,11 @@
 namespace kv::tools
 {
 
+bool IsTerminal(StandardStream stream)
+{
+    return ::isatty(static_cast<int>(stream)) != 0;
+}
+
 int TerminalWidth(StandardStream stream)
 {
     int const descriptor = static_cast<int>(stream);

@@ -7,6 +7,14 @@
 namespace kv::tools
 {
 
+bool IsTerminal(StandardStream stream)
+{
+    // Not _isatty, which takes every device for a terminal, the null device too.
+    HANDLE const handle = reinterpret_cast<HANDLE>(::_get_osfhandle(static_cast<int>(stream)));
+    DWORD mode = 0;
+    return handle != INVALID_HANDLE_VALUE && ::GetConsoleMode(handle, &mode) != FALSE;
+}
+
 int TerminalWidth(StandardStream stream)
 {
     HANDLE const handle = reinterpret_cast<HANDLE>(::_get_osfhandle(static_cast<int>(stream)));
