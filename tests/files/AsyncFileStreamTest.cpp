@@ -1,0 +1,232 @@
+#include <kvcore/files/AsyncFileStream.h>
+
+#include <atomic>
+#include <thread>
+
+#include <kvcore/core/KVUnknown.h>
+#include <kvcore/platform/win32.h>
+
+#include <support/Digest.h>
+#include <support/ScratchFolder.h>
+#include <support/TestBytes.h>
+
+using namespace kv::test;
+
+namespace
+{
+
+template <typename Action>
+DWORD ErrorOf(Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (BasicFileStream::Exception const & failure)
+    {
+        EXPECT_EQ(failure.code, 1);
+        return failure.error;
+    }
+    return 0;
+}
+
+/// Both directions, sharing all; counts completions and can make them fail.
+template <typename Base>
+struct Watched : Base
+{
+    explicit Watched(String const & file, FileCreationMode creation = FileCreation_OpenAlways)
+        : Base(
+              file, FileAccess_ReadWrite, FileShare_Read | FileShare_Write | FileShare_Delete, creation,
+              FileAttributes_Normal)
+    {
+    }
+
+    void CompletionRoutine(DWORD errorCode, DWORD bytes, OVERLAPPED * request) override
+    {
+        ++completions;
+        Base::CompletionRoutine(nextError != 0 ? nextError.exchange(0) : errorCode, bytes, request);
+    }
+
+    std::atomic<int> completions{0};
+    std::atomic<DWORD> nextError{0};
+};
+using AsyncFile = Watched<BasicAsyncFileStream>;
+using ManagedFile = Watched<ManagedAsyncFileStream>;
+
+struct Owner : KVUnknown
+{
+    ULONG Count()
+    {
+        AddRef();
+        return Release();
+    }
+};
+
+} // namespace
+
+TEST(BasicAsyncFileStream, BlockingTransfersMoveThePositionByWhatIsAskedFor)
+{
+    ScratchFolder const folder;
+    folder.Write("a", "0123456789");
+    AsyncFile stream(folder.Name("a"));
+    char data[20];
+    EXPECT_EQ(stream.Read(data, 4), 4u);
+    EXPECT_EQ(std::string(data, 4), "0123");
+    EXPECT_EQ(stream.Read(data, 20), 6u);
+    EXPECT_EQ(std::string(data, 6), "456789");
+    EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), 24);
+    DWORD const atTheEnd = ErrorOf([&] { EXPECT_EQ(stream.Read(data, 5), 0u); });
+    EXPECT_TRUE(atTheEnd == 0 || atTheEnd == ERROR_HANDLE_EOF) << atTheEnd;
+    EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), 29);
+    stream.SetPosition(8, FileSeek_Begin);
+    EXPECT_EQ(stream.Write("abcd", 4), 4u);
+    EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), 12);
+    stream.Close();
+    EXPECT_EQ(folder.Read("a"), "01234567abcd");
+}
+
+TEST(BasicAsyncFileStream, PositionsFromTheEndCountBackwards)
+{
+    ScratchFolder const folder;
+    folder.Write("a", std::string(100, 'x'));
+    AsyncFile stream(folder.Name("a"));
+    EXPECT_EQ(stream.SetPosition(10, FileSeek_End), 90);
+    EXPECT_EQ(stream.SetPosition(-10, FileSeek_End), 110);
+    EXPECT_EQ(stream.SetPosition(5, FileSeek_Current), 115);
+    EXPECT_EQ(stream.SetPosition(7, FileSeekMode(3)), 115);
+    EXPECT_EQ(stream.SetPosition(-7, FileSeek_Begin), -7);
+}
+
+TEST(BasicAsyncFileStream, IssuedTransfersHaveHappenedWhenCloseReturns)
+{
+    ScratchFolder const folder;
+    std::string const content = RandomBytes(512 * 1000);
+    AsyncFile stream(folder.Name("a"));
+    for (std::size_t offset = 0; offset < content.size(); offset += 512)
+    {
+        stream.WriteAsync(content.data() + offset, 512);
+    }
+    stream.Close();
+    EXPECT_TRUE(folder.Read("a") == content);
+
+    AsyncFile reader(folder.Name("a"));
+    std::string text(content.size(), '\0');
+    for (std::size_t offset = text.size(); offset > 0; offset -= 512)
+    {
+        reader.ReadAsync(text.data() + offset - 512, 512, static_cast<__int64>(offset - 512));
+    }
+    reader.Flush();
+    EXPECT_TRUE(text == content);
+    EXPECT_EQ(reader.SetPosition(0, FileSeek_Current), 512);
+}
+
+TEST(BasicAsyncFileStream, RequestsWithAHandleCompleteInWaits)
+{
+    ScratchFolder const folder;
+    std::string const content = RandomBytes(100000);
+    AsyncFile stream(folder.Name("a"));
+    HASYNC const written = stream.WriteAsyncEx(content.data(), 100000);
+    stream.Wait(written);
+    EXPECT_TRUE(stream.HasCompleted(written));
+    EXPECT_TRUE(stream.HasCompleted(nullptr));
+    EXPECT_EQ(stream.completions, 1);
+    std::string text(100000, '\0');
+    stream.Wait(stream.ReadAsyncEx(text.data(), 50000, 50000));
+    stream.Wait(stream.ReadAsyncEx(text.data() + 50000, 50000, 0));
+    EXPECT_TRUE(text == content.substr(50000) + content.substr(0, 50000));
+    EXPECT_EQ(stream.completions, 3);
+}
+
+TEST(BasicAsyncFileStream, AFailedCompletionIsLatchedUntilCloseOrTheNextCompletion)
+{
+    ScratchFolder const folder;
+    AsyncFile stream(folder.Name("a"));
+    char data[10] = {};
+    auto const fail = [&]
+    {
+        stream.nextError = ERROR_WRITE_FAULT;
+        stream.WriteAsyncEx(data, 10);
+        while (stream.nextError != 0)
+        {
+            SleepEx(1000, TRUE);
+        }
+    };
+    fail();
+    for (int i = 0; i < 2; ++i)
+    {
+        EXPECT_EQ(ErrorOf([&] { stream.HasCompleted(nullptr); }), DWORD(ERROR_WRITE_FAULT));
+        EXPECT_EQ(ErrorOf([&] { stream.WriteAsyncEx(data, 10); }), DWORD(ERROR_WRITE_FAULT));
+        EXPECT_EQ(ErrorOf([&] { stream.ReadAsyncEx(data, 10, 5); }), DWORD(ERROR_WRITE_FAULT));
+    }
+    EXPECT_EQ(stream.SetPosition(0, FileSeek_Begin), 0);
+    EXPECT_EQ(stream.Write(data, 10), 10u);
+    EXPECT_EQ(stream.Read(data, 0), 0u);
+    stream.Flush();
+    stream.Close();
+    stream.Open(
+        folder.Name("a"), FileAccess_ReadWrite, FileShare_Read, FileCreation_OpenExisting, FileAttributes_Normal);
+    EXPECT_TRUE(stream.HasCompleted(nullptr));
+    EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), 0);
+}
+
+TEST(BasicAsyncFileStream, TheLatestCompletionIsTheOneThatCounts)
+{
+    ScratchFolder const folder;
+    AsyncFile stream(folder.Name("a"));
+    stream.CompletionRoutine(ERROR_WRITE_FAULT, 0, new OVERLAPPED());
+    EXPECT_EQ(ErrorOf([&] { stream.HasCompleted(nullptr); }), DWORD(ERROR_WRITE_FAULT));
+    stream.CompletionRoutine(0, 0, new OVERLAPPED());
+    EXPECT_TRUE(stream.HasCompleted(nullptr));
+}
+
+TEST(BasicAsyncFileStream, ThreadsIssueSideBySide)
+{
+    ScratchFolder const folder;
+    std::string const content = RandomBytes(64 * 4 * 100);
+    AsyncFile stream(folder.Name("a"));
+    std::vector<std::thread> threads;
+    for (std::size_t thread = 0; thread < 4; ++thread)
+    {
+        threads.emplace_back(
+            [&, thread]
+            {
+                for (std::size_t i = thread * 100; i < thread * 100 + 100; ++i)
+                {
+                    __int64 const place = static_cast<__int64>(i * 64);
+                    if (i % 2 == 0)
+                    {
+                        stream.WriteAsync(content.data() + i * 64, 64, place);
+                    }
+                    else
+                    {
+                        stream.Wait(stream.WriteAsyncEx(content.data() + i * 64, 64, place));
+                    }
+                }
+            });
+    }
+    for (std::thread & thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(stream.completions, 200);
+    stream.Close();
+    EXPECT_TRUE(folder.Read("a") == content);
+}
+
+TEST(ManagedAsyncFileStream, HoldsTheOwnerUntilTheCompletion)
+{
+    ScratchFolder const folder;
+    std::string const content = RandomBytes(1000);
+    Owner owner;
+    ManagedFile stream(folder.Name("a"));
+    HASYNC const request = stream.WriteAsyncEx(&owner, content.data(), 1000, 0);
+    EXPECT_EQ(owner.Count(), request != nullptr ? 2u : 1u);
+    stream.Wait(request);
+    EXPECT_EQ(owner.Count(), 1u);
+    HASYNC const other = stream.WriteAsyncEx(&owner, content.data(), 1000);
+    EXPECT_EQ(owner.Count(), 2u);
+    stream.Wait(other);
+    EXPECT_EQ(owner.Count(), other != nullptr ? 1u : 2u) << "nobody releases the reference of a finished write";
+    stream.Close();
+    EXPECT_TRUE(folder.Read("a") == content + content);
+}

@@ -1,0 +1,93 @@
+#include <kvcore/files/MultiFileStream.h>
+
+#include <memory>
+
+#include <support/ScratchFolder.h>
+#include <support/TestBytes.h>
+
+using namespace kv::test;
+
+class MultiFileStream : public testing::TestWithParam<bool>
+{
+protected:
+    void Add(std::string const & name, std::string const & content)
+    {
+        folder.Write(name, content);
+        stream.AddFile(folder.Name(name));
+    }
+    std::string ReadFrom(__int64 position, DWORD count)
+    {
+        stream.SetPosition(position);
+        std::string text(count, '\0');
+        text.resize(stream.Read(text.data(), count));
+        return text;
+    }
+
+    ScratchFolder folder;
+    std::unique_ptr<BasicMultiFileStream> const owned = std::make_unique<BasicMultiFileStream>(
+        FileAccess_ReadWrite, FileShare_Read | FileShare_Write, FileCreation_OpenAlways, FileAttributes_Normal,
+        GetParam());
+    BasicMultiFileStream & stream = *owned;
+};
+
+TEST_P(MultiFileStream, WithoutFilesIsEmptyAndRefuses)
+{
+    EXPECT_EQ(stream.GetSize(), 0);
+    char data[1];
+    EXPECT_THROW(stream.Read(data, 1), BasicFileStream::Exception);
+    EXPECT_THROW(stream.Write(data, 1), BasicFileStream::Exception);
+    EXPECT_THROW(stream.SetPosition(0), BasicFileStream::Exception);
+}
+
+TEST_P(MultiFileStream, ReadsAcrossTheEndsOfFiles)
+{
+    Add("a", "0123");
+    Add("empty", "");
+    Add("b", "4567");
+    Add("c", "89");
+    EXPECT_EQ(stream.GetSize(), 10);
+    EXPECT_EQ(ReadFrom(0, 10), "0123456789");
+    EXPECT_EQ(ReadFrom(0, 100), "0123456789");
+    EXPECT_EQ(ReadFrom(2, 4), "2345");
+    EXPECT_EQ(ReadFrom(3, 6), "345678");
+    EXPECT_EQ(ReadFrom(4, 4), "4567");
+    EXPECT_EQ(ReadFrom(10, 5), "");
+    EXPECT_EQ(ReadFrom(15, 5), "");
+    EXPECT_EQ(ReadFrom(5, 0), "");
+}
+
+TEST_P(MultiFileStream, OverwritesInTheMiddleAndGrowsAtTheEnd)
+{
+    Add("a", "0123");
+    Add("b", "4567");
+    stream.SetPosition(2);
+    EXPECT_EQ(stream.Write("abcdefgh", 8), 8u);
+    EXPECT_EQ(stream.GetSize(), 10);
+    EXPECT_EQ(stream.Write("ij", 2), 2u);
+    EXPECT_EQ(stream.Write("", 0), 0u);
+    EXPECT_EQ(stream.GetSize(), 12);
+    stream.Close();
+    EXPECT_EQ(stream.GetSize(), 12);
+    EXPECT_EQ(folder.Read("a"), "01ab");
+    EXPECT_EQ(folder.Read("b"), "cdefghij");
+}
+
+TEST_P(MultiFileStream, ResetForgetsTheFilesAndKeepsThePosition)
+{
+    Add("a", "0123");
+    WinStringArray<String> paths{TEXT("before")};
+    stream.GetFiles(paths);
+    EXPECT_EQ(paths, (WinStringArray<String>{TEXT("before"), folder.Name("a")}));
+    stream.SetPosition(3);
+    stream.Reset();
+    EXPECT_EQ(stream.GetSize(), 0);
+    paths.clear();
+    stream.GetFiles(paths);
+    EXPECT_TRUE(paths.empty());
+    Add("b", "4567");
+    char data[4];
+    EXPECT_EQ(stream.Read(data, 4), 1u);
+    EXPECT_EQ(data[0], '7');
+}
+
+INSTANTIATE_TEST_SUITE_P(BothKinds, MultiFileStream, testing::Bool());
