@@ -94,8 +94,8 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand, AddSumCommand,    AddClassIdCommand,
-    AddFindCommand,   AddSizeCommand,   AddRemoveCommand,
+    AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand, AddFindCommand,
+    AddSizeCommand,   AddRemoveCommand, AddInfoCommand, AddPathCommand,    AddUrlCommand,
 };
 
 class Program
@@ -112,8 +112,8 @@ private:
     [[nodiscard]] std::string HelpOf(std::string const & name);
     [[nodiscard]] std::string CurrentCommand() const;
 
-    CLI::App app{
-        "Encodes and decodes streams of bytes in KVCore's formats,\nand computes MD5 sums and class identifiers."};
+    CLI::App app{"Encodes and decodes streams of bytes in KVCore's formats, computes MD5 sums and\nclass identifiers, "
+                 "and works with files and paths."};
     std::vector<Command> commands;
     CLI::App * help = nullptr;
     std::string topic;

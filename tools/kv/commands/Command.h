@@ -28,6 +28,9 @@ Command AddClassIdCommand(CLI::App & program);
 Command AddFindCommand(CLI::App & program);
 Command AddSizeCommand(CLI::App & program);
 Command AddRemoveCommand(CLI::App & program);
+Command AddInfoCommand(CLI::App & program);
+Command AddPathCommand(CLI::App & program);
+Command AddUrlCommand(CLI::App & program);
 
 /// The exit codes that all commands share, for the end of a help text.
 extern char const * const exitCodesHelp;
