@@ -165,3 +165,51 @@ TEST(KvInfo, SpellsAttributesOut)
     EXPECT_EQ(AttributeWords(0x826), "hidden, system, archive, compressed");
     EXPECT_EQ(AttributeWords(0x410), "directory, link");
 }
+
+TEST(KvCat, WritesFilesAsOne)
+{
+    ScratchFolder const folder;
+    std::vector<std::string> const files = {
+        folder.Write("a", "abc").string(), folder.Write("b", "").string(), folder.Write("c", "defgh").string()};
+    auto const cat = [&](std::vector<std::string> const & options)
+    {
+        std::vector<std::string> arguments = {"cat"};
+        arguments.insert(arguments.end(), files.begin(), files.end());
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        ToolResult const result = Kv(arguments);
+        EXPECT_EQ(result.code, ExitOk) << result.error;
+        return result.output;
+    };
+    EXPECT_EQ(cat({}), "abcdefgh");
+    EXPECT_EQ(cat({"--offset", "2"}), "cdefgh");
+    EXPECT_EQ(cat({"--offset", "2", "--length", "3"}), "cde");
+    EXPECT_EQ(cat({"--length", "0"}), "");
+    EXPECT_EQ(cat({"--length", "9223372036854775807"}), "abcdefgh");
+    EXPECT_EQ(cat({"--offset", "8"}), "");
+    EXPECT_EQ(cat({"--offset", "100"}), "");
+}
+
+TEST(KvCat, WritesManyBytes)
+{
+    ScratchFolder const folder;
+    std::string bytes(1'000'000, 'x');
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+    {
+        bytes[i] = static_cast<char>(i * 7 % 251);
+    }
+    ToolResult const result = Kv({"cat", folder.Write("big", bytes).string(), folder.Write("more", "!").string()});
+    EXPECT_TRUE(result.output == bytes + "!");
+}
+
+TEST(KvCat, RefusesWhatItCannotOpenOrUnderstand)
+{
+    ScratchFolder const folder;
+    ToolResult const result = Kv({"cat", (folder / "not there").string()});
+    EXPECT_EQ(result.code, ExitIo);
+    EXPECT_TRUE(Contains(result.error, "cannot open")) << result.error;
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(Kv({"cat"}).code, ExitUsage);
+    std::string const file = folder.Write("a", "").string();
+    EXPECT_EQ(Kv({"cat", file, "--offset", "-1"}).code, ExitUsage);
+    EXPECT_EQ(Kv({"cat", file, "--length", "many"}).code, ExitUsage);
+}

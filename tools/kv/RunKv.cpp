@@ -94,8 +94,8 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand, AddFindCommand,
-    AddSizeCommand,   AddRemoveCommand, AddInfoCommand, AddPathCommand,    AddUrlCommand,
+    AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand, AddFindCommand, AddSizeCommand,
+    AddRemoveCommand, AddInfoCommand,   AddPathCommand, AddUrlCommand,     AddCatCommand,
 };
 
 class Program
