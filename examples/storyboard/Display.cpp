@@ -1,9 +1,9 @@
 #include <kvcore/examples/storyboard/Display.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 
+#include <kvcore/tools/support/LocalTime.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -237,23 +237,7 @@ std::string Duration(Ticks length)
 
 std::string Moment(Ticks moment)
 {
-    if (moment == 0)
-    {
-        return "-";
-    }
-    std::int64_t const seconds = moment / ticksPerSecond;
-    std::int64_t const day = seconds / 86400;
-    constexpr int epoch = 134774; // days from 1601-01-01 to 1970-01-01
-    // The calendar is exact for 32767 years; what lies behind that is no date of a file.
-    if (day > 11'000'000)
-    {
-        return "-";
-    }
-    std::chrono::year_month_day const date{std::chrono::sys_days{std::chrono::days{static_cast<int>(day) - epoch}}};
-    int const inDay = static_cast<int>(seconds % 86400);
-    return Formatted(
-        "%04d-%02u-%02u %02d:%02d:%02d", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-        static_cast<unsigned>(date.day()), inDay / 3600, inDay / 60 % 60, inDay % 60);
+    return kv::tools::LocalTime(DateTime::FromUTCTime(1601, 1, 1, 0, 0, 0, 0) + TimeSpan(moment));
 }
 
 namespace

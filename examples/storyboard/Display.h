@@ -30,7 +30,7 @@ std::string Plural(std::int64_t count, std::string_view noun);
 std::string Percent(std::int64_t part, std::int64_t whole);
 /// "5.0 s", "3:25.4", "1:02:03.0"; unknown, "-".
 std::string Duration(Ticks length);
-/// "2023-02-04 11:20:00" in UTC; unknown, "-".
+/// "2023-02-04 11:20:00" in local time, as the clocks showed it at that time of the year; unknown, "-".
 std::string Moment(Ticks moment);
 /// "PNG 640 x 480", "WAV 44.1 kHz stereo"
 std::string Describe(Format const & format);

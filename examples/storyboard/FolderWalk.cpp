@@ -6,6 +6,10 @@
 #include <type_traits>
 
 #include <kvcore/examples/storyboard/Failure.h>
+#include <kvcore/files/File.h>
+#include <kvcore/files/FileFinder.h>
+#include <kvcore/platform/win32.h>
+#include <kvcore/tools/support/Paths.h>
 
 namespace Storyboard
 {
@@ -101,6 +105,12 @@ fs::path NativePath(std::string const & stored)
 namespace
 {
 
+/// A folder that cannot be listed, in the system's words.
+struct Unlisted
+{
+    std::string reason;
+};
+
 /// One walk: the folders that are still to be visited, and what was found so far.
 class Walk
 {
@@ -113,7 +123,7 @@ public:
     FolderContent Run()
     {
         // The root's failure is the caller's; below, a folder that cannot be read is one thing less in the project.
-        std::vector<Entry> pending = List({}, fs::directory_iterator(root));
+        std::vector<Entry> pending = List({}, root);
         std::reverse(pending.begin(), pending.end());
         while (!pending.empty())
         {
@@ -133,23 +143,39 @@ private:
         std::string path;
         fs::path native;
         bool folder;
+        std::int64_t size;
+        DateTime modified;
     };
 
     /// The entries of a folder, its files before its folders, so that a folder's files stand together.
-    static std::vector<Entry> List(std::string const & path, fs::directory_iterator position)
+    static std::vector<Entry> List(std::string const & path, fs::path const & folder)
     {
         std::vector<Entry> entries;
-        for (fs::directory_entry const & found : position)
+        FileFinder finder;
+        bool more = finder.Start(File::MakePath(kv::tools::LibraryPath(folder), TEXT("*")), false);
+        for (; more; more = finder.Next())
         {
-            std::error_code error;
-            bool const isFolder = fs::is_directory(found.symlink_status(error));
-            std::string const name = StoredName(found.path().filename());
-            entries.push_back({path.empty() ? name : path + '/' + name, found.path(), isFolder});
+            fs::path const native = kv::tools::NativePath(finder.GetFilePath());
+            std::string const name = StoredName(native.filename());
+            entries.push_back(
+                {path.empty() ? name : path + '/' + name, native, finder.IsDirectory() && !IsLink(native),
+                 finder.GetFileSize(), finder.GetLastWriteTime()});
+        }
+        // The root of a drive has not even dots.
+        if (DWORD const error = GetLastError(); error != ERROR_NO_MORE_FILES && error != ERROR_FILE_NOT_FOUND)
+        {
+            throw Unlisted{String::FromError(static_cast<LONG>(error)).Utf8()};
         }
         std::sort(
             entries.begin(), entries.end(),
             [](Entry const & a, Entry const & b) { return a.folder != b.folder ? b.folder : a.path < b.path; });
         return entries;
+    }
+
+    static bool IsLink(fs::path const & path)
+    {
+        std::error_code error;
+        return fs::is_symlink(fs::symlink_status(path, error));
     }
 
     void LeaveOut(Entry const & entry, LeftOut::Why why, std::string reason)
@@ -164,9 +190,13 @@ private:
         {
             if (entry.folder)
             {
-                return List(entry.path, fs::directory_iterator(entry.native));
+                return List(entry.path, entry.native);
             }
             Take(entry);
+        }
+        catch (Unlisted const & failure)
+        {
+            LeaveOut(entry, Why::Unreadable, failure.reason);
         }
         catch (fs::filesystem_error const & failure)
         {
@@ -177,6 +207,7 @@ private:
 
     void Take(Entry const & entry)
     {
+        FoundFile file{entry.path, entry.native, entry.size, entry.modified};
         fs::file_status status = fs::symlink_status(entry.native);
         if (fs::is_symlink(status))
         {
@@ -193,6 +224,7 @@ private:
             {
                 return LeaveOut(entry, Why::NoSource, "a link out of the folder");
             }
+            TakeTarget(file);
         }
         if (!fs::is_regular_file(status))
         {
@@ -202,7 +234,17 @@ private:
         {
             return LeaveOut(entry, Why::NoSource, "the project file itself");
         }
-        content.files.push_back({entry.path, entry.native, static_cast<std::int64_t>(fs::file_size(entry.native))});
+        content.files.push_back(std::move(file));
+    }
+
+    /// What a walk tells of a link is the link's own.
+    static void TakeTarget(FoundFile & file)
+    {
+        String const target = kv::tools::LibraryPath(file.native);
+        FILETIME modified = {};
+        File::GetLastWriteTime(target, modified);
+        file.modified = modified;
+        file.size = File::GetFileSize(target);
     }
 
     bool LeadsInside(fs::path const & link) const
@@ -234,6 +276,10 @@ FolderContent WalkFolder(fs::path const & folder, std::vector<fs::path> const & 
     try
     {
         return Walk(folder, except).Run();
+    }
+    catch (Unlisted const & failure)
+    {
+        throw SystemFailure("cannot read the folder", folder, failure.reason);
     }
     catch (fs::filesystem_error const & failure)
     {

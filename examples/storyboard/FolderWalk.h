@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <kvcore/frame/DateTime.h>
+
 namespace Storyboard
 {
 
@@ -14,6 +16,7 @@ struct FoundFile
     std::string path; ///< relative to the folder, in stored form: parts between slashes
     std::filesystem::path native;
     std::int64_t size;
+    DateTime modified; ///< nothing if the system does not tell
 };
 
 /// Something in a folder that is no source.
@@ -40,8 +43,8 @@ struct FolderContent
 /// Everything below `folder`, apart from the files `except`, which need not exist.
 ///
 /// A symbolic link counts as the file that it leads to, if that lies in the folder, too. Links to folders are not
-/// followed, so the walk ends. Pipes, sockets and devices are left out without being opened. Throws
-/// std::filesystem::filesystem_error if `folder` itself cannot be read.
+/// followed, so the walk ends. Pipes, sockets and devices are left out without being opened. Throws Failure if `folder`
+/// itself cannot be read.
 FolderContent WalkFolder(std::filesystem::path const & folder, std::vector<std::filesystem::path> const & except = {});
 
 /// A name or relative path as projects store it: the bytes of the name where names are bytes, and UTF-8 where they are

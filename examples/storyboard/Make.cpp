@@ -1,7 +1,6 @@
 #include <kvcore/examples/storyboard/Commands.h>
 
 #include <algorithm>
-#include <chrono>
 #include <map>
 #include <utility>
 
@@ -24,18 +23,9 @@ namespace
 constexpr Ticks stillLength = 5 * ticksPerSecond; // how long a picture is shown
 constexpr Ticks fadeLength = ticksPerSecond;
 
-Ticks ModificationTime(fs::path const & file)
+Ticks ModificationTime(FoundFile const & file)
 {
-    std::error_code error;
-    fs::file_time_type const time = fs::last_write_time(file, error);
-    if (error)
-    {
-        return 0;
-    }
-    using TickDuration = std::chrono::duration<Ticks, std::ratio<1, ticksPerSecond>>;
-    constexpr Ticks epoch = 116'444'736'000'000'000; // 1970-01-01
-    auto const since1970 = fs::file_time_type::clock::to_sys(time).time_since_epoch();
-    return std::max<Ticks>(0, epoch + std::chrono::floor<TickDuration>(since1970).count());
+    return std::max<Ticks>(0, (file.modified - DateTime()).GetTicks());
 }
 
 /// Builds the project while the sources are read.
@@ -96,7 +86,7 @@ private:
             media->path = file.path;
             media->size = content.size;
             media->sum = content.sum;
-            media->modified = ModificationTime(file.native);
+            media->modified = ModificationTime(file);
         }
         return media;
     }

@@ -1,6 +1,5 @@
 #include <kvcore/examples/storyboard/ProjectFile.h>
 
-#include <random>
 #include <system_error>
 
 #include <kvcore/examples/storyboard/Failure.h>
@@ -8,7 +7,9 @@
 #include <kvcore/streams/CRC.h>
 #include <kvcore/streams/Compressing.h>
 #include <kvcore/tools/support/CountingStreams.h>
-#include <kvcore/tools/support/StdioStreams.h>
+#include <kvcore/tools/support/FileSource.h>
+#include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/SafeFile.h>
 
 namespace Storyboard
 {
@@ -108,63 +109,10 @@ LoadedProject ReadProject(kv::tools::SourceStream & source, IObjectFactory const
     return loaded;
 }
 
-namespace
-{
-
-/// A name beside the file that nobody has: what stands there under such a name is ours.
-fs::path TemporaryBeside(fs::path const & file)
-{
-    std::random_device random;
-    for (;;)
-    {
-        fs::path temporary = file;
-        temporary += '.' + std::to_string(random()) + ".tmp";
-        if (!fs::exists(fs::symlink_status(temporary)))
-        {
-            return temporary;
-        }
-    }
-}
-
-/// Removes the file unless it was released.
-class TemporaryFile
-{
-public:
-    explicit TemporaryFile(fs::path filePath) : path(std::move(filePath)) {}
-    ~TemporaryFile()
-    {
-        std::error_code error;
-        if (!released)
-        {
-            fs::remove(path, error);
-        }
-    }
-    TemporaryFile(TemporaryFile const &) = delete;
-    TemporaryFile & operator=(TemporaryFile const &) = delete;
-
-    void MoveTo(fs::path const & target)
-    {
-        fs::rename(path, target);
-        released = true;
-    }
-
-private:
-    fs::path const path;
-    bool released = false;
-};
-
-/// The file that a link leads to: the link is not to be replaced by a file.
-fs::path Resolved(fs::path const & file)
-{
-    return fs::is_symlink(fs::symlink_status(file)) ? fs::weakly_canonical(file) : file;
-}
-
-} // namespace
-
 void CheckSaveTarget(fs::path const & file)
 {
     std::error_code error;
-    fs::path const target = Resolved(file);
+    fs::path const target = kv::tools::SafeFile::Followed(file);
     fs::file_status const status = fs::status(target, error);
     if (fs::exists(status) && !fs::is_regular_file(status))
     {
@@ -181,24 +129,16 @@ void CheckSaveTarget(fs::path const & file)
 ProjectSizes SaveProject(Project const & project, fs::path const & file)
 {
     CheckSaveTarget(file);
-    fs::path const target = Resolved(file);
-    fs::path const temporary = TemporaryBeside(target);
-    TemporaryFile remover(temporary); // the stream is closed before its file is moved or removed
     try
     {
-        kv::tools::StdioOutputStream stream(StoredName(temporary));
-        ProjectSizes const sizes = WriteProject(project, stream);
-        stream.Close();
-        remover.MoveTo(target);
+        kv::tools::SafeFile saved(file);
+        ProjectSizes const sizes = WriteProject(project, saved.Stream());
+        saved.Commit();
         return sizes;
     }
     catch (StreamBase::Exception const & failure)
     {
-        throw SystemFailure("cannot write", temporary, failure.text.Utf8());
-    }
-    catch (fs::filesystem_error const & failure)
-    {
-        throw SystemFailure("cannot replace", target, failure.code().message());
+        throw SystemFailure("cannot write", file, failure.text.Utf8());
     }
 }
 
@@ -221,7 +161,7 @@ LoadedProject LoadProject(fs::path const & file)
 {
     try
     {
-        kv::tools::StdioInputStream stream(StoredName(file));
+        kv::tools::FileSource stream(kv::tools::LibraryPath(file));
         return ReadProject(stream);
     }
     catch (StreamBase::Exception const & failure)

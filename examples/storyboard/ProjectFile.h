@@ -36,7 +36,8 @@ struct LoadedProject
 LoadedProject ReadProject(kv::tools::SourceStream & source, IObjectFactory const & factory = ProjectFactory());
 
 /// WriteProject into a file. It comes to be whole or not at all: the bytes go to another file beside it, which takes
-/// its place at the end. Throws Failure.
+/// its place once they are on the disk. A link is followed, and the permissions of a file that was there survive.
+/// Throws Failure.
 ProjectSizes SaveProject(Project const & project, std::filesystem::path const & file);
 
 /// Throws Failure if SaveProject could not succeed: the folder of `file` is not there, or `file` is there and no

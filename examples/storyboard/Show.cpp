@@ -106,7 +106,7 @@ void PrintSources(OutputStream & output, SourceIndex const & index, std::size_t 
          {"CLIPS", Align::Right},
          {"BYTES", Align::Right},
          {"MD5 SUM"},
-         {"MODIFIED (UTC)"},
+         {"MODIFIED"},
          {"FIRST FOUND AS"}},
         5);
     for (Media const * const media : index.sources)

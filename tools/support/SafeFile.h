@@ -1,0 +1,47 @@
+#pragma once
+
+#include <filesystem>
+
+#include <kvcore/files/FileStreams.h>
+
+namespace kv::tools
+{
+
+/// A file that comes to be whole or not at all.
+///
+/// The bytes go to a new file in the folder of the target. `Commit` brings them to the disk and only then gives them
+/// the target's name, in one step of the file system. A crash, a full disk or any other failure before that step leaves
+/// what stood under the name as it was; at worst the new file, "save-….tmp", stays behind. A target that is a symbolic
+/// link is followed, and the permissions of one that exists survive.
+///
+/// Failures are BasicFileStream::Exception. One thread at a time.
+class SafeFile
+{
+public:
+    /// Makes the new file. `target` is a native path.
+    explicit SafeFile(std::filesystem::path const & target);
+    /// Without a Commit before it, removes the new file.
+    ~SafeFile();
+    SafeFile(SafeFile const &) = delete;
+    SafeFile & operator=(SafeFile const &) = delete;
+
+    /// Takes the bytes. Not to be used after Commit.
+    OutputStream & Stream();
+
+    /// Makes the target of what was written. Nothing happened to it if this throws. At most once.
+    void Commit();
+
+    /// The file that `path` leads to, by however many links, whether it exists or not.
+    [[nodiscard]] static std::filesystem::path Followed(std::filesystem::path const & path);
+
+private:
+    void Discard() noexcept;
+
+    std::filesystem::path const targetPath;
+    String const target;
+    String const temporary;
+    FileOutputStream * stream;
+    bool committed = false;
+};
+
+} // namespace kv::tools
