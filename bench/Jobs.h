@@ -66,6 +66,44 @@ void Add(std::string const & name, std::size_t bytes, Work work)
         });
 }
 
+/// Adds a contestant whose work is long, or is done by other threads or the system: each repetition does it once, and
+/// the clock on the wall is what counts. `prepare` runs before it and is not timed: what is dear to set up is not set
+/// up for other jobs.
+template <class Prepare, class Work>
+void AddLong(std::string const & name, std::size_t bytes, Prepare prepare, Work work)
+{
+    benchmark::RegisterBenchmark(
+        name.c_str(),
+        [bytes, prepare, work](benchmark::State & state) mutable
+        {
+            prepare();
+            for (auto _ : state)
+            {
+                work();
+            }
+            state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(bytes));
+        })
+        ->Iterations(1)
+        ->UseRealTime();
+}
+
+/// Adds a contestant of which only a part counts: `work` does the whole job and returns the seconds of that part.
+template <class Work>
+void AddTimed(std::string const & name, Work work)
+{
+    benchmark::RegisterBenchmark(
+        name.c_str(),
+        [work](benchmark::State & state) mutable
+        {
+            for (auto _ : state)
+            {
+                state.SetIterationTime(work());
+            }
+        })
+        ->Iterations(1)
+        ->UseManualTime();
+}
+
 /// A source of numbers that is the same on every machine and in every run.
 inline std::mt19937_64 Random(std::uint64_t seed = 20)
 {

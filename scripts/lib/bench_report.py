@@ -37,7 +37,7 @@ def order_of(job, goals):
 
 
 def read_times(paths):
-    """Job name to contestant to the CPU times of its repetitions."""
+    """Job name to contestant to the times of its repetitions: CPU time, or the wall clock's where the job says so."""
     jobs = {}
     for path in paths:
         with open(path, encoding="utf-8") as file:
@@ -46,9 +46,10 @@ def read_times(paths):
                     continue
                 if run.get("error_occurred"):
                     sys.exit(f"{run['name']}: {run['error_message']}")
-                job, contestant = re.sub(r"/repeats:\d+.*", "", run["run_name"]).rsplit("/", 1)
+                name, clock = re.subn(r"/(real|manual)_time\b", "", run["run_name"])
+                job, contestant = re.sub(r"/(repeats|iterations):\d+", "", name).rsplit("/", 1)
                 scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
-                jobs.setdefault(job, {}).setdefault(contestant, []).append(run["cpu_time"] * scale)
+                jobs.setdefault(job, {}).setdefault(contestant, []).append(run["real_time" if clock else "cpu_time"] * scale)
     return jobs
 
 
