@@ -1,5 +1,7 @@
 #include <kvcore/files/FileStreams.h>
 
+#include <cstring>
+
 #include <kvcore/platform/win32.h>
 #include <kvcore/streams/CopyBytes.h>
 
@@ -244,6 +246,27 @@ namespace
 
 constexpr DWORD bufferSize = 4096;
 
+/// As CopyBytes, and quick for the pieces of a record, too: a size from 32 to 64 is copied as its first and its last
+/// half, which may overlap.
+void CopyPiece(char * target, char const * source, DWORD size)
+{
+    struct Half
+    {
+        char bytes[32];
+    };
+    if (size < sizeof(Half) || size > 2 * sizeof(Half))
+    {
+        kv::detail::CopyBytes(target, source, size);
+        return;
+    }
+    Half first;
+    Half last;
+    std::memcpy(&first, source, sizeof(Half));
+    std::memcpy(&last, source + size - sizeof(Half), sizeof(Half));
+    std::memcpy(target, &first, sizeof(Half));
+    std::memcpy(target + size - sizeof(Half), &last, sizeof(Half));
+}
+
 [[noreturn, gnu::cold]] void ThrowEndOfFile()
 {
     throw StreamBase::Exception{5, TEXT("Unexpected end of file")};
@@ -274,7 +297,7 @@ DWORD BufferedFileStream::Read(void * data, DWORD count)
     // Most reads lie within the buffer and leave something in it.
     if (position != 0 && position < limit && count < limit - position)
     {
-        kv::detail::CopyBytes(static_cast<char *>(data), buffer + position, count);
+        CopyPiece(static_cast<char *>(data), buffer + position, count);
         position += count;
         return count;
     }
@@ -290,13 +313,14 @@ DWORD BufferedFileStream::ReadOn(char * data, DWORD count)
     DWORD copied;
     if (position == 0 && count >= bufferSize)
     {
-        // A whole buffer would be filled and handed out at once.
-        limit = BasicFileStream::Read(data, bufferSize);
-        if (limit == 0)
+        // A whole buffer would be filled and handed out at once, and what is left then read past it: one call does
+        // both.
+        copied = BasicFileStream::Read(data, count);
+        if (copied == 0 || (copied >= bufferSize && copied < count))
         {
             ThrowEndOfFile();
         }
-        copied = limit;
+        limit = copied < bufferSize ? copied : bufferSize;
     }
     else
     {
@@ -332,7 +356,7 @@ DWORD BufferedFileStream::Write(void const * data, DWORD count)
 {
     if (count <= bufferSize - position)
     {
-        kv::detail::CopyBytes(buffer + position, static_cast<char const *>(data), count);
+        CopyPiece(buffer + position, static_cast<char const *>(data), count);
         position += count; // Kept: the buffer may be full now, and waits for the next byte
         return count;
     }

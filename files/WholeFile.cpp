@@ -26,7 +26,8 @@ void ReserveRest(HANDLE file, std::string & data)
     }
     try
     {
-        data.reserve(static_cast<std::size_t>(size.QuadPart - position.QuadPart) + step);
+        // And for the step that finds the end.
+        data.reserve(data.size() + static_cast<std::size_t>(size.QuadPart - position.QuadPart) + step);
     }
     catch (std::length_error const &)
     {
