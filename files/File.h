@@ -102,8 +102,8 @@ public:
 
     /// What stands before the last backslash; a root for a file in it. "." if there is no backslash.
     ///
-    /// Kept: only that one cut is made. "a\" gives "a", "\a" gives an empty string, "\\server\share" gives "\\server",
-    /// and "c:a" gives ".".
+    /// Kept: only that one cut is made. `a\` gives `a`, `\a` gives an empty string, `\\server\share` gives `\\server`,
+    /// and `c:a` gives `.`.
     static String GetDirname(String const & path);
 
     /// What follows the last backslash, or the drive in "c:a". A root gives one backslash.
@@ -186,12 +186,12 @@ public:
     /// without a directory, or in ".", is a name from end to end.
     static void CleanFilename(String & path, WCHAR replacement);
 
-    /// The path of the first free file in `dir` that is called <name>.<number><extension>. The extension brings its own
-    /// dot. Counting starts at 1, or at the number that a name of digits alone, or of digits behind a dot, ends in;
-    /// such a number is replaced, and other digits at the end stay part of the name. `counter`, if not null, says where
-    /// to start instead (0 is a start too), and receives the number after the one that was used. `format` is a printf
-    /// form for one number; null is "%04d". Empty, with the counter untouched, if `dir` does not exist or cannot be
-    /// asked. There is no limit on the number of tries.
+    /// The path of the first free file in `dir` that is called `name.number`, and `extension` behind it. The extension
+    /// brings its own dot. Counting starts at 1, or at the number that a name of digits alone, or of digits behind a
+    /// dot, ends in; such a number is replaced, and other digits at the end stay part of the name. `counter`, if not
+    /// null, says where to start instead (0 is a start too), and receives the number after the one that was used.
+    /// `format` is a printf form for one number; null is "%04d". Empty, with the counter untouched, if `dir` does not
+    /// exist or cannot be asked. There is no limit on the number of tries.
     static String GetNextFilePath(
         String const & dir, String const & name, String const & extension, unsigned int * counter,
         WCHAR const * format);

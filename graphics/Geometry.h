@@ -11,6 +11,9 @@
 //
 // Threads: plain values; no shared state.
 
+/// On a class whose objects share memory with those of other classes: the compiler must take that into account.
+#define KVCORE_MAY_ALIAS __attribute__((may_alias))
+
 namespace kv::detail
 {
 
@@ -35,7 +38,7 @@ constexpr LONG HighWord(unsigned int packed)
 } // namespace kv::detail
 
 /// A place: x, then y. Laid out as the system's POINT, and one itself, so that either may stand for the other.
-class __attribute__((may_alias)) Point : public tagPOINT
+class KVCORE_MAY_ALIAS Point : public tagPOINT
 {
 public:
     /// (0, 0)
@@ -111,7 +114,7 @@ public:
 };
 
 /// An extent: cx, then cy. Laid out as the system's SIZE, and one itself.
-class __attribute__((may_alias)) Size : public tagSIZE
+class KVCORE_MAY_ALIAS Size : public tagSIZE
 {
 public:
     /// (0, 0)
@@ -173,7 +176,7 @@ public:
 /// It holds the points with left <= x < right and top <= y < bottom: the right and bottom edges are outside. It keeps
 /// no invariant: left may exceed right and top may exceed bottom, and nothing but NormalizeRect, and what says so, puts
 /// that right. Such a rectangle is empty.
-class KVCORE_API __attribute__((may_alias)) Rect : public tagRECT
+class KVCORE_API KVCORE_MAY_ALIAS Rect : public tagRECT
 {
 public:
     /// All zero.

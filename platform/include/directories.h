@@ -120,10 +120,10 @@ extern "C"
     /// The directory for temporary files, a separator at its end: that of the environment ($TMPDIR), else /tmp. It is
     /// not looked for. Lengths as above.
     KVCORE_API DWORD WINAPI GetTempPathW(DWORD capacity, LPWSTR buffer);
-    /// Names a file <path>\<up to 3 letters of prefix><hex>.tmp into `target`, which holds 260 elements. With `unique`
-    /// 0 the number is the first free one, the file is created, empty, and the number given; else the low 16 bits of
-    /// `unique` are used and nothing is created. 0 with ERROR_DIRECTORY if `path` is no directory,
-    /// ERROR_BUFFER_OVERFLOW if the name would not fit.
+    /// Names a file in `path`, of up to 3 letters of `prefix`, a hexadecimal number and ".tmp", into `target`, which
+    /// holds 260 elements. With `unique` 0 the number is the first free one, the file is created, empty, and the number
+    /// given; else the low 16 bits of `unique` are used and nothing is created. 0 with ERROR_DIRECTORY if `path` is no
+    /// directory, ERROR_BUFFER_OVERFLOW if the name would not fit.
     KVCORE_API UINT WINAPI GetTempFileNameW(LPCWSTR path, LPCWSTR prefix, UINT unique, LPWSTR target);
 
     /// FILE_ATTRIBUTE_DIRECTORY, or ARCHIVE for files; READONLY if nobody may write; HIDDEN if the name begins with a
@@ -207,7 +207,7 @@ extern "C"
     KVCORE_API BOOL WINAPI FindClose(HANDLE find);
 
     /// The folder of a CSIDL_ number, in `path`, which holds 260 elements; made if it is missing and `create` is set.
-    /// They lie on C:, those of the user below C:\Users\<name>. ERROR_INVALID_PARAMETER for a number that has none
-    /// here.
+    /// They lie on C:, those of the user in a folder of his own in `C:\Users`. ERROR_INVALID_PARAMETER for a number
+    /// that has none here.
     KVCORE_API BOOL WINAPI SHGetSpecialFolderPathW(HWND owner, LPWSTR path, int folder, BOOL create);
 }

@@ -124,7 +124,8 @@ TEST(KvUsage, MistakesAreExplainedOnTheErrorStreamAlone)
         {{"sum", "--check", "--base64"}, "--base64"},
         {{"classid"}, "NAME"},
         {{"help", "me"},
-         "no command is called \"me\"; known commands are encode, decode, sum, classid, find, size, remove, info, path, url, cat, help"},
+         "no command is called \"me\"; known commands are encode, decode, sum, classid, find, size, remove, info, "
+         "path, url, cat, help"},
     };
     for (auto const & row : table)
     {
