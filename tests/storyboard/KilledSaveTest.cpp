@@ -1,0 +1,133 @@
+// A process that is killed at each system call of a save leaves the old file or the new one. Watching another process's
+// system calls is the business of each system; elsewhere the same code is called and the platform's promise stands.
+#ifndef _WIN32
+
+#    include <csignal>
+#    include <filesystem>
+#    include <string>
+
+#    include <gtest/gtest.h>
+
+#    include <kvcore/tools/support/SafeFile.h>
+#    include <support/ScratchFolder.h>
+
+#    include <sys/ptrace.h>
+#    include <sys/wait.h>
+#    include <unistd.h>
+
+namespace
+{
+
+[[noreturn]] void SaveAsChild(std::filesystem::path const & target, std::string const & bytes)
+{
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+    {
+        _exit(2); // a system that lets nobody be watched
+    }
+    raise(SIGSTOP);
+    try
+    {
+        kv::tools::SafeFile file(target);
+        file.Stream().Write(bytes.data(), static_cast<int>(bytes.size()));
+        file.Commit();
+        _exit(0);
+    }
+    catch (...)
+    {
+        _exit(1);
+    }
+}
+
+enum class End
+{
+    Killed,
+    Saved,
+    Failed
+};
+
+/// Saves in a process of its own and kills that where it enters or leaves its system call number `stops`.
+End SaveKilledAt(int stops, std::filesystem::path const & target, std::string const & bytes)
+{
+    pid_t const child = fork();
+    if (child == 0)
+    {
+        SaveAsChild(target, bytes);
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFSTOPPED(status))
+    {
+        return End::Failed;
+    }
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    for (int i = 0; i < stops; ++i)
+    {
+        ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+        if (waitpid(child, &status, 0) != child || !WIFSTOPPED(status))
+        {
+            return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? End::Saved : End::Failed;
+        }
+    }
+    kill(child, SIGKILL);
+    return waitpid(child, &status, 0) == child && WIFSIGNALED(status) ? End::Killed : End::Failed;
+}
+
+/// Nothing but the target and a file under the name of a save that did not come to its end.
+void ExpectNoOtherNames(ScratchFolder const & folder)
+{
+    for (auto const & entry : std::filesystem::directory_iterator(folder.Path()))
+    {
+        std::string const name = entry.path().filename().string();
+        EXPECT_TRUE(name == "target" || (name.starts_with("save-") && name.ends_with(".tmp"))) << name;
+    }
+}
+
+} // namespace
+
+TEST(KilledSave, LeavesTheOldFileOrTheNewOne)
+{
+    std::string const before(10'000, 'o');
+    std::string const after(20'000, 'n');
+    int oldOnes = 0;
+    int newOnes = 0;
+    for (int stops = 1;; ++stops)
+    {
+        ScratchFolder const folder;
+        folder.Write("target", before);
+        End const end = SaveKilledAt(stops, folder / "target", after);
+        ASSERT_NE(end, End::Failed) << "at stop " << stops;
+        std::string const content = folder.Read("target");
+        ASSERT_TRUE(content == before || content == after) << "a mix, at stop " << stops;
+        ExpectNoOtherNames(folder);
+        ++(content == before ? oldOnes : newOnes);
+        if (end == End::Saved)
+        {
+            EXPECT_EQ(content, after);
+            break;
+        }
+        ASSERT_LT(stops, 5'000) << "a save has an end";
+    }
+    EXPECT_GT(oldOnes, 20) << "the bytes go to the disk before the name changes hands";
+    EXPECT_GT(newOnes, 1) << "what comes behind the change of names cannot undo it";
+}
+
+TEST(KilledSave, OfANewFileLeavesNothingOrAllOfIt)
+{
+    std::string const bytes(20'000, 'n');
+    for (int stops = 1;; ++stops)
+    {
+        ScratchFolder const folder;
+        End const end = SaveKilledAt(stops, folder / "target", bytes);
+        ASSERT_NE(end, End::Failed) << "at stop " << stops;
+        bool const there = std::filesystem::exists(folder / "target");
+        ASSERT_TRUE(!there || folder.Read("target") == bytes) << "a part, at stop " << stops;
+        ExpectNoOtherNames(folder);
+        if (end == End::Saved)
+        {
+            EXPECT_TRUE(there);
+            break;
+        }
+        ASSERT_LT(stops, 5'000) << "a save has an end";
+    }
+}
+
+#endif
