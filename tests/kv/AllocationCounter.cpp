@@ -50,6 +50,18 @@ void * operator new(std::size_t size)
     return block;
 }
 
+void * operator new(std::size_t size, std::nothrow_t const &) noexcept
+{
+    try
+    {
+        return operator new(size);
+    }
+    catch (std::bad_alloc const &)
+    {
+        return nullptr;
+    }
+}
+
 void operator delete(void * block) noexcept
 {
     if (block != nullptr)
