@@ -62,6 +62,10 @@ public:
         return this;
     }
 
+    constexpr bool operator==(Point const & other) const
+    {
+        return x == other.x && y == other.y;
+    }
     constexpr bool operator==(tagPOINT const & other) const
     {
         return x == other.x && y == other.y;
@@ -136,6 +140,10 @@ public:
         return this;
     }
 
+    constexpr bool operator==(Size const & other) const
+    {
+        return cx == other.cx && cy == other.cy;
+    }
     constexpr bool operator==(tagSIZE const & other) const
     {
         return cx == other.cx && cy == other.cy;
@@ -254,6 +262,10 @@ public:
     constexpr bool HasEqualSize(tagRECT const & other) const
     {
         return GetSize() == Rect(other).GetSize();
+    }
+    constexpr bool operator==(Rect const & other) const
+    {
+        return *this == static_cast<tagRECT const &>(other);
     }
     constexpr bool operator==(tagRECT const & other) const
     {

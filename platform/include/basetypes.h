@@ -176,6 +176,10 @@ struct SECURITY_ATTRIBUTES
 };
 typedef SECURITY_ATTRIBUTES * LPSECURITY_ATTRIBUTES;
 
+#ifdef __clang__ // which warns of a form that all compilers of these targets take
+#    pragma clang diagnostic push
+#    pragma clang diagnostic ignored "-Wnested-anon-types"
+#endif
 /// One request of overlapped input or output. `Internal` is STATUS_PENDING (259) until it is finished, `InternalHigh`
 /// then the bytes transferred.
 struct OVERLAPPED
@@ -193,6 +197,9 @@ struct OVERLAPPED
     };
     HANDLE hEvent;
 };
+#ifdef __clang__
+#    pragma clang diagnostic pop
+#endif
 static_assert(sizeof(OVERLAPPED) == 32);
 typedef OVERLAPPED * LPOVERLAPPED;
 

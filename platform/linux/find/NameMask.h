@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 
+#include <kvcore/platform/export.h>
 #include <kvcore/platform/types.h>
 
 namespace kv::platform
@@ -12,7 +13,7 @@ namespace kv::platform
 
 /// A mask. `*` is any number of units, `?` (and `>`) exactly one, letters match in any case. What is left of the mask
 /// at the end of a name may be dots and stars: so `*.*` matches every name, and `name.*` matches `name`.
-class NameMask
+class KVCORE_API NameMask
 {
 public:
     NameMask() = default;
