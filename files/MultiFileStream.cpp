@@ -6,8 +6,8 @@
 BasicMultiFileStream::BasicMultiFileStream(
     FileAccessMode accessMode, FileShareMode shareMode, FileCreationMode creationMode, FileAttributes fileAttributes,
     bool asynchronous)
-    : position(0),
-      maxFileSize(0x7FFFFFFFFFFFFFFF),
+    : maxFileSize(0x7FFFFFFFFFFFFFFF),
+      position(0),
       access(accessMode),
       share(shareMode),
       creation(creationMode),

@@ -48,6 +48,11 @@ public:
     /// Appends the paths in the order of the list.
     void GetFiles(WinStringArray<String> & paths) const;
 
+protected:
+    /// The bytes at which the last file is full and a further one begins, with a temporary name in the last file's
+    /// directory. As good as without limit; a derived class sets a lower one before the first Write.
+    __int64 maxFileSize;
+
 private:
     struct Entry
     {
@@ -67,7 +72,6 @@ private:
 
     std::vector<Entry> files;
     __int64 position;
-    __int64 maxFileSize; // at which the last file is full and a further one begins
     FileAccessMode access;
     FileShareMode share;
     FileCreationMode creation;

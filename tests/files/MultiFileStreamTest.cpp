@@ -7,6 +7,23 @@
 
 using namespace kv::test;
 
+namespace
+{
+
+/// Files that are full early.
+class SmallFiles : public BasicMultiFileStream
+{
+public:
+    SmallFiles(__int64 size, bool asynchronous)
+        : BasicMultiFileStream(
+              FileAccess_ReadWrite, FileShare_Read, FileCreation_OpenAlways, FileAttributes_Normal, asynchronous)
+    {
+        maxFileSize = size;
+    }
+};
+
+} // namespace
+
 class MultiFileStream : public testing::TestWithParam<bool>
 {
 protected:
@@ -88,6 +105,51 @@ TEST_P(MultiFileStream, ResetForgetsTheFilesAndKeepsThePosition)
     char data[4];
     EXPECT_EQ(stream.Read(data, 4), 1u);
     EXPECT_EQ(data[0], '7');
+}
+
+TEST_P(MultiFileStream, MakesAnotherFileWhenTheLastOneIsFull)
+{
+    SmallFiles small(5, GetParam());
+    small.AddFile(folder.Name("first"));
+    EXPECT_EQ(small.Write("0123456789AB", 12), 12u);
+    EXPECT_EQ(small.GetSize(), 12);
+    WinStringArray<String> paths;
+    small.GetFiles(paths);
+    small.Close();
+    std::vector<std::string> contents;
+    for (String const & path : paths)
+    {
+        EXPECT_EQ(File::GetDirname(path), File::GetDirname(folder.Name("first")));
+        contents.push_back(folder.Read(File::GetBasename(path, String()).Utf8()));
+    }
+    EXPECT_EQ(contents, (std::vector<std::string>{"01234", "56789", "AB"}));
+}
+
+TEST_P(MultiFileStream, ClosedFilesKeepTheirPlaceAndRefuse)
+{
+    Add("a", "0123");
+    stream.Close();
+    EXPECT_EQ(stream.GetSize(), 4);
+    char data[1];
+    EXPECT_THROW(stream.Read(data, 1), BasicFileStream::Exception);
+    stream.Reset();
+    EXPECT_EQ(stream.GetSize(), 0);
+}
+
+TEST(MultiFileStreams, WhatIsCutShorterMeanwhileEndsThere)
+{
+    ScratchFolder const folder;
+    folder.Write("a", "abcdef");
+    folder.Write("b", "ghi");
+    BasicMultiFileStream stream(
+        FileAccess_Read, FileShare_Read | FileShare_Write, FileCreation_OpenExisting, FileAttributes_Normal, false);
+    stream.AddFile(folder.Name("a"));
+    stream.AddFile(folder.Name("b"));
+    folder.Write("a", "ab");
+    char bytes[9];
+    EXPECT_EQ(stream.Read(bytes, 9), 2u);
+    EXPECT_EQ(std::string(bytes, 2), "ab");
+    EXPECT_EQ(stream.Read(bytes, 9), 0u) << "no byte of the next file comes in their place";
 }
 
 INSTANTIATE_TEST_SUITE_P(BothKinds, MultiFileStream, testing::Bool());
