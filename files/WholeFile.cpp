@@ -49,7 +49,7 @@ unsigned __int64 BasicFileStream::Read(std::string & data)
     {
         std::size_t const before = data.size();
         std::exception_ptr failure; // a string must not be left by an exception while it grows
-        auto const readStep = [&](char * bytes, std::size_t)
+        auto const readStep = [&](char * bytes, std::size_t) -> std::size_t
         {
             try
             {
