@@ -206,6 +206,7 @@ TEST(FileFaults, AsynchronousStream)
         Nothing,
         [&](ScratchFolder const & folder)
         {
+            std::string content(3'000, '\0'); // outlives the stream, whose requests may be on their way at a failure
             BasicAsyncFileStream stream(
                 folder.Name("a"), FileAccess_Read | FileAccess_Write, FileShare_None, FileCreation_CreateAlways,
                 FileAttributes_Normal);
@@ -213,7 +214,6 @@ TEST(FileFaults, AsynchronousStream)
             stream.Wait(stream.WriteAsyncEx(bytes.data() + 1'000, 1'000));
             EXPECT_EQ(stream.Write(bytes.data() + 2'000, 1'000), 1'000u);
             stream.Flush();
-            std::string content(3'000, '\0');
             stream.ReadAsync(content.data(), 1'000, 0);
             stream.Wait(stream.ReadAsyncEx(content.data() + 1'000, 1'000));
             EXPECT_EQ(stream.Read(content.data() + 2'000, 1'000), 1'000u);
