@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -35,6 +36,16 @@ struct EndOfThread
 };
 
 thread_local EndOfThread endOfThread;
+
+/// 0 until it is asked for: the kernel is asked once in each thread. A forked child's thread has an id of its own.
+thread_local DWORD currentId = 0;
+
+DWORD AskForThreadId()
+{
+    [[maybe_unused]] static int const registered = pthread_atfork(nullptr, nullptr, [] { currentId = 0; });
+    currentId = static_cast<DWORD>(syscall(SYS_gettid));
+    return currentId;
+}
 
 } // namespace
 
@@ -182,5 +193,5 @@ HANDLE WINAPI GetCurrentThread()
 
 DWORD WINAPI GetCurrentThreadId()
 {
-    return static_cast<DWORD>(syscall(SYS_gettid));
+    return currentId != 0 ? currentId : AskForThreadId();
 }
