@@ -615,22 +615,6 @@ void FinishRequestsOf(Thread & thread) noexcept
     }
 }
 
-bool HelpWorkers() noexcept
-{
-    Pool & pool = ThePool();
-    if (!pool.hasReady.load(std::memory_order_relaxed))
-    {
-        return false;
-    }
-    std::unique_lock guard(pool.lock);
-    bool const helped = WorkOnce(pool, guard);
-    if (pool.firstReady != nullptr) // the caller may not come back
-    {
-        WakeWorker(pool);
-    }
-    return helped;
-}
-
 void WaitForRequest(OVERLAPPED const & overlapped) noexcept
 {
     Pool & pool = ThePool();
@@ -640,11 +624,6 @@ void WaitForRequest(OVERLAPPED const & overlapped) noexcept
         if (HasOverlappedIoCompleted(&overlapped))
         {
             return;
-        }
-        // Who has to wait may as well help: that spares the switch to a worker and back.
-        if (HelpWorkers())
-        {
-            continue;
         }
         pool.finished.wait(seen, std::memory_order_seq_cst);
     }

@@ -51,9 +51,6 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
 /// Cancels a thread's requests that have not begun, and waits for those that have. Their routines are not called.
 void FinishRequestsOf(Thread & thread) noexcept;
 
-/// Carries out some requests, anybody's, in a thread that would only wait. False if there is nothing to begin.
-bool HelpWorkers() noexcept;
-
 /// Waits until a request is finished.
 void WaitForRequest(OVERLAPPED const & overlapped) noexcept;
 

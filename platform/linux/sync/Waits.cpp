@@ -8,7 +8,6 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/synchapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
-#include <kvcore/platform/linux/overlapped/RequestPool.h>
 
 // Who signals an object ends the waits for it there and then, under the lock: a wait that was satisfied stays so, even
 // if the object is reset before the waiting thread runs.
@@ -191,9 +190,6 @@ DWORD Wait(Waiter & waiter, DWORD milliseconds, bool alertable)
     return WAIT_TIMEOUT;
 }
 
-/// A thread with requests on their way that sleeps this long, in milliseconds, carries some out itself.
-constexpr DWORD helpfulSleep = 100;
-
 } // namespace
 
 std::mutex & WaitLock() noexcept
@@ -299,11 +295,6 @@ DWORD WINAPI SleepEx(DWORD milliseconds, BOOL alertable)
     {
         Thread * const thread = Thread::CurrentIfAny();
         return alertable && thread != nullptr && thread->RunCalls() ? WAIT_IO_COMPLETION : 0;
-    }
-    Thread * const thread = Thread::CurrentIfAny();
-    while (alertable && milliseconds >= helpfulSleep && thread != nullptr && !thread->HasCalls() &&
-           thread->requests.load(std::memory_order_relaxed) != 0 && HelpWorkers())
-    {
     }
     Waiter nothing;
     return Wait(nothing, milliseconds, alertable != FALSE) == WAIT_IO_COMPLETION ? WAIT_IO_COMPLETION : 0;
