@@ -11,7 +11,9 @@
 #    endif
 #    include <windows.h>
 
+#    include <mmsystem.h>
 #    include <objbase.h>
+#    include <process.h>
 #    include <shlobj.h>
 #    include <shlwapi.h>
 #    include <stdlib.h>
@@ -25,6 +27,7 @@
 #    include <kvcore/platform/include/messages.h>
 #    include <kvcore/platform/include/objbase.h>
 #    include <kvcore/platform/include/overlapped.h>
+#    include <kvcore/platform/include/processthreadsapi.h>
 #    include <kvcore/platform/include/shellapi.h>
 #    include <kvcore/platform/include/synchapi.h>
 #    include <kvcore/platform/include/timeapi.h>

@@ -53,8 +53,8 @@ Thread & Thread::Current() noexcept
 {
     if (current == nullptr)
     {
-        current = new Thread;
-        endOfThread.armed = true;
+        BecomeCurrent(Ref<Thread>::Adopt(new Thread));
+        current->hasBegun = true;
     }
     return *current;
 }
@@ -62,6 +62,61 @@ Thread & Thread::Current() noexcept
 Thread * Thread::CurrentIfAny() noexcept
 {
     return current;
+}
+
+Thread & Thread::BecomeCurrent(Ref<Thread> thread) noexcept
+{
+    thread->AddRef(); // EndOfThread's
+    current = thread.Get();
+    // Made first of all thread-local objects of a thread that begins here, and so the last to go: who has waited for
+    // the thread finds all of them gone.
+    endOfThread.armed = true;
+    current->id.store(GetCurrentThreadId(), std::memory_order_release);
+    current->id.notify_all();
+    return *current;
+}
+
+DWORD Thread::Id() const noexcept
+{
+    id.wait(0, std::memory_order_acquire);
+    return id.load(std::memory_order_acquire);
+}
+
+DWORD Thread::Resume() noexcept
+{
+    std::lock_guard const guard(WaitLock());
+    DWORD const before = suspensions;
+    if (before != 0 && --suspensions == 0)
+    {
+        wakeUp.notify_one();
+    }
+    return before;
+}
+
+int Thread::AwaitResume() noexcept
+{
+    std::unique_lock guard(WaitLock());
+    wakeUp.wait(guard, [this] { return suspensions == 0; });
+    hasBegun = true;
+    return priority;
+}
+
+int Thread::Priority() const noexcept
+{
+    std::lock_guard const guard(WaitLock());
+    return priority;
+}
+
+void Thread::SetExitCode(DWORD code) noexcept
+{
+    std::lock_guard const guard(WaitLock());
+    exitCode = code;
+}
+
+DWORD Thread::ExitCode() const noexcept
+{
+    std::lock_guard const guard(WaitLock());
+    return ended ? exitCode : STILL_ACTIVE;
 }
 
 bool Thread::Queue(ProcedureCall & call) noexcept

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <condition_variable>
 
+#include <kvcore/platform/include/processthreadsapi.h>
 #include <kvcore/platform/include/synchapi.h>
 #include <kvcore/platform/linux/files/Handles.h>
 
@@ -37,6 +38,30 @@ public:
         return ended;
     }
 
+    /// Makes the object the calling thread's, at the thread's begin. Keeps the reference until its end.
+    static Thread & BecomeCurrent(Ref<Thread> thread) noexcept;
+
+    /// The system's number of the thread. Waits for a new thread to know it.
+    DWORD Id() const noexcept;
+
+    /// Begins with this many suspensions. Before the thread is made.
+    void Suspend(DWORD times) noexcept
+    {
+        suspensions = times;
+    }
+    /// Takes one away. Gives how many there were.
+    DWORD Resume() noexcept;
+    /// Waits until there is none. On this thread, at its begin; gives the priority to begin with.
+    int AwaitResume() noexcept;
+
+    /// One of the THREAD_PRIORITY values.
+    void SetPriority(int newPriority) noexcept;
+    int Priority() const noexcept;
+
+    /// What the thread ends with; seen by others once it has ended.
+    void SetExitCode(DWORD code) noexcept;
+    DWORD ExitCode() const noexcept;
+
     /// Appends a call. False if the thread has ended.
     bool Queue(ProcedureCall & call) noexcept;
     /// The same for a whole chain, which is linked by `next` and ends with `last`.
@@ -64,9 +89,14 @@ private:
     ~Thread() override = default;
 
     std::atomic<bool> hasCalls{false};
+    std::atomic<DWORD> id{0};
     // Guarded by the wait functions' lock.
     ProcedureCall * firstCall = nullptr;
     ProcedureCall * lastCall = nullptr;
+    DWORD suspensions = 0;
+    int priority = THREAD_PRIORITY_NORMAL;
+    DWORD exitCode = 0;
+    bool hasBegun = false;
     bool ended = false;
 };
 
