@@ -25,11 +25,13 @@
 #    include <kvcore/platform/include/fileapi.h>
 #    include <kvcore/platform/include/memory.h>
 #    include <kvcore/platform/include/messages.h>
+#    include <kvcore/platform/include/mmtimer.h>
 #    include <kvcore/platform/include/objbase.h>
 #    include <kvcore/platform/include/overlapped.h>
 #    include <kvcore/platform/include/processthreadsapi.h>
 #    include <kvcore/platform/include/shellapi.h>
 #    include <kvcore/platform/include/synchapi.h>
+#    include <kvcore/platform/include/threadpool.h>
 #    include <kvcore/platform/include/timeapi.h>
 #    include <kvcore/platform/include/winnls.h>
 #endif
