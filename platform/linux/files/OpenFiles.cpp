@@ -225,6 +225,11 @@ void DeleteByDescriptor(int descriptor)
 
 } // namespace
 
+std::mutex & OpenFilesLock() noexcept
+{
+    return TheOpenFiles().mutex;
+}
+
 DWORD EnterOpenFile(File & file, struct stat const & status) noexcept
 try
 {

@@ -59,6 +59,9 @@ struct SharedFile
     std::atomic<unsigned> lockCount{0};
 };
 
+/// The table's lock. Nothing else is taken under it.
+std::mutex & OpenFilesLock() noexcept;
+
 /// Whether two ranges, none of which ends behind 2^64, have a byte in common, or one without bytes lies inside the
 /// other.
 bool Overlap(std::uint64_t first, std::uint64_t length, std::uint64_t otherFirst, std::uint64_t otherLength) noexcept;

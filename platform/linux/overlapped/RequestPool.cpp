@@ -1,21 +1,13 @@
 #include "RequestPool.h"
 
-#include <atomic>
-#include <cerrno>
-#include <condition_variable>
 #include <csignal>
-#include <mutex>
-#include <new>
 #include <system_error>
 #include <thread>
-#include <vector>
 
-#include <pthread.h>
 #include <sys/uio.h>
 
+#include "Pool.h"
 #include <kvcore/platform/include/errors.h>
-#include <kvcore/platform/linux/files/OpenFiles.h>
-#include <kvcore/platform/linux/sync/Waits.h>
 
 // Every file has a queue of its own; files with something to begin stand in one list, from which a few workers take.
 // What a worker takes is a run: either some reads, beside which other workers may take more, or writes that continue
@@ -31,9 +23,6 @@ namespace kv::platform
 namespace
 {
 
-constexpr unsigned defaultLimit = 131072;
-constexpr unsigned recordsPerChunk = 512;
-constexpr unsigned maxWorkers = 2;
 constexpr int looksBeforeSleep = 2000;
 
 constexpr unsigned longestRun = 512;
@@ -41,115 +30,6 @@ constexpr std::size_t largestRun = std::size_t{1} << 20;
 constexpr unsigned longestReadRun = 8;
 constexpr std::size_t largestReadRun = std::size_t{128} << 10;
 constexpr std::uint64_t appending = ~std::uint64_t{0};
-
-/// Lives for ever, and so do the workers: the process may end while they work.
-struct Pool
-{
-    std::mutex lock;
-
-    // Guarded by the lock.
-    std::condition_variable wakeUp;
-    std::vector<TransferRequest *> chunks;
-    TransferRequest * firstFree = nullptr;
-    unsigned outstanding = 0;
-    unsigned limit = defaultLimit;
-    File * firstReady = nullptr;
-    File * lastReady = nullptr;
-    bool isHeld = false;
-    unsigned workers = 0;
-    unsigned looking = 0;
-    unsigned sleeping = 0;
-    unsigned wakeTickets = 0;
-
-    /// Whether there is something for a worker to take; a hint for those who look without the lock.
-    std::atomic<bool> hasReady{false};
-    /// Changes after requests have finished.
-    std::atomic<std::uint32_t> finished{0};
-};
-
-void ForgetRequestsInChild() noexcept;
-
-Pool & ThePool() noexcept
-{
-    static Pool & pool = []() -> Pool &
-    {
-        Pool * const made = new Pool;
-        // The child has no workers, and the requests are the parent's.
-        pthread_atfork(
-            [] { ThePool().lock.lock(); }, [] { ThePool().lock.unlock(); },
-            []
-            {
-                ForgetRequestsInChild();
-                ThePool().lock.unlock();
-            });
-        return *made;
-    }();
-    return pool;
-}
-
-void ForgetRequestsInChild() noexcept
-{
-    Pool & pool = ThePool();
-    for (TransferRequest * const chunk : pool.chunks)
-    {
-        for (unsigned i = 0; i < recordsPerChunk; ++i)
-        {
-            if (chunk[i].file)
-            {
-                RequestQueue & queue = chunk[i].file->requests;
-                queue.pending.store(0, std::memory_order_relaxed);
-                queue.first = queue.last = nullptr;
-                queue.readsRunning = 0;
-                queue.writeRunning = queue.isReady = false;
-                chunk[i].thread->requests.store(0, std::memory_order_relaxed);
-            }
-        }
-    }
-    pool.firstReady = pool.lastReady = nullptr;
-    pool.workers = pool.looking = pool.sleeping = pool.wakeTickets = 0;
-    pool.outstanding = 0;
-    pool.firstFree = nullptr;
-    pool.chunks.clear();
-    new (&pool.wakeUp) std::condition_variable;
-}
-
-bool AddChunk(Pool & pool) noexcept
-try
-{
-    pool.chunks.reserve(pool.chunks.size() + 1);
-    TransferRequest * const chunk = new TransferRequest[recordsPerChunk];
-    pool.chunks.push_back(chunk);
-    for (unsigned i = 0; i < recordsPerChunk; ++i)
-    {
-        chunk[i].nextInFile = pool.firstFree;
-        pool.firstFree = &chunk[i];
-    }
-    return true;
-}
-catch (std::bad_alloc const &)
-{
-    return false;
-}
-
-/// A record for a new request, or null if there may be no more.
-TransferRequest * TakeRecord(Pool & pool)
-{
-    if (pool.outstanding >= pool.limit || (pool.firstFree == nullptr && !AddChunk(pool)))
-    {
-        return nullptr;
-    }
-    ++pool.outstanding;
-    TransferRequest * const request = pool.firstFree;
-    pool.firstFree = request->nextInFile;
-    return request;
-}
-
-void GiveBack(Pool & pool, TransferRequest & request)
-{
-    request.nextInFile = pool.firstFree;
-    pool.firstFree = &request;
-    --pool.outstanding;
-}
 
 /// Enters a file whose oldest request can begin into the list. Whether it was entered now.
 bool MakeReady(Pool & pool, File & file)
@@ -207,6 +87,30 @@ File * TakeReady(Pool & pool)
     return file;
 }
 
+/// Adds a request to those of its thread that have not begun, or takes it out.
+void LinkToThread(TransferRequest & request)
+{
+    TransferRequest *& first = request.thread->firstQueued;
+    request.previousInThread = nullptr;
+    request.nextInThread = first;
+    if (first != nullptr)
+    {
+        first->previousInThread = &request;
+    }
+    first = &request;
+}
+
+void UnlinkFromThread(TransferRequest & request)
+{
+    TransferRequest *& fromBefore =
+        request.previousInThread != nullptr ? request.previousInThread->nextInThread : request.thread->firstQueued;
+    fromBefore = request.nextInThread;
+    if (request.nextInThread != nullptr)
+    {
+        request.nextInThread->previousInThread = request.previousInThread;
+    }
+}
+
 TransferRequest * TakeFirst(RequestQueue & queue)
 {
     TransferRequest * const request = queue.first;
@@ -216,7 +120,7 @@ TransferRequest * TakeFirst(RequestQueue & queue)
         queue.last = nullptr;
     }
     request->nextInFile = nullptr;
-    request->isQueued = false;
+    UnlinkFromThread(*request);
     return request;
 }
 
@@ -293,50 +197,6 @@ TransferRequest * WriteTogether(Run const & run)
     return request;
 }
 
-/// Makes the ends of finished requests seen. Of those without a routine nothing is left but the record; the others go
-/// to their threads, which free the record. Gives the records to free.
-TransferRequest * Finish(Run const & run)
-{
-    Pool & pool = ThePool();
-    TransferRequest * toFree = nullptr;
-    TransferRequest * next = nullptr;
-    Ref<File> const file(run.first->file.Get());
-    for (TransferRequest * request = run.first; request != nullptr; request = next)
-    {
-        next = request->nextInFile;
-        SetResult(*request->overlapped, request->error, request->done);
-        if (request->event)
-        {
-            request->event->Set();
-            request->event = {};
-        }
-        request->file = {};
-        Thread & thread = *request->thread;
-        file->requests.pending.fetch_sub(1, std::memory_order_seq_cst);
-        if (request->routine == nullptr || !thread.Queue(*request))
-        {
-            request->nextInFile = toFree;
-            toFree = request;
-        }
-        // Last: the thread may end now.
-        thread.requests.fetch_sub(1, std::memory_order_release);
-    }
-    WakeWaitersIfAny(*file);
-    pool.finished.fetch_add(1, std::memory_order_seq_cst);
-    pool.finished.notify_all();
-    return toFree;
-}
-
-void GiveBackAll(Pool & pool, TransferRequest * request)
-{
-    while (request != nullptr)
-    {
-        TransferRequest * const next = request->nextInFile;
-        GiveBack(pool, *request);
-        request = next;
-    }
-}
-
 /// Waits for something to do. The lock is held.
 void AwaitWork(Pool & pool, std::unique_lock<std::mutex> & guard)
 {
@@ -369,14 +229,14 @@ void WakeWorker(Pool & pool)
 }
 
 /// Takes a run and carries it out, if there is one. The lock is held before and after.
-bool WorkOnce(Pool & pool, std::unique_lock<std::mutex> & guard)
+bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<std::mutex> & guard)
 {
-    File * const ready = TakeReady(pool);
-    if (ready == nullptr)
+    File * const file = TakeReady(pool);
+    if (file == nullptr)
     {
         return false;
     }
-    Ref<File> file(ready);
+    pool.running[worker] = Ref<File>(file);
     Run const run = TakeRun(*file);
     MakeReady(pool, *file); // there may be more reads, for somebody else
     if (pool.firstReady != nullptr)
@@ -389,24 +249,27 @@ bool WorkOnce(Pool & pool, std::unique_lock<std::mutex> & guard)
     {
         CarryOut(*request);
     }
-    TransferRequest * const toFree = Finish(run);
+    TransferRequest * const toFree = Finish(*file, run.first);
     guard.lock();
     GiveBackAll(pool, toFree);
     run.writing ? void(file->requests.writeRunning = false) : void(--file->requests.readsRunning);
     MakeReady(pool, *file);
-    guard.unlock(); // the last reference closes the file
-    file = {};
+    guard.unlock(); // the last reference closes the file, which may take long
+    {
+        std::lock_guard const ending(pool.ending);
+        pool.running[worker] = {};
+    }
     guard.lock();
     return true;
 }
 
-void Work()
+void Work(unsigned worker)
 {
     Pool & pool = ThePool();
     std::unique_lock guard(pool.lock);
     for (;;)
     {
-        if (!WorkOnce(pool, guard))
+        if (!WorkOnce(pool, worker, guard))
         {
             AwaitWork(pool, guard);
         }
@@ -427,7 +290,7 @@ bool EnsureWorkers(Pool & pool)
     pthread_sigmask(SIG_SETMASK, &all, &before);
     try
     {
-        std::thread(Work).detach();
+        std::thread(Work, pool.workers).detach();
         ++pool.workers;
     }
     catch (std::system_error const &)
@@ -470,7 +333,6 @@ void Fill(
     request.place = transfer.place;
     request.count = transfer.count;
     request.writing = transfer.writing;
-    request.isQueued = true;
     request.error = ERROR_SUCCESS;
     request.done = 0;
     request.nextInFile = nullptr;
@@ -518,14 +380,14 @@ DWORD StartRequest(
     queue.pending.fetch_add(1, std::memory_order_relaxed);
     if (file.type != FileType::Disk)
     {
-        request->isQueued = false;
         guard.unlock();
         CarryOut(*request);
-        TransferRequest * const toFree = Finish({request, 1, transfer.writing});
+        TransferRequest * const toFree = Finish(file, request);
         guard.lock();
         GiveBackAll(pool, toFree);
         return ERROR_IO_PENDING;
     }
+    LinkToThread(*request);
     (queue.last != nullptr ? queue.last->nextInFile : queue.first) = request;
     queue.last = request;
     if (MakeReady(pool, file) || (!transfer.writing && queue.isReady))
@@ -538,7 +400,8 @@ DWORD StartRequest(
 unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * overlapped) noexcept
 {
     Pool & pool = ThePool();
-    Run cancelled;
+    unsigned count = 0;
+    TransferRequest * cancelled = nullptr;
     TransferRequest * lastCancelled = nullptr;
     {
         std::lock_guard const guard(pool.lock);
@@ -554,10 +417,10 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
             if (isMeant)
             {
                 request->error = ERROR_OPERATION_ABORTED;
-                request->isQueued = false;
-                (lastCancelled != nullptr ? lastCancelled->nextInFile : cancelled.first) = request;
+                UnlinkFromThread(*request);
+                (lastCancelled != nullptr ? lastCancelled->nextInFile : cancelled) = request;
                 lastCancelled = request;
-                ++cancelled.length;
+                ++count;
                 continue;
             }
             (queue.last != nullptr ? queue.last->nextInFile : queue.first) = request;
@@ -570,18 +433,35 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
             WakeWorker(pool);
         }
     }
-    if (cancelled.length != 0)
+    if (cancelled != nullptr)
     {
-        TransferRequest * const toFree = Finish(cancelled);
+        TransferRequest * const toFree = Finish(file, cancelled);
         std::lock_guard const guard(pool.lock);
         GiveBackAll(pool, toFree);
     }
-    return cancelled.length;
+    return count;
 }
 
 void FinishRequestsOf(Thread & thread) noexcept
 {
+    if (thread.requests.load(std::memory_order_acquire) == 0)
+    {
+        return;
+    }
     Pool & pool = ThePool();
+    for (;;)
+    {
+        Ref<File> file;
+        {
+            std::lock_guard const guard(pool.lock);
+            if (thread.firstQueued == nullptr)
+            {
+                break;
+            }
+            file = thread.firstQueued->file;
+        }
+        CancelRequests(*file, &thread, nullptr);
+    }
     for (;;)
     {
         std::uint32_t const seen = pool.finished.load(std::memory_order_seq_cst);
@@ -589,29 +469,7 @@ void FinishRequestsOf(Thread & thread) noexcept
         {
             return;
         }
-        Ref<File> file;
-        {
-            std::lock_guard const guard(pool.lock);
-            for (std::size_t chunk = 0; chunk < pool.chunks.size() && !file; ++chunk)
-            {
-                for (unsigned i = 0; i < recordsPerChunk && !file; ++i)
-                {
-                    TransferRequest const & request = pool.chunks[chunk][i];
-                    if (request.isQueued && request.thread == &thread)
-                    {
-                        file = request.file;
-                    }
-                }
-            }
-        }
-        if (file)
-        {
-            CancelRequests(*file, &thread, nullptr);
-        }
-        else
-        {
-            pool.finished.wait(seen, std::memory_order_seq_cst);
-        }
+        pool.finished.wait(seen, std::memory_order_seq_cst);
     }
 }
 
@@ -633,7 +491,7 @@ void SetRequestLimit(unsigned limit) noexcept
 {
     Pool & pool = ThePool();
     std::lock_guard const guard(pool.lock);
-    pool.limit = limit != 0 ? limit : defaultLimit;
+    pool.limit = limit != 0 ? limit : defaultRequestLimit;
 }
 
 void HoldRequests(bool hold) noexcept

@@ -13,8 +13,9 @@ namespace kv::platform
 /// What is known of one request beside its OVERLAPPED, which is not touched again once the caller can see the end.
 struct TransferRequest : ProcedureCall
 {
+    /// Null as soon as the request is finished.
     Ref<File> file;
-    /// The thread that made it, which waits for its requests before it ends.
+    /// The thread that made it, which waits for its requests before it ends; null in a record that is nobody's.
     Thread * thread = nullptr;
     Ref<Event> event;
     OVERLAPPED * overlapped = nullptr;
@@ -23,10 +24,12 @@ struct TransferRequest : ProcedureCall
     std::uint64_t place = 0;
     DWORD count = 0;
     bool writing = false;
-    bool isQueued = false;
     DWORD error = 0;
     DWORD done = 0;
     TransferRequest * nextInFile = nullptr;
+    // Those of its thread that have not begun.
+    TransferRequest * nextInThread = nullptr;
+    TransferRequest * previousInThread = nullptr;
 };
 
 /// A transfer that is to be started; the arguments have been checked.

@@ -20,6 +20,8 @@ struct ProcedureCall
     void (*drop)(ProcedureCall * call) noexcept = nullptr;
 };
 
+struct TransferRequest;
+
 class Thread final : public Waitable
 {
 public:
@@ -81,6 +83,8 @@ public:
 
     /// The overlapped requests that the thread made and that are not finished.
     std::atomic<unsigned> requests{0};
+    /// Those of them that have not begun; guarded by the request pool's lock.
+    TransferRequest * firstQueued = nullptr;
 
     /// Where the thread sleeps; used with the wait functions' lock.
     std::condition_variable wakeUp;

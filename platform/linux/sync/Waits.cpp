@@ -44,7 +44,15 @@ struct Waiter
     bool forAll = false;
     bool isSatisfied = false;
     DWORD result = WAIT_OBJECT_0;
+    Waiter * nextRegistered = nullptr;
+    Waiter * previousRegistered = nullptr;
 };
+
+/// Those whose objects have nodes.
+Waiter * firstRegistered = nullptr;
+
+/// There before any code runs, and never destroyed.
+constinit std::mutex waitLock;
 
 /// How many threads are in a wait for objects. Who looks at it has signalled before, who counts himself looks at the
 /// objects after.
@@ -126,6 +134,12 @@ public:
             waiter.nodes[i].waiter = &waiter;
             Link(waiter.nodes[i], *waiter.objects[i]);
         }
+        waiter.nextRegistered = firstRegistered;
+        if (firstRegistered != nullptr)
+        {
+            firstRegistered->previousRegistered = &waiter;
+        }
+        firstRegistered = &waiter;
     }
     Registration(Registration const &) = delete;
     Registration & operator=(Registration const &) = delete;
@@ -134,6 +148,13 @@ public:
         for (DWORD i = 0; i < waiter.count; ++i)
         {
             Unlink(waiter.nodes[i], *waiter.objects[i]);
+        }
+        Waiter *& fromBefore =
+            waiter.previousRegistered != nullptr ? waiter.previousRegistered->nextRegistered : firstRegistered;
+        fromBefore = waiter.nextRegistered;
+        if (waiter.nextRegistered != nullptr)
+        {
+            waiter.nextRegistered->previousRegistered = waiter.previousRegistered;
         }
     }
 
@@ -194,8 +215,7 @@ DWORD Wait(Waiter & waiter, DWORD milliseconds, bool alertable)
 
 std::mutex & WaitLock() noexcept
 {
-    static std::mutex & lock = *new std::mutex;
-    return lock;
+    return waitLock;
 }
 
 void WakeWaiters(Waitable & object) noexcept
@@ -230,6 +250,19 @@ void WakeWaitersIfAny(Waitable & object) noexcept
             WakeWaiters(object);
         }
     }
+}
+
+void ForgetWaits() noexcept
+{
+    for (Waiter const * waiter = firstRegistered; waiter != nullptr; waiter = waiter->nextRegistered)
+    {
+        for (DWORD i = 0; i < waiter->count; ++i)
+        {
+            waiter->objects[i]->firstWaiter = nullptr;
+        }
+    }
+    firstRegistered = nullptr;
+    waitersInAll.store(0, std::memory_order_relaxed);
 }
 
 } // namespace kv::platform

@@ -18,4 +18,7 @@ void WakeWaiters(Waitable & object) noexcept;
 /// The same for an object that is signalled by an atomic count of its own: takes the lock only if anybody waits at all.
 void WakeWaitersIfAny(Waitable & object) noexcept;
 
+/// In a forked child: ends the waits of the threads that the child does not have.
+void ForgetWaits() noexcept;
+
 } // namespace kv::platform
