@@ -20,6 +20,7 @@
 #    include <wchar.h>
 #else
 #    include <kvcore/platform/include/crt.h>
+#    include <kvcore/platform/include/debugapi.h>
 #    include <kvcore/platform/include/directories.h>
 #    include <kvcore/platform/include/errors.h>
 #    include <kvcore/platform/include/fileapi.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 // The parts of the Windows C run-time library that have no standard twin: wide printf with that library's own meaning
-// of the conversions, and the number printers.
+// of the conversions, the number printers, and the splitting of paths.
 
 #include <cstdarg>
 
@@ -33,4 +33,13 @@ extern "C"
     /// empty buffer if it is too small; EINVAL for a null argument or no capacity. Any thread.
     KVCORE_API int
     _fcvt_s(char * buffer, std::size_t capacity, double value, int decimals, int * decimalPosition, int * sign);
+
+    /// Splits a path into its drive ("c:"), folder with its last separator, name and extension with its dot, each into
+    /// a buffer of that many elements, NUL included; a part that is not wanted has a null buffer and a capacity of 0.
+    /// Slashes separate too; the last dot of the last component begins the extension, wherever it stands. 0; or an
+    /// errno value, in errno as well, with every buffer empty: ERANGE if a part does not fit, EINVAL for a null path or
+    /// a buffer that is null with a capacity or not null without one. Any thread.
+    KVCORE_API int _wsplitpath_s(
+        WCHAR const * path, WCHAR * drive, std::size_t driveCapacity, WCHAR * folder, std::size_t folderCapacity,
+        WCHAR * name, std::size_t nameCapacity, WCHAR * extension, std::size_t extensionCapacity);
 }

@@ -95,7 +95,7 @@ public:
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
     AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand, AddFindCommand, AddSizeCommand,
-    AddRemoveCommand, AddInfoCommand,   AddPathCommand, AddUrlCommand,     AddCatCommand,
+    AddRemoveCommand, AddInfoCommand,   AddPathCommand, AddUrlCommand,     AddCatCommand,  AddLogCommand,
 };
 
 class Program

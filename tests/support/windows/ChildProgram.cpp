@@ -1,0 +1,31 @@
+#include <support/ChildProgram.h>
+
+#include <stdexcept>
+
+#include <kvcore/core/String.h>
+#include <kvcore/files/File.h>
+#include <kvcore/platform/win32.h>
+
+int RunChildProgram(std::string const & name, std::vector<std::string> const & arguments)
+{
+    WCHAR own[MAX_PATH];
+    GetModuleFileNameW(nullptr, own, MAX_PATH);
+    String command = TEXT("\"") + File::GetDirname(own) + TEXT("\\") + String::FromUtf8(name) + TEXT(".exe\"");
+    for (std::string const & argument : arguments)
+    {
+        command += TEXT(" \"") + String::FromUtf8(argument) + TEXT("\"");
+    }
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process;
+    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
+    {
+        throw std::runtime_error("cannot run " + name);
+    }
+    WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD code;
+    GetExitCodeProcess(process.hProcess, &code);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return int(code);
+}
