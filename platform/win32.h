@@ -29,9 +29,12 @@
 #    include <kvcore/platform/include/mmtimer.h>
 #    include <kvcore/platform/include/objbase.h>
 #    include <kvcore/platform/include/overlapped.h>
+#    include <kvcore/platform/include/processenv.h>
 #    include <kvcore/platform/include/processthreadsapi.h>
 #    include <kvcore/platform/include/shellapi.h>
 #    include <kvcore/platform/include/synchapi.h>
+#    include <kvcore/platform/include/sysinfo.h>
+#    include <kvcore/platform/include/sysparams.h>
 #    include <kvcore/platform/include/threadpool.h>
 #    include <kvcore/platform/include/timeapi.h>
 #    include <kvcore/platform/include/winnls.h>

@@ -56,6 +56,28 @@
 #define WC_COMPOSITECHECK 0x00000200u
 #define WC_NO_BEST_FIT_CHARS 0x00000400u
 
+#define CP_INSTALLED 1u
+#define CP_SUPPORTED 2u
+
+#define MAX_DEFAULTCHAR 2
+#define MAX_LEADBYTES 12
+
+/// A code page: the most bytes that one of its characters takes, what stands for those that it lacks, and the runs of
+/// lead bytes, first and last of each, up to two zeros.
+struct CPINFOEXW
+{
+    UINT MaxCharSize;
+    BYTE DefaultChar[MAX_DEFAULTCHAR];
+    BYTE LeadByte[MAX_LEADBYTES];
+    WCHAR UnicodeDefaultChar;
+    UINT CodePage;
+    WCHAR CodePageName[260];
+};
+static_assert(sizeof(CPINFOEXW) == 544);
+
+/// Is given a code page's number as text; FALSE ends the enumeration.
+typedef BOOL(CALLBACK * CODEPAGE_ENUMPROCW)(LPWSTR codePage);
+
 extern "C"
 {
     /// Compares by the rules of a locale. CSTR_LESS_THAN, CSTR_EQUAL, CSTR_GREATER_THAN, or 0 with the last error set.
@@ -91,4 +113,12 @@ extern "C"
     KVCORE_API UINT WINAPI GetACP();
     KVCORE_API UINT WINAPI GetOEMCP();
     KVCORE_API BOOL WINAPI IsValidCodePage(UINT codePage);
+
+    /// What there is to know of a code page; FALSE with ERROR_INVALID_PARAMETER if there is no such page. `flags` is
+    /// not looked at.
+    KVCORE_API BOOL WINAPI GetCPInfoExW(UINT codePage, DWORD flags, CPINFOEXW * information);
+
+    /// Calls `callback` for each code page, in no order, until it gives FALSE. All are installed, so `flags` makes no
+    /// difference.
+    KVCORE_API BOOL WINAPI EnumSystemCodePagesW(CODEPAGE_ENUMPROCW callback, DWORD flags);
 }

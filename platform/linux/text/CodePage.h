@@ -12,6 +12,9 @@ struct UConverter;
 namespace kv::platform
 {
 
+/// The page that a number stands for: those of the system's own pages stand for another.
+UINT ResolveCodePage(UINT codePage);
+
 /// A page's mappings in both directions, ready to look up. Does not change once it is built.
 class CodePage
 {

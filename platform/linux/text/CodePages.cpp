@@ -13,6 +13,7 @@
 
 using kv::platform::CodePage;
 using kv::platform::Conversion;
+using kv::platform::ResolveCodePage;
 
 namespace
 {
@@ -33,22 +34,6 @@ int Finish(Conversion const & conversion, bool refuseMalformed)
     if (conversion.length > 0x7FFFFFFF)
         return Fail(ERROR_INVALID_PARAMETER);
     return static_cast<int>(conversion.length);
-}
-
-/// The pages that stand for another one. Narrow texts are UTF-8 on this system.
-UINT Resolve(UINT codePage)
-{
-    switch (codePage)
-    {
-    case CP_ACP:
-    case CP_OEMCP:
-    case CP_THREAD_ACP:
-        return CP_UTF8;
-    case CP_MACCP:
-        return 10000;
-    default:
-        return codePage;
-    }
 }
 
 template <typename Unit>
@@ -265,11 +250,27 @@ EncodePage(PageEncoder const & encoder, WCHAR const * source, std::size_t length
 
 } // namespace
 
+/// The pages that stand for another one. Narrow texts are UTF-8 on this system.
+UINT kv::platform::ResolveCodePage(UINT codePage)
+{
+    switch (codePage)
+    {
+    case CP_ACP:
+    case CP_OEMCP:
+    case CP_THREAD_ACP:
+        return CP_UTF8;
+    case CP_MACCP:
+        return 10000;
+    default:
+        return codePage;
+    }
+}
+
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR target, int capacity)
 {
     if (!AreBuffersUsable(source, sourceLength, target, capacity))
         return Fail(ERROR_INVALID_PARAMETER);
-    codePage = Resolve(codePage);
+    codePage = ResolveCodePage(codePage);
     std::size_t const length = LengthOf(source, sourceLength);
     std::size_t const room = static_cast<std::size_t>(capacity);
     bool const refuse = (flags & MB_ERR_INVALID_CHARS) != 0;
@@ -302,7 +303,7 @@ int WINAPI WideCharToMultiByte(
 {
     if (!AreBuffersUsable(source, sourceLength, target, capacity))
         return Fail(ERROR_INVALID_PARAMETER);
-    codePage = Resolve(codePage);
+    codePage = ResolveCodePage(codePage);
     std::size_t const length = LengthOf(source, sourceLength);
     std::size_t const room = static_cast<std::size_t>(capacity);
     if (codePage == CP_UTF7)
