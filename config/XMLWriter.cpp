@@ -1,0 +1,247 @@
+#include <kvcore/config/XMLWriter.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+struct Reference
+{
+    char character;
+    char const * text;
+};
+
+constexpr Reference references[] = {{'\t', "&#9;"}, {'\n', "&#10;"}, {'\r', "&#13;"}, {'"', "&quot;"},
+                                    {'&', "&amp;"}, {'<', "&lt;"},   {'>', "&gt;"}};
+
+enum : unsigned char
+{
+    ordinary = 0xFF,
+    endOfText = 0xFE
+};
+
+// For each byte: the index of its reference, or that it stands for itself or ends the text.
+constexpr std::array<unsigned char, 256> MakeByteKinds()
+{
+    std::array<unsigned char, 256> kinds{};
+    for (unsigned char & kind : kinds)
+    {
+        kind = ordinary;
+    }
+    kinds[0] = endOfText;
+    for (std::size_t i = 0; i < std::size(references); ++i)
+    {
+        kinds[static_cast<unsigned char>(references[i].character)] = static_cast<unsigned char>(i);
+    }
+    return kinds;
+}
+
+constexpr std::array<unsigned char, 256> byteKinds = MakeByteKinds();
+
+unsigned char KindOf(char byte)
+{
+    return byteKinds[static_cast<unsigned char>(byte)];
+}
+
+} // namespace
+
+XMLWriter::XMLWriter(OutputStream & target, bool indent)
+    : stream(target), indentState(indent ? -1 : 0), startTagOpen(false), startTagEmpty(false), textWritten(false)
+{
+    Write("<?xml version=\"1.0\"?>");
+}
+
+XMLWriter::~XMLWriter() = default;
+
+void XMLWriter::CloseStartTag()
+{
+    if (startTagOpen)
+    {
+        if (startTagEmpty)
+        {
+            Write("/>");
+            openElements.pop_back();
+        }
+        else
+        {
+            Write(">");
+        }
+    }
+    startTagOpen = false;
+    startTagEmpty = false;
+    textWritten = false;
+}
+
+void XMLWriter::BreakLine()
+{
+    if (indentState >= 0)
+    {
+        return;
+    }
+    stream.Write("\n", 1);
+    constexpr char blanks[] = "                ";
+    constexpr std::size_t most = sizeof blanks - 1;
+    for (std::size_t left = 2 * openElements.size(); left != 0;)
+    {
+        std::size_t const part = std::min(left, most);
+        stream.Write(blanks, static_cast<int>(part));
+        left -= part;
+    }
+}
+
+void XMLWriter::Write(char const * text)
+{
+    Write(text, std::strlen(text));
+}
+
+// A stream takes up to 2^31 - 1 bytes at once, and the UTF-8 of one text may be longer.
+void XMLWriter::Write(char const * bytes, std::size_t size)
+{
+    constexpr std::size_t most = std::size_t{1} << 30;
+    for (; size > most; bytes += most, size -= most)
+    {
+        stream.Write(bytes, static_cast<int>(most));
+    }
+    stream.Write(bytes, static_cast<int>(size));
+}
+
+void XMLWriter::WriteEscaped(String const & text)
+{
+    std::string const bytes = text.Utf8();
+    // The NUL behind the text ends it as well as one inside.
+    for (char const * run = bytes.c_str();;)
+    {
+        char const * end = run;
+        while (KindOf(*end) == ordinary)
+        {
+            ++end;
+        }
+        if (end != run)
+        {
+            Write(run, static_cast<std::size_t>(end - run));
+        }
+        unsigned char const kind = KindOf(*end);
+        if (kind == endOfText)
+        {
+            return;
+        }
+        Write(references[kind].text);
+        run = end + 1;
+    }
+}
+
+XMLWriter & XMLWriter::WriteStartElement(char const * name)
+{
+    return WriteStartElement(name, true);
+}
+
+XMLWriter & XMLWriter::WriteStartElement(String const & name)
+{
+    return WriteStartElement(name, true);
+}
+
+XMLWriter & XMLWriter::WriteStartElement(char const * name, bool indentContent)
+{
+    CloseStartTag();
+    BreakLine();
+    stream.Write("<", 1);
+    Write(name);
+    openElements.emplace_back(name);
+    if (!indentContent && indentState < 0)
+    {
+        indentState = static_cast<int>(openElements.size());
+    }
+    startTagOpen = true;
+    return *this;
+}
+
+XMLWriter & XMLWriter::WriteStartElement(String const & name, bool indentContent)
+{
+    return WriteStartElement(name.Utf8().c_str(), indentContent);
+}
+
+XMLWriter & XMLWriter::WriteEmptyElement(char const * name)
+{
+    WriteStartElement(name, true);
+    startTagEmpty = true;
+    return *this;
+}
+
+XMLWriter & XMLWriter::WriteEmptyElement(String const & name)
+{
+    return WriteEmptyElement(name.Utf8().c_str());
+}
+
+XMLWriter & XMLWriter::WriteEndElement()
+{
+    CloseStartTag();
+    if (openElements.empty())
+    {
+        throw Exception{TEXT("No open element")};
+    }
+    std::string const name = std::move(openElements.back());
+    openElements.pop_back();
+    BreakLine();
+    // After the line break: the end tag of the element that switched formatting off gets none.
+    if (static_cast<int>(openElements.size()) < indentState)
+    {
+        indentState = -1;
+    }
+    stream.Write("</", 2);
+    Write(name.data(), name.size());
+    stream.Write(">", 1);
+    return *this;
+}
+
+XMLWriter & XMLWriter::WriteAttribute(char const * name, String const & value)
+{
+    if (!startTagOpen)
+    {
+        throw Exception{TEXT("No open element")};
+    }
+    stream.Write(" ", 1);
+    Write(name);
+    stream.Write("=\"", 2);
+    WriteEscaped(value);
+    stream.Write("\"", 1);
+    return *this;
+}
+
+XMLWriter & XMLWriter::WriteAttribute(String const & name, String const & value)
+{
+    return WriteAttribute(name.Utf8().c_str(), value);
+}
+
+XMLWriter & XMLWriter::WriteCharacters(String const & text)
+{
+    bool const joins = textWritten;
+    CloseStartTag();
+    if (openElements.empty())
+    {
+        throw Exception{TEXT("No open element")};
+    }
+    if (text.empty())
+    {
+        return *this;
+    }
+    if (!joins)
+    {
+        BreakLine();
+    }
+    WriteEscaped(text);
+    textWritten = true;
+    return *this;
+}
+
+XMLWriter & XMLWriter::WriteComment(String const & text)
+{
+    CloseStartTag();
+    BreakLine();
+    stream.Write("<!-- ", 5);
+    WriteEscaped(text);
+    stream.Write(" -->", 4);
+    return *this;
+}
