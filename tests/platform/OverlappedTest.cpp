@@ -139,6 +139,21 @@ TEST(OverlappedRequests, SetTheirEventWhenTheyAreFinished)
     CloseHandle(event);
 }
 
+TEST(OverlappedRequests, GiveTheirResultWithAnEventThatResetsItself)
+{
+    ScratchFile const file;
+    HANDLE const event = CreateEventW(nullptr, FALSE, TRUE, nullptr);
+    OVERLAPPED overlapped = At(0, event);
+    DWORD done = 0;
+    for (int round = 0; round < 50; ++round)
+    {
+        BOOL const started = WriteFile(file.handle, "abc", 3, nullptr, &overlapped);
+        ASSERT_EQ(DWORD{ERROR_SUCCESS}, ErrorAfter(started, file.handle, overlapped, done));
+        ASSERT_EQ(3u, done);
+    }
+    CloseHandle(event);
+}
+
 TEST(OverlappedRequests, SignalTheFile)
 {
     ScratchFile const file;
@@ -275,6 +290,57 @@ TEST(Cancelling, EveryRequestFinishesOneWayOrTheOther)
     EXPECT_EQ(DWORD{ERROR_NOT_FOUND}, GetLastError());
     EXPECT_FALSE(CancelIo(nullptr));
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
+}
+
+TEST(OverlappedRequests, SeveralHandlesShareAFile)
+{
+    completions.clear();
+    ScratchFile const file;
+    HANDLE const self = GetCurrentProcess();
+    HANDLE second = nullptr;
+    ASSERT_TRUE(DuplicateHandle(self, file.handle, self, &second, 0, FALSE, DUPLICATE_SAME_ACCESS));
+    OVERLAPPED requests[] = {At(0), At(3)};
+    ASSERT_TRUE(WriteFileEx(file.handle, "abc", 3, &requests[0], Completed));
+    ASSERT_TRUE(WriteFileEx(second, "def", 3, &requests[1], Completed));
+    ASSERT_TRUE(CloseHandle(second));
+    AwaitCompletions(2);
+    EXPECT_EQ(0u, completions[0].error + completions[1].error);
+    char found[8] = {};
+    DWORD done = 0;
+    OVERLAPPED overlapped = At(0);
+    EXPECT_EQ(
+        DWORD{ERROR_SUCCESS},
+        ErrorAfter(ReadFile(file.handle, found, 6, nullptr, &overlapped), file.handle, overlapped, done));
+    EXPECT_EQ("abcdef", std::string(found));
+    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(file.handle, INFINITE));
+}
+
+// Whether a request of a thread that ends was carried out is left to the system; its routine cannot be called any more.
+TEST(CompletionRoutines, AreNotCalledForAThreadThatHasEnded)
+{
+    ScratchFile const file;
+    std::vector<OVERLAPPED> requests(200);
+    static LONG calls;
+    calls = 0;
+    std::thread(
+        [&]
+        {
+            for (DWORD i = 0; i < requests.size(); ++i)
+            {
+                requests[i] = At(i * 3);
+                EXPECT_TRUE(
+                    WriteFileEx(file.handle, "abc", 3, &requests[i], [](DWORD, DWORD, OVERLAPPED *) { ++calls; }));
+            }
+        })
+        .join();
+    for (OVERLAPPED & request : requests)
+    {
+        DWORD done = 0;
+        BOOL const written = GetOverlappedResult(file.handle, &request, &done, TRUE);
+        EXPECT_TRUE(written ? done == 3 : GetLastError() == ERROR_OPERATION_ABORTED);
+    }
+    SleepEx(0, TRUE);
+    EXPECT_EQ(0, calls);
 }
 
 TEST(OverlappedRequests, SeveralThreadsShareAFile)
