@@ -239,6 +239,36 @@ TEST_F(FileTransfers, AWrongSeekMovesNothing)
     EXPECT_EQ(PositionOf(file), 5u);
 }
 
+// How large a file may be is the file system's matter; that no place wraps is ours.
+TEST_F(FileTransfers, PlacesNear2To63NeitherWrapNorDamage)
+{
+    ScopedHandle const file = Open(readWrite);
+    for (std::int64_t const place : {INT64_MAX, INT64_MAX - 1, INT64_MAX - 4096})
+    {
+        LARGE_INTEGER distance;
+        LARGE_INTEGER position;
+        distance.QuadPart = 5;
+        ASSERT_TRUE(SetFilePointerEx(file, distance, nullptr, FILE_BEGIN));
+        distance.QuadPart = place;
+        bool const moved = SetFilePointerEx(file, distance, &position, FILE_BEGIN) != FALSE;
+        EXPECT_TRUE(moved ? position.QuadPart == place : PositionOf(file) == 5) << place;
+        distance.QuadPart = 6;
+        ASSERT_TRUE(SetFilePointerEx(file, distance, nullptr, FILE_BEGIN));
+        distance.QuadPart = INT64_MAX;
+        EXPECT_EQ(
+            LastErrorOf([&] { return SetFilePointerEx(file, distance, &position, FILE_CURRENT); }),
+            DWORD{ERROR_NEGATIVE_SEEK})
+            << "the sum is no place";
+        EXPECT_EQ(PositionOf(file), 6u);
+        OVERLAPPED overlapped = At(static_cast<std::uint64_t>(place));
+        EXPECT_FALSE(WriteFile(file, "xyz", 3, &done, &overlapped)) << place;
+        overlapped = At(static_cast<std::uint64_t>(place));
+        EXPECT_FALSE(ReadFile(file, buffer, 3, &done, &overlapped)) << place;
+        EXPECT_EQ(done, 0u);
+    }
+    EXPECT_EQ(folder.Read("file"), "hello world");
+}
+
 TEST_F(FileTransfers, APlaceOfAllOnesIsNoFailureOfSetFilePointer)
 {
     ScopedHandle const file = Open(GENERIC_READ);

@@ -1,4 +1,5 @@
 #include <kvcore/platform/win32.h>
+#include <support/ScopedHandle.h>
 #include <support/ScratchPaths.h>
 
 namespace
@@ -142,6 +143,27 @@ TEST(Moving, FilesAndDirectoriesMove)
     EXPECT_TRUE(MoveFileW(folder(TEXT("dir")).c_str(), folder(TEXT("Other")).c_str()));
     EXPECT_EQ(folder.Read("Other/new"), "1");
     EXPECT_EQ(GetFileAttributesW(folder(TEXT("Dir")).c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST(Moving, AnOpenFileMovesIfItSharesThat)
+{
+    ScratchPaths folder;
+    WString const from = folder.Make("from", "123");
+    WString const to = folder(TEXT("to"));
+    auto const open = [&](WString const & path, DWORD share)
+    { return ScopedHandle(path, GENERIC_READ | GENERIC_WRITE, share, OPEN_EXISTING); };
+    {
+        ScopedHandle const file = open(from, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        EXPECT_EQ(
+            LastErrorOf([&] { return MoveFileExW(from.c_str(), to.c_str(), 0); }), DWORD{ERROR_SHARING_VIOLATION});
+    }
+    ScopedHandle file = open(from, shareAll);
+    EXPECT_TRUE(MoveFileExW(from.c_str(), to.c_str(), 0));
+    DWORD done = 0;
+    EXPECT_TRUE(WriteFile(file, "abcd", 4, &done, nullptr)) << "the handle goes along";
+    EXPECT_EQ(LastErrorOf([&] { return MoveFileExW(from.c_str(), to.c_str(), 0); }), DWORD{ERROR_FILE_NOT_FOUND});
+    file.Close();
+    EXPECT_EQ(folder.Read("to"), "abcd");
 }
 
 TEST(Moving, ReplacingTakesTheOtherFilesPlace)

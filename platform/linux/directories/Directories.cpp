@@ -8,6 +8,8 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
+#include "FileMoves.h"
+
 using namespace kv::platform;
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
@@ -50,6 +52,10 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path)
     if (!native.IsDirectory())
     {
         return FailWith(ERROR_DIRECTORY);
+    }
+    if (!native.IsLink() && IsCurrentDirectory(native.Status()))
+    {
+        return FailWith(ERROR_SHARING_VIOLATION);
     }
     int const result = native.IsLink() ? unlink(native.CStr()) : rmdir(native.CStr());
     if (result == 0)

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <kvcore/platform/include/errors.h>
@@ -93,6 +95,13 @@ DWORD CheckRemovable(NativePath const & path) noexcept
     // NUL is a name of a device that nobody means to remove.
     bool const isFile = !S_ISDIR(mode) && !S_ISCHR(mode) && !S_ISBLK(mode);
     return isFile && writable ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+bool IsCurrentDirectory(struct statx const & status) noexcept
+{
+    struct stat current;
+    return stat(".", &current) == 0 && current.st_ino == status.stx_ino &&
+        current.st_dev == makedev(status.stx_dev_major, status.stx_dev_minor);
 }
 
 int SyncDirectoryOf(char const * path) noexcept

@@ -18,6 +18,9 @@ int CopyContent(int from, int to) noexcept;
 /// nobody may write.
 DWORD CheckRemovable(NativePath const & path) noexcept;
 
+/// Whether this is the process's current directory, which nobody removes or moves: the system has it open there.
+bool IsCurrentDirectory(struct statx const & status) noexcept;
+
 /// Writes the directory that holds a native path to the disk. 0 or an errno value.
 int SyncDirectoryOf(char const * path) noexcept;
 

@@ -215,6 +215,10 @@ BOOL WINAPI MoveFileExW(LPCWSTR existingName, LPCWSTR newName, DWORD flags)
         return FailWith(refused);
     }
     bool const isDirectory = from.IsDirectory() && !from.IsLink();
+    if (isDirectory && IsCurrentDirectory(from.Status()))
+    {
+        return FailWith(ERROR_SHARING_VIOLATION);
+    }
     int error =
         sameName && std::strcmp(from.CStr(), target) == 0 ? 0 : Rename(from.CStr(), target, replace, isDirectory);
     if (error == EXDEV && copyAllowed && !isDirectory)

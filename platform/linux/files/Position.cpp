@@ -37,12 +37,7 @@ __int64 NewPosition(File const & file, __int64 distance, DWORD method)
     {
         FailErrno();
     }
-    else if (__builtin_add_overflow(base, distance, &position))
-    {
-        position = -1;
-        FailWith(ERROR_INVALID_PARAMETER);
-    }
-    else if (position < 0)
+    else if (__builtin_add_overflow(base, distance, &position) || position < 0) // the sum wraps, as on Windows
     {
         position = -1;
         FailWith(ERROR_NEGATIVE_SEEK);

@@ -1,6 +1,7 @@
 #include "Listings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -27,13 +28,6 @@ namespace
 
 constexpr std::size_t longestName = 255;
 
-/// A directory changed so lately may change again without its times showing it: the kernel's clock for them ticks every
-/// few milliseconds, and other machines' file systems more slowly.
-constexpr std::int64_t settleTime = 2'000'000'000;
-
-constexpr std::size_t maxListings = 128;
-constexpr std::size_t maxNames = 200'000;
-
 struct Stamp
 {
     dev_t device;
@@ -54,12 +48,14 @@ Stamp StampOf(struct stat const & status)
     return {status.st_dev, status.st_ino, Nanoseconds(status.st_mtim), Nanoseconds(status.st_ctim)};
 }
 
+std::atomic<std::int64_t> settleTime{ListingBounds().settleTime};
+
 bool HasSettled(Stamp const & stamp)
 {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     std::int64_t const latest = std::max(stamp.modified, stamp.changed);
-    return Nanoseconds(now) - latest > settleTime;
+    return Nanoseconds(now) - latest > settleTime.load(std::memory_order_relaxed);
 }
 
 /// Names by their folded form. A short form that two names have means neither.
@@ -129,17 +125,47 @@ public:
     void Put(std::shared_ptr<Listing const> listing)
     {
         std::lock_guard const guard(mutex);
+        // Another thread may have read the same directory meanwhile.
+        std::erase_if(
+            listings,
+            [&](auto const & other)
+            {
+                bool const same =
+                    other->stamp.device == listing->stamp.device && other->stamp.inode == listing->stamp.inode;
+                names -= same ? other->names.size() : 0;
+                return same;
+            });
         names += listing->names.size();
         listings.push_front(std::move(listing));
-        while (listings.size() > maxListings || (names > maxNames && listings.size() > 1))
+        Trim();
+    }
+
+    void SetBounds(ListingBounds const & newBounds)
+    {
+        std::lock_guard const guard(mutex);
+        bounds = newBounds;
+        Trim();
+    }
+
+    KeptListings Count()
+    {
+        std::lock_guard const guard(mutex);
+        return {listings.size(), names};
+    }
+
+private:
+    /// The listing used last stays, however many names it has.
+    void Trim()
+    {
+        while (listings.size() > bounds.listings || (names > bounds.names && listings.size() > 1))
         {
             names -= listings.back()->names.size();
             listings.pop_back();
         }
     }
 
-private:
     std::mutex mutex;
+    ListingBounds bounds;
     std::list<std::shared_ptr<Listing const>> listings;
     std::size_t names = 0;
 };
@@ -298,6 +324,17 @@ try
 catch (std::bad_alloc const &)
 {
     return false;
+}
+
+void SetListingBounds(ListingBounds const & bounds) noexcept
+{
+    settleTime.store(bounds.settleTime, std::memory_order_relaxed);
+    TheCache().SetBounds(bounds);
+}
+
+KeptListings CountKeptListings() noexcept
+{
+    return TheCache().Count();
 }
 
 } // namespace kv::platform

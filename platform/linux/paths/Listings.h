@@ -3,6 +3,7 @@
 // Which of a directory's names a given name means when it is not there as it is spelled.
 
 #include <cstddef>
+#include <cstdint>
 
 #include <kvcore/platform/include/basetypes.h>
 
@@ -19,5 +20,22 @@ int FindInDirectory(
 
 /// Whether no other name of the directory has this short form. False as well if that cannot be told.
 bool IsShortNameUnique(char const * directory, char const * name, std::size_t count) noexcept;
+
+/// For tests: what may be kept, and after how many nanoseconds without a change a directory is; and what is kept now.
+struct ListingBounds
+{
+    std::size_t listings = 128;
+    std::size_t names = 200'000;
+    /// A directory changed so lately may change again without its times showing it: the kernel's clock for them ticks
+    /// every few milliseconds, and other machines' file systems more slowly.
+    std::int64_t settleTime = 2'000'000'000;
+};
+struct KeptListings
+{
+    std::size_t listings;
+    std::size_t names;
+};
+KVCORE_API void SetListingBounds(ListingBounds const & bounds) noexcept;
+KVCORE_API KeptListings CountKeptListings() noexcept;
 
 } // namespace kv::platform
