@@ -1,0 +1,59 @@
+#pragma once
+
+// The system's calls, replaced under the library.
+
+#include <functional>
+
+#include <kvcore/platform/win32.h>
+
+/// The calls that can be replaced: CALL(result, name, parameters, arguments).
+#define KV_REPLACEABLE_CALLS(CALL)                                                                                     \
+    CALL(                                                                                                              \
+        std::uintptr_t, _beginthreadex,                                                                                \
+        (void * security, unsigned stackSize, unsigned(WINAPI * procedure)(void *), void * argument, unsigned flags,   \
+         unsigned * id),                                                                                               \
+        (security, stackSize, procedure, argument, flags, id))                                                         \
+    CALL(BOOL, CloseHandle, (HANDLE handle), (handle))                                                                 \
+    CALL(DWORD, ResumeThread, (HANDLE thread), (thread))                                                               \
+    CALL(BOOL, SetThreadPriority, (HANDLE thread, int priority), (thread, priority))                                   \
+    CALL(DWORD, WaitForSingleObject, (HANDLE object, DWORD milliseconds), (object, milliseconds))                      \
+    CALL(                                                                                                              \
+        DWORD, WaitForMultipleObjects, (DWORD count, HANDLE const * objects, BOOL waitForAll, DWORD milliseconds),     \
+        (count, objects, waitForAll, milliseconds))                                                                    \
+    CALL(                                                                                                              \
+        BOOL, QueueUserWorkItem, (LPTHREAD_START_ROUTINE function, LPVOID context, ULONG flags),                       \
+        (function, context, flags))                                                                                    \
+    CALL(                                                                                                              \
+        MMRESULT, timeSetEvent, (UINT delay, UINT resolution, LPTIMECALLBACK callback, DWORD_PTR user, UINT flags),    \
+        (delay, resolution, callback, user, flags))                                                                    \
+    CALL(MMRESULT, timeKillEvent, (UINT id), (id))                                                                     \
+    CALL(                                                                                                              \
+        BOOL, SystemParametersInfoW, (UINT action, UINT argument, PVOID value, UINT flags),                            \
+        (action, argument, value, flags))                                                                              \
+    CALL(DWORD, GetEnvironmentVariableW, (LPCWSTR name, LPWSTR buffer, DWORD size), (name, buffer, size))
+
+namespace kv::test
+{
+
+/// While it lives, the library's calls that its members name go to them, unless they are empty. One at a time; members
+/// are set before the library makes the call from another thread. What a test itself calls by these names may or may
+/// not go the same way.
+class SystemCalls
+{
+public:
+    SystemCalls();
+    ~SystemCalls();
+    SystemCalls(SystemCalls const &) = delete;
+    SystemCalls & operator=(SystemCalls const &) = delete;
+
+    /// The one that lives, or null.
+    static SystemCalls * Current();
+
+#define KV_DECLARE_CALL(result, name, parameters, arguments)                                                           \
+    std::function<result parameters> name;                                                                             \
+    static result Real##name parameters; // the system's own, for a member that hands a call on
+    KV_REPLACEABLE_CALLS(KV_DECLARE_CALL)
+#undef KV_DECLARE_CALL
+};
+
+} // namespace kv::test
