@@ -49,6 +49,7 @@ configure_package_config_file(
     INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/kvcoreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/kvcoreConfig.cmake ${PROJECT_BINARY_DIR}/kvcoreConfigVersion.cmake
+              ${CMAKE_CURRENT_LIST_DIR}/Resources.cmake
         DESTINATION ${package_dir})
 
 # pkg-config: what a static link needs besides stands in Libs.private and Requires.private.

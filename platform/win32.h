@@ -17,6 +17,7 @@
 #    include <shlobj.h>
 #    include <shlwapi.h>
 #    include <stdlib.h>
+#    include <tlhelp32.h>
 #    include <wchar.h>
 #else
 #    include <kvcore/platform/include/crt.h>
@@ -24,7 +25,9 @@
 #    include <kvcore/platform/include/directories.h>
 #    include <kvcore/platform/include/errors.h>
 #    include <kvcore/platform/include/fileapi.h>
+#    include <kvcore/platform/include/libloaderapi.h>
 #    include <kvcore/platform/include/memory.h>
+#    include <kvcore/platform/include/memoryapi.h>
 #    include <kvcore/platform/include/messages.h>
 #    include <kvcore/platform/include/mmtimer.h>
 #    include <kvcore/platform/include/objbase.h>
@@ -38,4 +41,5 @@
 #    include <kvcore/platform/include/threadpool.h>
 #    include <kvcore/platform/include/timeapi.h>
 #    include <kvcore/platform/include/winnls.h>
+#    include <kvcore/platform/include/winver.h>
 #endif

@@ -67,6 +67,16 @@ typedef HANDLE HGLOBAL;
 /// A window. This system has none; calls that take an owner for their messages take null.
 typedef struct HWND__ * HWND;
 
+/// A module: the address that its file lies at in memory.
+typedef struct HINSTANCE__ * HINSTANCE;
+typedef HINSTANCE HMODULE;
+/// A place in a module's resources.
+typedef struct HRSRC__ * HRSRC;
+/// A table of keys that stand for commands.
+typedef struct HACCEL__ * HACCEL;
+/// A function of a module, to be cast to its own type.
+typedef INT_PTR (*FARPROC)();
+
 #ifndef TRUE
 #    define TRUE 1
 #endif

@@ -121,4 +121,9 @@ extern "C"
     /// Calls `callback` for each code page, in no order, until it gives FALSE. All are installed, so `flags` makes no
     /// difference.
     KVCORE_API BOOL WINAPI EnumSystemCodePagesW(CODEPAGE_ENUMPROCW callback, DWORD flags);
+
+    /// The language of the user, from the environment of the first call: LC_ALL, LC_MESSAGES, LANG, in this order; that
+    /// of the United States if they name none. The system has no other.
+    KVCORE_API LANGID WINAPI GetUserDefaultLangID();
+    KVCORE_API LANGID WINAPI GetSystemDefaultLangID();
 }

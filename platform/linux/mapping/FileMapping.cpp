@@ -14,6 +14,7 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/Allocations.h>
 
 using namespace kv::platform;
 
@@ -329,6 +330,7 @@ try
         munmap(address, length);
         throw;
     }
+    addressSpaceChanges.fetch_add(1, std::memory_order_release);
     return address;
 }
 catch (std::bad_alloc const &)
@@ -347,6 +349,7 @@ BOOL WINAPI UnmapViewOfFile(LPCVOID address)
     }
     munmap(const_cast<void *>(address), view->second.length);
     views.byAddress.erase(view);
+    addressSpaceChanges.fetch_add(1, std::memory_order_release);
     return TRUE;
 }
 

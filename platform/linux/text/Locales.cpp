@@ -81,8 +81,9 @@ std::string ReadUserLocale(char const * category)
 
 std::string const & UserLocale(LocaleCategory category)
 {
-    static std::array<std::string, 3> const locales = {
-        ReadUserLocale("LC_COLLATE"), ReadUserLocale("LC_CTYPE"), ReadUserLocale("LC_TIME")};
+    static std::array<std::string, 4> const locales = {
+        ReadUserLocale("LC_COLLATE"), ReadUserLocale("LC_CTYPE"), ReadUserLocale("LC_TIME"),
+        ReadUserLocale("LC_MESSAGES")};
     return locales[static_cast<std::size_t>(category)];
 }
 
@@ -115,3 +116,20 @@ std::optional<std::string> IcuLocale(LCID locale, LocaleCategory category)
 }
 
 } // namespace kv::platform
+
+LANGID WINAPI GetUserDefaultLangID()
+{
+    static LANGID const language = []
+    {
+        std::string const locale =
+            *kv::platform::IcuLocale(LOCALE_USER_DEFAULT, kv::platform::LocaleCategory::Messages);
+        std::uint32_t const known = uloc_getLCID(locale.c_str());
+        return static_cast<LANGID>(known != 0 ? known : 0x0409);
+    }();
+    return language;
+}
+
+LANGID WINAPI GetSystemDefaultLangID()
+{
+    return GetUserDefaultLangID();
+}

@@ -15,7 +15,8 @@ enum class LocaleCategory
 {
     Collation,
     CharacterTypes,
-    Time
+    Time,
+    Messages
 };
 
 /// Whether there is such a locale.

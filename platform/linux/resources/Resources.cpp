@@ -1,0 +1,237 @@
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include <kvcore/platform/include/errors.h>
+#include <kvcore/platform/include/libloaderapi.h>
+#include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/modules/Modules.h>
+
+#include "ResourceDirectory.h"
+
+using namespace kv::platform;
+
+namespace
+{
+
+ResourceData const * DataOf(HRSRC resource) noexcept
+{
+    return reinterpret_cast<ResourceData const *>(resource);
+}
+
+HRSRC HandleOf(ResourceData const * data) noexcept
+{
+    return reinterpret_cast<HRSRC>(const_cast<ResourceData *>(data));
+}
+
+/// An id as the callbacks get it: a number, or a text that ends in NUL.
+class GivenId
+{
+public:
+    explicit GivenId(ResourceId const & id) : text(id.text), number(id.number) {}
+
+    LPWSTR Get() noexcept
+    {
+        return text.empty() ? MAKEINTRESOURCEW(number) : text.data();
+    }
+
+private:
+    WString text;
+    WORD number;
+};
+
+HRSRC FindAny(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language) noexcept
+{
+    ResourceDirectory const * const resources = ResourcesOf(module);
+    ResourceId typeId;
+    ResourceId nameId;
+    if (resources == nullptr || !ReadResourceId(type, typeId) || !ReadResourceId(name, nameId))
+    {
+        return nullptr;
+    }
+    FoundResource const found = resources->Find(typeId, nameId, language);
+    if (found.data == nullptr)
+    {
+        SetLastError(found.error);
+    }
+    return HandleOf(found.data);
+}
+
+} // namespace
+
+HRSRC WINAPI FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type)
+{
+    // Strings, dialogs, pictures: nearly all have numbers.
+    if (IS_INTRESOURCE(name) && IS_INTRESOURCE(type))
+    {
+        ResourceDirectory const * const resources = ResourcesOf(module);
+        if (resources == nullptr)
+        {
+            return nullptr;
+        }
+        ResourceData const * const found = resources->FindNumbers(
+            static_cast<WORD>(reinterpret_cast<ULONG_PTR>(type)), static_cast<WORD>(reinterpret_cast<ULONG_PTR>(name)));
+        if (found != nullptr)
+        {
+            return HandleOf(found);
+        }
+    }
+    return FindAny(module, type, name, 0);
+}
+
+HRSRC WINAPI FindResourceExW(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language)
+{
+    return FindAny(module, type, name, language);
+}
+
+DWORD WINAPI SizeofResource(HMODULE, HRSRC resource)
+{
+    return resource != nullptr ? DataOf(resource)->size : 0;
+}
+
+HGLOBAL WINAPI LoadResource(HMODULE, HRSRC resource)
+{
+    return resource != nullptr ? const_cast<unsigned char *>(DataOf(resource)->data) : nullptr;
+}
+
+LPVOID WINAPI LockResource(HGLOBAL data)
+{
+    return data;
+}
+
+BOOL WINAPI FreeResource(HGLOBAL)
+{
+    return FALSE;
+}
+
+BOOL WINAPI EnumResourceTypesW(HMODULE module, ENUMRESTYPEPROCW function, LONG_PTR argument)
+try
+{
+    ResourceDirectory const * const resources = ResourcesOf(module);
+    if (resources == nullptr)
+    {
+        return FALSE;
+    }
+    ResourceDirectory::Resource const * last = nullptr;
+    for (ResourceDirectory::Resource const & resource : resources->All())
+    {
+        if (last == nullptr || CompareIds(last->type, resource.type) != 0)
+        {
+            GivenId type(resource.type);
+            if (!function(module, type.Get(), argument))
+            {
+                return FALSE;
+            }
+        }
+        last = &resource;
+    }
+    return TRUE;
+}
+catch (std::bad_alloc const &)
+{
+    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+BOOL WINAPI EnumResourceNamesW(HMODULE module, LPCWSTR type, ENUMRESNAMEPROCW function, LONG_PTR argument)
+try
+{
+    ResourceDirectory const * const resources = ResourcesOf(module);
+    ResourceId typeId;
+    if (resources == nullptr || !ReadResourceId(type, typeId))
+    {
+        return FALSE;
+    }
+    DWORD error = ERROR_SUCCESS;
+    ResourceDirectory::Resource const * resource = resources->FindAll(typeId, nullptr, error);
+    if (resource == nullptr)
+    {
+        return FailWith(error);
+    }
+    ResourceDirectory::Resource const * const end = resources->All().data() + resources->All().size();
+    for (; resource != end && CompareIds(resource->type, typeId) == 0; ++resource)
+    {
+        GivenId name(resource->name);
+        if (!function(module, type, name.Get(), argument))
+        {
+            return FALSE;
+        }
+    }
+    return TRUE;
+}
+catch (std::bad_alloc const &)
+{
+    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+BOOL WINAPI
+EnumResourceLanguagesW(HMODULE module, LPCWSTR type, LPCWSTR name, ENUMRESLANGPROCW function, LONG_PTR argument)
+{
+    ResourceDirectory const * const resources = ResourcesOf(module);
+    ResourceId typeId;
+    ResourceId nameId;
+    if (resources == nullptr || !ReadResourceId(type, typeId) || !ReadResourceId(name, nameId))
+    {
+        return FALSE;
+    }
+    DWORD error = ERROR_SUCCESS;
+    ResourceDirectory::Resource const * const resource = resources->FindAll(typeId, &nameId, error);
+    if (resource == nullptr)
+    {
+        return FailWith(error);
+    }
+    return std::all_of(
+        resource->languages.begin(), resource->languages.end(),
+        [&](ResourceData const & data) { return function(module, type, name, data.language, argument) != FALSE; });
+}
+
+namespace
+{
+
+/// A string of a block of 16, each a length and as many units; what is not all there is empty.
+std::size_t FindString(ResourceData const & block, unsigned index, unsigned char const *& units) noexcept
+{
+    std::size_t at = 0;
+    std::size_t length = 0;
+    for (unsigned i = 0; i <= index; ++i)
+    {
+        at += length * 2;
+        std::uint16_t stated = 0;
+        if (block.size < sizeof(stated) || at > block.size - sizeof(stated))
+        {
+            units = block.data;
+            return 0;
+        }
+        std::memcpy(&stated, block.data + at, sizeof(stated));
+        at += sizeof(stated);
+        length = stated;
+    }
+    units = block.data + at;
+    return length <= (block.size - at) / 2 ? length : 0;
+}
+
+} // namespace
+
+int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int capacity)
+{
+    if (buffer == nullptr)
+    {
+        return 0;
+    }
+    WORD const number = static_cast<WORD>(id);
+    HRSRC const block = FindResourceW(module, MAKEINTRESOURCEW((number >> 4) + 1), RT_STRING);
+    if (block == nullptr)
+    {
+        return 0;
+    }
+    unsigned char const * units = nullptr;
+    std::size_t const length = FindString(*DataOf(block), number & 15, units);
+    if (capacity == 0)
+    {
+        std::memcpy(static_cast<void *>(buffer), &units, sizeof(units));
+        return static_cast<int>(length);
+    }
+    std::size_t const copied = std::min(length, static_cast<std::size_t>(std::max(capacity, 1) - 1));
+    std::memcpy(buffer, units, copied * sizeof(WCHAR));
+    buffer[copied] = 0;
+    return static_cast<int>(copied);
+}
