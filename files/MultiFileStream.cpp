@@ -1,5 +1,7 @@
 #include <kvcore/files/MultiFileStream.h>
 
+#include <exception>
+
 #include <kvcore/files/AsyncFileStream.h>
 #include <kvcore/platform/win32.h>
 
@@ -18,7 +20,7 @@ BasicMultiFileStream::BasicMultiFileStream(
 
 BasicMultiFileStream::~BasicMultiFileStream() noexcept(false)
 {
-    Reset();
+    lastWrite.Run([this] { Reset(); });
 }
 
 void BasicMultiFileStream::AddFile(String const & path)
@@ -48,11 +50,23 @@ void BasicMultiFileStream::Close()
 // One by one and by hand: an asynchronous stream may throw what its last flush threw, which no smart pointer lets out.
 void BasicMultiFileStream::Reset()
 {
+    std::exception_ptr failure;
     while (!files.empty())
     {
         BasicFileStream * const last = files.back().stream.release();
         files.pop_back();
-        delete last;
+        try
+        {
+            delete last;
+        }
+        catch (...)
+        {
+            failure = failure ? failure : std::current_exception();
+        }
+    }
+    if (failure)
+    {
+        std::rethrow_exception(failure);
     }
 }
 

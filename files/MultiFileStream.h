@@ -8,6 +8,7 @@
 #include <kvcore/files/FileStreams.h>
 #include <kvcore/platform/export.h>
 #include <kvcore/platform/types.h>
+#include <kvcore/streams/LastWrite.h>
 
 /// A list of files as one range of bytes, with one position across them. Only the last file can grow.
 ///
@@ -25,7 +26,7 @@ public:
         FileAttributes fileAttributes, bool asynchronous);
     BasicMultiFileStream(BasicMultiFileStream const &) = delete;
     BasicMultiFileStream & operator=(BasicMultiFileStream const &) = delete;
-    /// Resets.
+    /// Resets. Throws what that throws, unless an exception is on its way already.
     virtual ~BasicMultiFileStream() noexcept(false);
 
     /// Opens a file and appends it to the range. Its size is taken now; what grows or shrinks by other means later is
@@ -33,7 +34,8 @@ public:
     void AddFile(String const & path);
     /// Closes all files. They stay in the list, so the range keeps its size, but nothing can be read or written.
     void Close();
-    /// Closes and forgets all files. Kept: the position stays.
+    /// Closes and forgets all files. Kept: the position stays. If an asynchronous file's last flush fails, the others
+    /// are closed and forgotten all the same, and the first failure is thrown.
     void Reset();
 
     /// The bytes of all files.
@@ -77,4 +79,5 @@ private:
     FileCreationMode creation;
     FileAttributes attributes;
     bool async;
+    kv::detail::LastWrite lastWrite;
 };

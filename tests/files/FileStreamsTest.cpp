@@ -9,6 +9,7 @@
 #include <kvcore/platform/win32.h>
 
 #include <support/Digest.h>
+#include <support/FileErrors.h>
 #include <support/ScratchFolder.h>
 #include <support/StreamFailure.h>
 #include <support/TestBytes.h>
@@ -23,23 +24,6 @@ static_assert(std::is_copy_constructible_v<FileOutputStream> && std::is_copy_ass
 
 namespace
 {
-
-/// The system's code of a failure, or 0.
-template <typename Action>
-DWORD ErrorOf(Action action)
-{
-    try
-    {
-        action();
-    }
-    catch (BasicFileStream::Exception const & failure)
-    {
-        EXPECT_EQ(failure.code, 1);
-        EXPECT_EQ(failure.text, String::FromError(failure.error));
-        return failure.error;
-    }
-    return 0;
-}
 
 constexpr char endOfFile[] = "5: Unexpected end of file";
 

@@ -2,6 +2,10 @@
 
 #include <memory>
 
+#include <kvcore/platform/win32.h>
+
+#include <support/FileErrors.h>
+#include <support/PlatformFaults.h>
 #include <support/ScratchFolder.h>
 #include <support/TestBytes.h>
 
@@ -153,3 +157,70 @@ TEST(MultiFileStreams, WhatIsCutShorterMeanwhileEndsThere)
 }
 
 INSTANTIATE_TEST_SUITE_P(BothKinds, MultiFileStream, testing::Bool());
+
+namespace
+{
+
+struct ThreeAsyncFiles : BasicMultiFileStream
+{
+    explicit ThreeAsyncFiles(ScratchFolder const & folder)
+        : BasicMultiFileStream(
+              FileAccess_ReadWrite, FileShare_None, FileCreation_CreateAlways, FileAttributes_Normal, true)
+    {
+        for (char const * const name : {"a", "b", "c"})
+        {
+            AddFile(folder.Name(name));
+        }
+    }
+};
+
+} // namespace
+
+TEST(MultiFileStreams, ResetClosesAllFilesThoughTheFlushOfSomeFails)
+{
+    ScratchFolder const folder;
+    ThreeAsyncFiles stream(folder);
+    stream.Write("abc", 3);
+    {
+        PlatformFaults const faults(1, ERROR_WRITE_FAULT);
+        EXPECT_EQ(ErrorOf([&] { stream.Reset(); }), DWORD(ERROR_WRITE_FAULT));
+        EXPECT_TRUE(faults.HasFailed());
+        EXPECT_EQ(faults.Count("FlushFileBuffers"), 3);
+        EXPECT_EQ(faults.OpenHandles(), -3);
+    }
+    WinStringArray<String> paths;
+    stream.GetFiles(paths);
+    EXPECT_TRUE(paths.empty());
+    EXPECT_EQ(stream.GetSize(), 0);
+    stream.Reset();
+}
+
+TEST(MultiFileStreams, TheDestructorTellsAFailureUnlessOneIsOnItsWay)
+{
+    ScratchFolder const folder;
+    {
+        std::unique_ptr<PlatformFaults> faults;
+        EXPECT_EQ(
+            ErrorOf(
+                [&]
+                {
+                    ThreeAsyncFiles const stream(folder);
+                    faults = std::make_unique<PlatformFaults>(1, ERROR_WRITE_FAULT);
+                }),
+            DWORD(ERROR_WRITE_FAULT));
+        EXPECT_EQ(faults->OpenHandles(), -3);
+    }
+    std::unique_ptr<PlatformFaults> faults;
+    try
+    {
+        ThreeAsyncFiles const stream(folder);
+        faults = std::make_unique<PlatformFaults>(1, ERROR_WRITE_FAULT);
+        throw 42;
+    }
+    catch (int thrown)
+    {
+        EXPECT_EQ(thrown, 42);
+    }
+    EXPECT_TRUE(faults->HasFailed());
+    EXPECT_EQ(faults->OpenHandles(), -3);
+}
