@@ -729,19 +729,17 @@ catch (std::bad_alloc const &)
 
 std::unique_ptr<ResourceFile> OpenResourceFile(WCHAR const * name)
 {
+    // The name as it stands goes first: this is asked for files of all kinds.
     std::string native;
-    if (!FindModuleFile(name, native))
+    NativePath exact;
+    if (exact.Translate(name, Look::Existing))
     {
-        return nullptr;
+        native.assign(exact.CStr(), exact.Length());
     }
-    if (native.front() != '/')
+    else if (!FindModuleFile(name, native) || native.front() != '/')
     {
-        NativePath here;
-        if (!here.Translate(ModuleName(name).c_str(), Look::Existing))
-        {
-            return nullptr;
-        }
-        native.assign(here.CStr(), here.Length());
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return nullptr;
     }
     auto opened = std::make_unique<ResourceFile>();
     if (!opened->file.Map(native.c_str()))
