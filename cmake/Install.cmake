@@ -12,6 +12,10 @@ install(
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+if(TARGET faultrep)
+    install(TARGETS faultrep LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}) # loaded, and not linked
+endif()
+
 foreach(room core streams files frame config graphics)
     if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${room})
         install(
@@ -28,6 +32,7 @@ install(
     FILES_MATCHING
     PATTERN "*.h"
     PATTERN "linux" EXCLUDE
+    PATTERN "faultrep" EXCLUDE
     PATTERN "windows" EXCLUDE)
 
 foreach(program kv storyboard)
@@ -62,9 +67,9 @@ else()
     set(pc_requires_private "zlib")
     set(pc_libs_private "-lole32 -loleaut32 -luuid -lshell32 -lshlwapi -ladvapi32 -luser32 -lversion -lwinmm -lstdc++")
 endif()
-set(pc_cflags "")
+list(JOIN KVCORE_FAULT_OPTIONS " " pc_cflags)
 if(NOT BUILD_SHARED_LIBS)
-    set(pc_cflags "-DKVCORE_STATIC")
+    string(APPEND pc_cflags " -DKVCORE_STATIC")
 endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/kvcore.pc.in ${PROJECT_BINARY_DIR}/kvcore.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kvcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

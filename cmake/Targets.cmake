@@ -13,6 +13,9 @@ if(PROJECT_IS_TOP_LEVEL)
     set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 endif()
 
+# An instruction may throw; an access through a null pointer faults and is no promise; what only faults is kept.
+set(KVCORE_FAULT_OPTIONS -fnon-call-exceptions -fno-delete-null-pointer-checks -fno-delete-dead-exceptions)
+
 # kv_configure(<target>): language level, warnings as errors, sanitizers and visibility.
 function(kv_configure target)
     target_compile_features(${target} PUBLIC cxx_std_20)
@@ -39,6 +42,10 @@ function(kv_configure_library target)
     target_include_directories(
         ${target} PUBLIC $<BUILD_INTERFACE:${KVCORE_INCLUDE_ROOT}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     target_compile_definitions(${target} PRIVATE KVCORE_BUILD)
+    # Hardware faults become exceptions only where the compiler expects them, in the users' code, too.
+    foreach(option IN LISTS KVCORE_FAULT_OPTIONS)
+        target_compile_options(${target} PUBLIC $<$<COMPILE_LANG_AND_ID:CXX,GNU>:${option}>)
+    endforeach()
     if(NOT BUILD_SHARED_LIBS)
         target_compile_definitions(${target} PUBLIC KVCORE_STATIC)
     endif()

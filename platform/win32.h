@@ -24,6 +24,7 @@
 #    include <kvcore/platform/include/debugapi.h>
 #    include <kvcore/platform/include/directories.h>
 #    include <kvcore/platform/include/errors.h>
+#    include <kvcore/platform/include/faults.h>
 #    include <kvcore/platform/include/fileapi.h>
 #    include <kvcore/platform/include/libloaderapi.h>
 #    include <kvcore/platform/include/memory.h>

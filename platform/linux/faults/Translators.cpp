@@ -1,0 +1,242 @@
+// The threads' translators: from a signal to the exception.
+
+#include <cxxabi.h>
+#include <pthread.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <exception>
+#include <typeinfo>
+
+#include <kvcore/platform/Faults.h>
+
+#include <kvcore/platform/linux/threads/StackBounds.h>
+
+#include "FaultStacks.h"
+#include "SignalHandlers.h"
+#include "Trampoline.h"
+
+// There if the address sanitizer is.
+extern "C" [[gnu::weak]] void __asan_unpoison_memory_region(void const volatile * address, std::size_t size);
+
+namespace kv::platform
+{
+
+namespace
+{
+
+struct ThreadFaults
+{
+    FaultTranslator translator;
+    FaultStacks stacks;
+    /// Translators that run on this thread, each for a fault within the one before.
+    int depth;
+    /// Of the exception in flight that came from an exhausted stack.
+    void (*destroyException)(void * exception);
+};
+
+constinit thread_local ThreadFaults threadFaults [[gnu::tls_model("initial-exec")]] = {};
+
+// A translator that faults is translated again, so that what it calls may fail like everything else. Where even this
+// faults, the stack is so damaged that no exception will ever leave it.
+constexpr int mostTranslators = 3;
+
+constexpr std::size_t redZone = 128;       // below the stack pointer, and in use
+constexpr std::size_t handlerSize = 65536; // a handler on the same stack has its frame so close below the fault's
+
+// Whether the unwinder may look at the stack at all. On the thread's own stack it is not asked: that is there.
+bool IsReadable(ULONG_PTR address) noexcept
+{
+    ULONG_PTR value;
+    iovec const to = {&value, sizeof value};
+    iovec const from = {reinterpret_cast<void *>(address), sizeof value};
+    return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(sizeof value);
+}
+
+bool TranslateFault(int signal, siginfo_t const & information, ucontext_t & context)
+{
+    ThreadFaults & thread = threadFaults;
+    ULONG_PTR const pointer = StackPointerOf(context);
+    ULONG_PTR const here = reinterpret_cast<ULONG_PTR>(__builtin_frame_address(0));
+    if (thread.translator == nullptr || thread.depth >= mostTranslators ||
+        (here < pointer && pointer - here < handlerSize)) // somebody has taken the alternate stack away
+    {
+        return false;
+    }
+    bool const onSpare = thread.stacks.IsSpare(pointer);
+    bool const exhausted = signal == SIGSEGV && information.si_code != SI_KERNEL &&
+        thread.stacks.IsExhausted(reinterpret_cast<ULONG_PTR>(information.si_addr), pointer);
+    bool const onOwn = thread.stacks.IsOwn(pointer);
+    if ((onSpare && exhausted) || (!onOwn && !onSpare && !exhausted && !IsReadable(pointer)))
+    {
+        return false;
+    }
+
+    Fault fault;
+    DescribeFault(signal, information, context, fault);
+    if (exhausted)
+    {
+        fault.record.ExceptionCode = STATUS_STACK_OVERFLOW;
+        fault.record.NumberParameters = 0;
+    }
+    ULONG_PTR place = pointer - redZone;
+    if (!onSpare && (exhausted || thread.stacks.IsShort(pointer)))
+    {
+        thread.stacks.OpenReserve(exhausted ? reinterpret_cast<ULONG_PTR>(information.si_addr) : pointer);
+        place = thread.stacks.spareHigh;
+    }
+    EnterTrampoline(context, place, fault, exhausted);
+    return true;
+}
+
+// Gives the stacks back when the thread has ended, after its thread-local objects.
+void ReleaseStacks(void *)
+{
+    threadFaults.translator = nullptr;
+    threadFaults.stacks.Release();
+}
+
+pthread_key_t ReleaseKey()
+{
+    static pthread_key_t const key = []
+    {
+        pthread_key_t made = 0;
+        pthread_key_create(&made, ReleaseStacks);
+        return made;
+    }();
+    return key;
+}
+
+// A thread's first translator. Without memory for its stacks it keeps the platform's default.
+[[gnu::noinline]] bool PrepareThread()
+{
+    if (!threadFaults.stacks.Prepare())
+    {
+        return false;
+    }
+    pthread_setspecific(ReleaseKey(), &threadFaults);
+    InstallFaultHandler(TranslateFault);
+    return true;
+}
+
+struct DepthCount
+{
+    DepthCount()
+    {
+        ++threadFaults.depth;
+    }
+    ~DepthCount()
+    {
+        --threadFaults.depth;
+    }
+};
+
+// Whatever its translator does, the thread must not go on at the fault.
+[[noreturn]] void Translate(Fault & fault)
+{
+    EXCEPTION_POINTERS pointers = {&fault.record, &fault.context};
+    FaultTranslator const translator = threadFaults.translator;
+    DepthCount const count;
+    if (translator != nullptr)
+    {
+        translator(fault.record.ExceptionCode, &pointers);
+    }
+    std::terminate();
+}
+
+ULONG_PTR Here() noexcept
+{
+    return reinterpret_cast<ULONG_PTR>(__builtin_frame_address(0));
+}
+
+#ifdef __GLIBCXX__
+
+// The beginning of what the C++ runtime keeps before each exception, and of what it keeps for each thread.
+struct ExceptionHeader
+{
+    std::type_info * type;
+    void (*destroy)(void * exception);
+};
+struct ExceptionGlobals
+{
+    ExceptionHeader * caught;
+};
+
+// When the exception ends, its handler has left the frames at the end of the stack. A program may recurse again without
+// leaving its translator's scope, and then needs the reserve closed.
+void EndException(void * exception)
+{
+    if (void (*const destroy)(void *) = threadFaults.destroyException; destroy != nullptr)
+    {
+        destroy(exception);
+    }
+    threadFaults.stacks.CloseReserve(Here());
+}
+
+void WatchEndOfException() noexcept
+{
+    ExceptionHeader * const header = reinterpret_cast<ExceptionGlobals *>(abi::__cxa_get_globals())->caught;
+    if (header != nullptr && header->destroy != EndException)
+    {
+        threadFaults.destroyException = header->destroy;
+        header->destroy = EndException;
+    }
+}
+
+#else
+
+void WatchEndOfException() noexcept {}
+
+#endif
+
+// The sanitizer's marks on the frames that are unwound: it takes the spare stack for none, and leaves them.
+void ForgetFrames(ULONG_PTR pointer)
+{
+    if (__asan_unpoison_memory_region != nullptr && threadFaults.stacks.IsOwn(pointer))
+    {
+        __asan_unpoison_memory_region(reinterpret_cast<void *>(pointer), stackBounds.high - pointer);
+    }
+}
+
+} // namespace
+
+void ThrowFault(TrampolineFrame & frame)
+{
+    if (!frame.exhausted)
+    {
+        Translate(frame.fault);
+    }
+    ForgetFrames(frame.stackPointer);
+    try
+    {
+        Translate(frame.fault);
+    }
+    catch (...)
+    {
+        WatchEndOfException();
+        throw;
+    }
+}
+
+FaultTranslator SetFaultTranslator(FaultTranslator translator)
+{
+    ThreadFaults & thread = threadFaults;
+    FaultTranslator const before = thread.translator;
+    if (translator != nullptr && thread.stacks.mapping == 0 && !PrepareThread())
+    {
+        return before;
+    }
+    if (thread.stacks.isOpen)
+    {
+        thread.stacks.CloseReserve(Here());
+    }
+    thread.translator = translator;
+    return before;
+}
+
+} // namespace kv::platform
+
+_se_translator_function _set_se_translator(_se_translator_function translator)
+{
+    return kv::platform::SetFaultTranslator(translator);
+}
