@@ -42,5 +42,6 @@
 #    include <kvcore/platform/include/threadpool.h>
 #    include <kvcore/platform/include/timeapi.h>
 #    include <kvcore/platform/include/winnls.h>
+#    include <kvcore/platform/include/winreg.h>
 #    include <kvcore/platform/include/winver.h>
 #endif

@@ -64,6 +64,10 @@ typedef void * HANDLE;
 typedef HANDLE HLOCAL;
 typedef HANDLE HGLOBAL;
 
+/// A key of the registry.
+typedef struct HKEY__ * HKEY;
+typedef HKEY * PHKEY;
+
 /// A window. This system has none; calls that take an owner for their messages take null.
 typedef struct HWND__ * HWND;
 

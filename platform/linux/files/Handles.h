@@ -28,6 +28,7 @@ enum class ObjectKind
     Thread,
     Process,
     Find,
+    RegistryKey,
 };
 
 /// What a handle names. Counted: created with one reference, deleted with the last.

@@ -1,0 +1,21 @@
+#pragma once
+
+// Who waits for changes of the registry.
+
+#include <kvcore/platform/linux/registry/RegistryStore.h>
+
+namespace kv::platform
+{
+
+class RegistryKey;
+
+/// A store has changed by a call of this process. The registry's lock is held.
+void NoticeChange() noexcept;
+
+/// A handle is closed: those who wait through it are told. The registry's lock is not held.
+void NoticeClose(RegistryKey const & key) noexcept;
+
+/// A forked child has none of its parent's waits.
+void ForgetNotices() noexcept;
+
+} // namespace kv::platform

@@ -1,0 +1,223 @@
+#pragma once
+
+// The store behind the registry: one SQLite database for each user, and the statements that work on it.
+//
+// All of it happens under one lock for the process, RegistryLock, which is held from the look at a handle to the end of
+// the call. A store opens when it is first used, and again after it was closed: before a fork, since neither of the
+// two processes may go on with a connection that both have, and at the end of the process.
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <kvcore/platform/include/winreg.h>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace kv::platform
+{
+
+std::mutex & RegistryLock() noexcept;
+
+using KeyId = std::int64_t;
+
+/// The keys that every store has from the start, and keeps. All others have greater numbers.
+enum FixedKey : KeyId
+{
+    noKey = 0,
+    usersKey = 1,
+    machineKey,
+    dynamicDataKey,
+    currentUserKey,
+    classesKey,
+    currentConfigKey,
+    firstFreeKey = 100,
+};
+
+enum class Sql
+{
+    Begin,
+    Commit,
+    Rollback,
+    FindKey,
+    KeyExists,
+    InsertKey,
+    TouchKey,
+    TouchParent,
+    HasChildren,
+    DeleteKey,
+    DeleteKeyValues,
+    SubtreeHasFixed,
+    DeleteSubtreeValues,
+    DeleteSubtree,
+    GetValue,
+    SetValue,
+    DeleteValue,
+    ValueAt,
+    ValueAfter,
+    KeyAt,
+    KeyAfter,
+    KeyInfo,
+    ChildrenInfo,
+    ValuesInfo,
+    DataVersion,
+    NameDigest,
+    ValueDigest,
+    Count,
+};
+
+class RegistryStore;
+
+/// One run of a prepared statement. The statement is free again at the end of it.
+class Statement
+{
+public:
+    Statement(RegistryStore & usedStore, sqlite3_stmt * prepared) noexcept : store(usedStore), statement(prepared) {}
+    Statement(Statement const &) = delete;
+    Statement & operator=(Statement const &) = delete;
+    ~Statement();
+
+    Statement & Bind(std::int64_t number) noexcept;
+    /// The bytes stay the caller's, and must stay as they are until the end of the run.
+    Statement & Bind(std::string_view bytes) noexcept;
+    Statement & BindText(std::string_view text) noexcept;
+    Statement & BindNull() noexcept;
+
+    /// True for a row. False at the end or after a failure: then Result tells which.
+    bool Step() noexcept;
+    /// ERROR_SUCCESS unless a step failed.
+    LSTATUS Result() const noexcept
+    {
+        return result;
+    }
+    /// Runs to the end.
+    LSTATUS Run() noexcept;
+
+    std::int64_t Number(int column) const noexcept;
+    std::string_view Bytes(int column) const noexcept;
+    bool IsNull(int column) const noexcept;
+
+private:
+    RegistryStore & store;
+    sqlite3_stmt * const statement;
+    int bound = 0;
+    LSTATUS result = 0;
+};
+
+/// Once a store has turned out to be damaged, its files lie aside and it is dead: the numbers of its keys mean nothing
+/// in the store that takes its place.
+class RegistryStore
+{
+public:
+    explicit RegistryStore(std::string const & dataDirectory);
+    RegistryStore(RegistryStore const &) = delete;
+    RegistryStore & operator=(RegistryStore const &) = delete;
+    ~RegistryStore();
+
+    /// The store of the data directory that the environment names now, open; null with `result` set.
+    static std::shared_ptr<RegistryStore> Current(LSTATUS & result);
+
+    /// Opens it if it is closed. A store that is newer, busy or out of reach is tried again the next time.
+    LSTATUS Open();
+    void Close() noexcept;
+
+    Statement Use(Sql which) noexcept
+    {
+        return Statement(*this, statements[static_cast<std::size_t>(which)]);
+    }
+    /// Whether the last statement that changes something changed a row, and the number of a key that it made.
+    bool HasChanged() const noexcept;
+    KeyId LastInserted() const noexcept;
+
+    /// Puts all changes so far on the disk.
+    LSTATUS Flush() noexcept;
+
+    /// Differs from an earlier count if anything changed since, by this process or another.
+    std::uint64_t ChangeCount() noexcept;
+    /// Notes a change of this process, and lets those know who wait for one.
+    void NoteChange() noexcept;
+    /// A statement found damage: the store is dead, and its next use sets the files aside.
+    void NoteDamage() noexcept
+    {
+        isDead = true;
+        isDamaged = true;
+    }
+    bool IsDead() const noexcept
+    {
+        return isDead;
+    }
+
+private:
+    LSTATUS OpenFile() noexcept;
+    LSTATUS Prepare() noexcept;
+    LSTATUS CreateTables() noexcept;
+    LSTATUS FillNewStore() noexcept;
+    LSTATUS CheckIdentity() noexcept;
+    LSTATUS PurgeVolatile() noexcept;
+    LSTATUS Execute(char const * text) noexcept;
+    LSTATUS ReadNumber(char const * query, std::int64_t & number, bool withRun = false) noexcept;
+    void Bury() noexcept;
+    void SetAside() const;
+
+    std::string const path;
+    sqlite3 * database = nullptr;
+    std::array<sqlite3_stmt *, static_cast<std::size_t>(Sql::Count)> statements{};
+    std::int64_t identity = 0; ///< of the database, so that another one in its place is noticed
+    std::uint64_t inode = 0;
+    std::uint64_t changes = 0;
+    std::int64_t dataVersion = 0;
+    bool isDead = false;
+    bool isDamaged = false;
+    bool isBuried = false;
+};
+
+/// A change of several rows, as a whole or not at all.
+class Transaction
+{
+public:
+    explicit Transaction(RegistryStore & changedStore) noexcept;
+    Transaction(Transaction const &) = delete;
+    Transaction & operator=(Transaction const &) = delete;
+    ~Transaction();
+
+    /// What beginning it gave.
+    LSTATUS Result() const noexcept
+    {
+        return result;
+    }
+    LSTATUS Commit() noexcept;
+
+private:
+    RegistryStore & store;
+    LSTATUS const result;
+    bool isOpen;
+};
+
+/// Names this run of the system, which volatile keys belong to.
+std::string const & BootIdentity();
+
+/// The system's time as it is stored with keys and values. No two of a process are the same.
+std::int64_t WriteTime() noexcept;
+
+/// The stored form of a name: its elements as they lie in memory.
+std::string_view NameBytes(std::u16string_view name) noexcept;
+
+/// What a name is found and ordered by: its lower-case form, greater byte first.
+class FoldedName
+{
+public:
+    explicit FoldedName(std::u16string_view name);
+    operator std::string_view() const noexcept
+    {
+        return text;
+    }
+
+private:
+    std::string text;
+};
+
+} // namespace kv::platform
