@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include <kvcore/core/NumberText.h>
 #include <kvcore/core/ScratchBuffer.h>
 #include <kvcore/core/String.h>
 #include <kvcore/platform/win32.h>
@@ -196,10 +197,10 @@ double OutOfRange(char const * begin, char const * end, bool hexadecimal)
     return place * (hexadecimal ? 4 : 1) > -exponent ? std::numeric_limits<double>::infinity() : 0;
 }
 
-/// Reads the longest number that [begin, end) begins with, as the C library's strtod does under the "C" locale, and
-/// returns the place behind it, `begin` if there is none. from_chars alone knows no '+', no "0x" and no infinity for
-/// what is too large.
-char const * ReadDouble(char const * begin, char const * end, double & value)
+} // namespace
+
+// from_chars alone knows no '+', no "0x" and no infinity for what is too large.
+char const * kv::detail::ReadDouble(char const * begin, char const * end, double & value)
 {
     value = 0;
     char const * digits = begin;
@@ -226,6 +227,9 @@ char const * ReadDouble(char const * begin, char const * end, double & value)
     return read.ptr;
 }
 
+namespace
+{
+
 /// The number that all of `text` stands for.
 bool ParseDouble(std::string_view text, double & value)
 {
@@ -239,7 +243,7 @@ bool ParseDouble(std::string_view text, double & value)
     }
     char const * const begin = text.data();
     char const * const end = begin + text.size();
-    char const * const stop = ReadDouble(begin, end, value);
+    char const * const stop = kv::detail::ReadDouble(begin, end, value);
     return stop != begin && stop == end;
 }
 

@@ -35,6 +35,7 @@
 #    include <kvcore/platform/include/overlapped.h>
 #    include <kvcore/platform/include/processenv.h>
 #    include <kvcore/platform/include/processthreadsapi.h>
+#    include <kvcore/platform/include/profileapi.h>
 #    include <kvcore/platform/include/shellapi.h>
 #    include <kvcore/platform/include/synchapi.h>
 #    include <kvcore/platform/include/sysinfo.h>
