@@ -158,7 +158,7 @@ private:
             fs::path const native = kv::tools::NativePath(finder.GetFilePath());
             std::string const name = StoredName(native.filename());
             entries.push_back(
-                {path.empty() ? name : path + '/' + name, native, finder.IsDirectory() && !IsLink(native),
+                {path.empty() ? name : path + '/' + name, native, finder.IsDirectory() && !finder.IsLink(),
                  finder.GetFileSize(), finder.GetLastWriteTime()});
         }
         // The root of a drive has not even dots.
@@ -170,12 +170,6 @@ private:
             entries.begin(), entries.end(),
             [](Entry const & a, Entry const & b) { return a.folder != b.folder ? b.folder : a.path < b.path; });
         return entries;
-    }
-
-    static bool IsLink(fs::path const & path)
-    {
-        std::error_code error;
-        return fs::is_symlink(fs::symlink_status(path, error));
     }
 
     void LeaveOut(Entry const & entry, LeftOut::Why why, std::string reason)

@@ -48,8 +48,9 @@ std::string CountedDirectories(std::uint64_t count)
 
 std::string Describe(Totals const & totals)
 {
-    return Counted(totals.bytes, "byte") + " (" + HumanSize(totals.bytes) + ") in " + Counted(totals.files, "file") +
-        ", " + CountedDirectories(totals.directories) + ", " + Counted(totals.links, "link");
+    std::string const shortForm = totals.bytes < 1024 ? "" : " (" + HumanSize(totals.bytes) + ")";
+    return Counted(totals.bytes, "byte") + shortForm + " in " + Counted(totals.files, "file") + ", " +
+        CountedDirectories(totals.directories) + ", " + Counted(totals.links, "link");
 }
 
 // One letter for each attribute that is set, at a place of its own.

@@ -58,10 +58,10 @@ fs::path SafeFile::Followed(fs::path const & path)
     constexpr int mostLinks = 40; // as many as systems follow themselves
     fs::path followed = path;
     std::error_code error;
-    for (int i = 0; i < mostLinks && fs::is_symlink(fs::symlink_status(followed, error)); ++i)
+    for (int i = 0; i < mostLinks; ++i)
     {
         fs::path const next = fs::read_symlink(followed, error);
-        if (error)
+        if (error) // it is no link, or not there
         {
             break;
         }
