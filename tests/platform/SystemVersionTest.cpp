@@ -56,6 +56,15 @@ TEST(SystemVersion, ProcessesOfTheSystemsOwnKindAreNotEmulated)
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, GetLastError());
 }
 
+TEST(SystemVersion, NewerFunctionsAreFoundByName)
+{
+    HMODULE const kernel = GetModuleHandleW(TEXT("kernel32.dll"));
+    ASSERT_NE(nullptr, kernel);
+    EXPECT_NE(nullptr, reinterpret_cast<void *>(GetProcAddress(kernel, "GetProductInfo")));
+    EXPECT_NE(nullptr, reinterpret_cast<void *>(GetProcAddress(kernel, "IsWow64Process")));
+    EXPECT_EQ(nullptr, reinterpret_cast<void *>(GetProcAddress(kernel, "NoSuchFunctionAtAll")));
+}
+
 TEST(SystemVersion, TheMachineIsWhatAProgramOfItsOwnKindSees)
 {
     SYSTEM_INFO seen;

@@ -30,7 +30,10 @@
     CALL(                                                                                                              \
         BOOL, SystemParametersInfoW, (UINT action, UINT argument, PVOID value, UINT flags),                            \
         (action, argument, value, flags))                                                                              \
-    CALL(DWORD, GetEnvironmentVariableW, (LPCWSTR name, LPWSTR buffer, DWORD size), (name, buffer, size))
+    CALL(DWORD, GetEnvironmentVariableW, (LPCWSTR name, LPWSTR buffer, DWORD size), (name, buffer, size))              \
+    CALL(BOOL, EnumSystemCodePagesW, (CODEPAGE_ENUMPROCW callback, DWORD flags), (callback, flags))                    \
+    CALL(void, GetSystemInfo, (SYSTEM_INFO * information), (information))                                              \
+    CALL(int, GetSystemMetrics, (int metric), (metric))
 
 namespace kv::test
 {
