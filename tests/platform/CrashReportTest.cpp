@@ -262,6 +262,18 @@ TEST_F(CrashReports, FailWhereThereIsNoFolder)
     EXPECT_EQ(folder.Read("kvcore/crashes"), "a file is in the way");
 }
 
+TEST_F(CrashReports, ComeFromTheModuleOfThatName)
+{
+    for (WCHAR const * const name : {TEXT("FAULTREP.DLL"), TEXT("faultrep.dll"), TEXT("FAULTREP")})
+    {
+        HMODULE const module = LoadLibraryW(name);
+        ASSERT_NE(module, nullptr);
+        EXPECT_NE(GetProcAddress(module, "ReportFault"), nullptr);
+        EXPECT_EQ(GetProcAddress(module, "LoadLibraryW"), nullptr);
+        EXPECT_TRUE(FreeLibrary(module));
+    }
+}
+
 TEST_F(CrashReports, AreRefusedWithoutAFault)
 {
     int const status = RunChild([] { _exit(reportFault(nullptr, 0) == frrvErr ? 0 : 1); });

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <string_view>
 
+#include <dlfcn.h>
+#include <unistd.h>
+
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
@@ -69,25 +72,61 @@ WString ModuleName(WCHAR const * name)
     return full;
 }
 
+namespace
+{
+
+bool AreEqual(WView left, WView right) noexcept
+{
+    return CompareNames(left.data(), left.size(), right.data(), right.size()) == 0;
+}
+
+/// The name without ".dll", and without the ".so" that a name without an extension has got.
+WView StemOf(WView name) noexcept
+{
+    constexpr WView extension = TEXT(".DLL");
+    constexpr WView added = TEXT(".so");
+    if (name.size() > extension.size() && AreEqual(name.substr(name.size() - extension.size()), extension))
+    {
+        name.remove_suffix(extension.size());
+    }
+    else if (name.size() > added.size() && name.ends_with(added))
+    {
+        name.remove_suffix(added.size());
+    }
+    return name;
+}
+
+} // namespace
+
 bool IsSystemModule(WString const & name) noexcept
 {
-    static constexpr WView names[] = {TEXT("KERNEL32"), TEXT("USER32"),  TEXT("ADVAPI32"), TEXT("SHELL32"),
-                                      TEXT("SHLWAPI"),  TEXT("OLE32"),   TEXT("OLEAUT32"), TEXT("VERSION"),
-                                      TEXT("WINMM"),    TEXT("FAULTREP")};
-    WView stem = name;
-    constexpr WView extension = TEXT(".DLL");
-    auto const equal = [](WView left, WView right)
-    { return CompareNames(left.data(), left.size(), right.data(), right.size()) == 0; };
-    if (stem.size() > extension.size() && equal(stem.substr(stem.size() - extension.size()), extension))
-    {
-        stem.remove_suffix(extension.size());
-    }
-    else if (stem.size() > 3 && stem.ends_with(WView(TEXT(".so"))))
-    {
-        stem.remove_suffix(3); // added to a name that had no extension
-    }
-    return std::any_of(std::begin(names), std::end(names), [&](WView known) { return equal(stem, known); });
+    static constexpr WView names[] = {TEXT("KERNEL32"), TEXT("USER32"),  TEXT("ADVAPI32"),
+                                      TEXT("SHELL32"),  TEXT("SHLWAPI"), TEXT("OLE32"),
+                                      TEXT("OLEAUT32"), TEXT("VERSION"), TEXT("WINMM")};
+    WView const stem = StemOf(name);
+    return std::any_of(std::begin(names), std::end(names), [&](WView known) { return AreEqual(stem, known); });
 }
+
+namespace
+{
+
+/// The module that is FAULTREP.DLL here. It lies beside this layer; a program that holds this layer itself may leave it
+/// to the system's search.
+std::string ReportModule()
+{
+    constexpr char file[] = "libfaultrep.so." KVPLATFORM_SOVERSION;
+    Dl_info own = {};
+    if (dladdr(reinterpret_cast<void const *>(&IsSystemModule), &own) == 0)
+    {
+        return file;
+    }
+    std::string beside = PathOfElf(own.dli_fbase);
+    beside.resize(beside.rfind('/') + 1);
+    beside += file;
+    return access(beside.c_str(), F_OK) == 0 ? beside : std::string(file);
+}
+
+} // namespace
 
 bool FindModuleFile(WCHAR const * name, std::string & native)
 {
@@ -96,6 +135,11 @@ bool FindModuleFile(WCHAR const * name, std::string & native)
     {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return false;
+    }
+    if (AreEqual(StemOf(full), TEXT("FAULTREP")))
+    {
+        native = ReportModule();
+        return true;
     }
     if (HasDirectory(full))
     {
