@@ -1,4 +1,3 @@
-#include <iterator>
 #include <memory>
 
 #include <kvcore/config/SectionedConfigData.h>
@@ -88,12 +87,13 @@ kv::detail::ConfigKeys KeysIn(WCHAR const * lines)
 WString LinesOf(kv::detail::ConfigKeys const & keys)
 {
     WString lines;
-    for (auto key = keys.begin(); key != keys.end(); ++key)
+    auto const entries = kv::detail::InOrder(keys);
+    for (auto const * const entry : entries)
     {
-        lines += key->first;
+        lines += entry->first;
         lines += TEXT('=');
-        lines += key->second;
-        if (std::next(key) == keys.end())
+        lines += entry->second;
+        if (entry == entries.back())
         {
             lines += TEXT("\r\n");
         }
@@ -113,7 +113,7 @@ void SectionedConfigData::ReadWindowsProfile(String const & path)
     auto const buffer = std::make_unique_for_overwrite<WCHAR[]>(capacity);
     for (String const & name : ReadSectionNames(path, buffer.get()))
     {
-        implementation->sections.erase(name);
+        ClearSection(name);
         buffer[0] = 0;
         SetLastError(ERROR_SUCCESS);
         if (GetPrivateProfileSectionW(name.c_str(), buffer.get(), capacity, path.c_str()) == cut)
@@ -134,11 +134,11 @@ void SectionedConfigData::WriteWindowsProfile(String const & path) const
     {
         WriteHeader(path, implementation->header.Multibyte(CP_ACP));
     }
-    for (auto const & [name, keys] : implementation->sections)
+    for (auto const * const section : kv::detail::InOrder(implementation->sections))
     {
-        WString const lines = LinesOf(keys);
+        WString const lines = LinesOf(section->second);
         SetLastError(ERROR_SUCCESS);
-        if (!WritePrivateProfileSectionW(name.c_str(), lines.c_str(), path.c_str()))
+        if (!WritePrivateProfileSectionW(section->first.c_str(), lines.c_str(), path.c_str()))
         {
             ThrowLastError(0);
         }

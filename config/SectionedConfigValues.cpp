@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <type_traits>
@@ -6,6 +7,7 @@
 #include <kvcore/config/SectionedConfigData.h>
 #include <kvcore/core/NumberText.h>
 #include <kvcore/platform/CharacterClass.h>
+#include <kvcore/platform/win32.h>
 
 #include "SectionedConfigStore.h"
 
@@ -140,7 +142,10 @@ bool SectionedConfigData::SetInteger(String const & section, String const & key,
 
 bool SectionedConfigData::SetInteger(String const & section, String const & key, int value)
 {
-    return SetString(section, key, String::FromNum(value));
+    WCHAR text[16];
+    _itow_s(value, text, std::size(text), 10);
+    implementation->Place(section, key) = text;
+    return true;
 }
 
 bool SectionedConfigData::SetInteger(String const & section, String const & key, unsigned int value)
