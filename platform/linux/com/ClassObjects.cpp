@@ -6,6 +6,7 @@
 
 #include <kvcore/platform/include/objbase.h>
 #include <kvcore/platform/linux/com/Apartments.h>
+#include <kvcore/platform/linux/com/ServerModules.h>
 
 using namespace kv::platform;
 
@@ -104,6 +105,7 @@ HRESULT WINAPI CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REF
 }
 
 HRESULT WINAPI CoGetClassObject(REFCLSID id, DWORD context, LPVOID server, REFIID iid, LPVOID * object)
+try
 {
     if (object == nullptr)
     {
@@ -126,11 +128,15 @@ HRESULT WINAPI CoGetClassObject(REFCLSID id, DWORD context, LPVOID server, REFII
     IUnknown * const classObject = FindRegistered(id, context, apartment);
     if (classObject == nullptr)
     {
-        return REGDB_E_CLASSNOTREG;
+        return (context & CLSCTX_INPROC_SERVER) != 0 ? GetModuleClassObject(id, iid, object) : REGDB_E_CLASSNOTREG;
     }
     HRESULT const result = classObject->QueryInterface(iid, object);
     classObject->Release();
     return result;
+}
+catch (std::bad_alloc const &)
+{
+    return E_OUTOFMEMORY;
 }
 
 HRESULT WINAPI

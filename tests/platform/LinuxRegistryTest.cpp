@@ -1,0 +1,288 @@
+#ifndef _WIN32 // What becomes of the store's files: Windows keeps its registry elsewhere.
+
+#    include <cstdint>
+#    include <cstdlib>
+#    include <filesystem>
+#    include <fstream>
+#    include <functional>
+#    include <string>
+
+#    include <signal.h>
+#    include <sys/file.h>
+#    include <sys/wait.h>
+#    include <unistd.h>
+
+#    include <gtest/gtest.h>
+
+#    include <support/ScratchFolder.h>
+#    include <support/ScratchKey.h>
+
+namespace
+{
+
+/// A data directory of the test's own.
+class LinuxRegistry : public testing::Test
+{
+protected:
+    LinuxRegistry()
+    {
+        char const * const setting = std::getenv("XDG_DATA_HOME");
+        before = setting == nullptr ? "" : setting;
+        setenv("XDG_DATA_HOME", folder.Path().c_str(), 1);
+    }
+    ~LinuxRegistry() override
+    {
+        before.empty() ? unsetenv("XDG_DATA_HOME") : setenv("XDG_DATA_HOME", before.c_str(), 1);
+    }
+
+    std::filesystem::path Store() const
+    {
+        return folder / "kvcore/registry.db";
+    }
+    static DWORD Set(HKEY key, WCHAR const * name, DWORD number)
+    {
+        return Code(RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<BYTE const *>(&number), sizeof number));
+    }
+    /// The stored number, or 0.
+    static DWORD Get(HKEY key, WCHAR const * name)
+    {
+        DWORD number = 0;
+        DWORD size = sizeof number;
+        RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE *>(&number), &size);
+        return number;
+    }
+    /// Runs a step in another process and gives its result.
+    static int InChild(std::function<int()> const & step)
+    {
+        pid_t const child = fork();
+        if (child == 0)
+        {
+            _exit(step());
+        }
+        int status = 0;
+        return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    /// Writes a store by another process, so that nothing of it is open here.
+    int WriteInChild() const
+    {
+        int const result = InChild(
+            []
+            {
+                ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Stored"));
+                bool const good = Set(key, TEXT("v"), 77) == 0 && RegFlushKey(key) == 0;
+                return good ? 0 : 1;
+            });
+        // What the child has flushed lies in the store; its log would stand in for a damaged page.
+        std::filesystem::remove(folder / "kvcore/registry.db-wal");
+        std::filesystem::remove(folder / "kvcore/registry.db-shm");
+        return result;
+    }
+    static DWORD OpenError()
+    {
+        ScopedKey key;
+        return Code(RegOpenKeyExW(HKEY_CURRENT_USER, TEXT("Software"), 0, KEY_READ, key.Place()));
+    }
+
+    ScratchFolder folder;
+    std::string before;
+};
+
+} // namespace
+
+TEST_F(LinuxRegistry, LivesInTheDataDirectoryForThisUserAlone)
+{
+    ASSERT_EQ(WriteInChild(), 0);
+    EXPECT_EQ(std::filesystem::status(Store()).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(Get(OpenKey(HKEY_CURRENT_USER, TEXT("software\\stored")), TEXT("v")), 77u);
+    ScopedKey const below = OpenKey(HKEY_USERS, TEXT(".Default"));
+    EXPECT_NE(below, nullptr);
+}
+
+TEST_F(LinuxRegistry, TheKeysOfTheRootsCannotBeDeleted)
+{
+    EXPECT_EQ(Code(RegDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("Software\\Classes"))), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(SHDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("Software")), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Code(RegDeleteKeyW(HKEY_CURRENT_USER, TEXT(""))), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(OpenError(), 0u);
+}
+
+TEST_F(LinuxRegistry, NamesOfKeysHaveTwoHundredAndFiftyFiveElements)
+{
+    ScopedKey made;
+    WString const name(256, TEXT('k'));
+    EXPECT_EQ(
+        Code(RegCreateKeyExW(HKEY_CURRENT_USER, name.c_str(), 0, nullptr, 0, KEY_READ, nullptr, made.Place(), nullptr)),
+        ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(LinuxRegistry, CountsAreForHandlesThatRead)
+{
+    ScopedKey const writing = OpenKey(HKEY_CURRENT_USER, TEXT("Software"), KEY_WRITE);
+    DWORD count = 0;
+    EXPECT_EQ(
+        Code(RegQueryInfoKeyW(
+            writing, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)),
+        ERROR_ACCESS_DENIED);
+}
+
+TEST_F(LinuxRegistry, AForkedChildAndItsParentGoOn)
+{
+    ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Forked"));
+    ASSERT_EQ(Set(key, TEXT("parent"), 1), 0u);
+    EXPECT_EQ(InChild([&key] { return Get(key, TEXT("parent")) == 1 && Set(key, TEXT("child"), 2) == 0 ? 0 : 1; }), 0);
+    EXPECT_EQ(Get(key, TEXT("child")), 2u);
+    EXPECT_EQ(Set(key, TEXT("parent"), 3), 0u);
+}
+
+TEST_F(LinuxRegistry, TwoProcessesCountTogether)
+{
+    ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Counted"));
+    constexpr int rounds = 200;
+    auto const addValues = [](WCHAR letter)
+    {
+        ScopedKey const own = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Counted"));
+        for (int i = 0; i < rounds; ++i)
+        {
+            WString const name = letter + WString(static_cast<std::size_t>(i) + 1, TEXT('v'));
+            if (Set(own, name.c_str(), 1) != 0 || MakeKey(own, name) == nullptr)
+            {
+                return 1;
+            }
+        }
+        return 0;
+    };
+    pid_t const child = fork();
+    if (child == 0)
+    {
+        _exit(addValues(TEXT('c')));
+    }
+    EXPECT_EQ(addValues(TEXT('p')), 0);
+    int status = 1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    DWORD keys = 0;
+    DWORD values = 0;
+    RegQueryInfoKeyW(
+        key, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(keys, 2u * rounds);
+    EXPECT_EQ(values, 2u * rounds);
+}
+
+TEST_F(LinuxRegistry, AKilledProcessLosesNothingThatItWasToldIsDone)
+{
+    for (int round = 0; round < 5; ++round)
+    {
+        int told[2];
+        ASSERT_EQ(pipe(told), 0);
+        pid_t const child = fork();
+        if (child == 0)
+        {
+            ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Killed"));
+            for (std::uint32_t i = 1;; ++i)
+            {
+                // Two changes as one: a tree, which is there whole or not at all.
+                bool const good = Set(key, TEXT("v"), i) == 0 && MakeKey(key, TEXT("a\\b\\c")) != nullptr &&
+                    SHDeleteKeyW(key, TEXT("a")) == 0;
+                if (!good || write(told[1], &i, sizeof i) != static_cast<ssize_t>(sizeof i))
+                {
+                    _exit(1);
+                }
+            }
+        }
+        close(told[1]);
+        std::uint32_t last = 0;
+        for (int i = 0; i < 20 * (round + 1); ++i)
+        {
+            ASSERT_EQ(read(told[0], &last, sizeof last), static_cast<ssize_t>(sizeof last));
+        }
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status));
+        std::uint32_t more = 0;
+        while (read(told[0], &more, sizeof more) == static_cast<ssize_t>(sizeof more))
+        {
+            last = more;
+        }
+        close(told[0]);
+        ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Killed"));
+        EXPECT_GE(Get(key, TEXT("v")), last);
+        ScopedKey const tree = OpenKey(key, TEXT("a"));
+        EXPECT_TRUE(tree == nullptr || OpenKey(tree, TEXT("b\\c")) != nullptr);
+    }
+}
+
+TEST_F(LinuxRegistry, ADamagedStoreIsSetAsideAndTheNextOneIsEmpty)
+{
+    ASSERT_EQ(WriteInChild(), 0);
+    std::string const damaged = "no store at all" + folder.Read("kvcore/registry.db").substr(15);
+    folder.Write("kvcore/registry.db", damaged);
+    EXPECT_EQ(OpenError(), ERROR_BADDB);
+    EXPECT_EQ(folder.Read("kvcore/registry.db.damaged-1"), damaged);
+    EXPECT_EQ(OpenError(), 0u);
+    EXPECT_EQ(OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Stored")), nullptr);
+    EXPECT_NE(MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Anew")), nullptr);
+}
+
+TEST_F(LinuxRegistry, DamageBehindTheHeaderIsFoundWhereItIsMet)
+{
+    ASSERT_EQ(WriteInChild(), 0);
+    std::string bytes = folder.Read("kvcore/registry.db");
+    ASSERT_GT(bytes.size(), 8192u);
+    std::fill(bytes.begin() + 4096, bytes.end(), '\x7F');
+    folder.Write("kvcore/registry.db", bytes);
+    EXPECT_EQ(OpenError(), ERROR_BADDB);
+    EXPECT_EQ(OpenError(), 0u);
+    EXPECT_EQ(folder.Read("kvcore/registry.db.damaged-1"), bytes);
+}
+
+TEST_F(LinuxRegistry, AnotherProgramsDatabaseIsNoStore)
+{
+    ASSERT_EQ(WriteInChild(), 0);
+    std::string bytes = folder.Read("kvcore/registry.db");
+    bytes[68] = 'X'; // the application's number
+    folder.Write("kvcore/registry.db", bytes);
+    EXPECT_EQ(OpenError(), ERROR_BADDB);
+    EXPECT_TRUE(std::filesystem::exists(folder / "kvcore/registry.db.damaged-1"));
+}
+
+TEST_F(LinuxRegistry, ANewerStoreStaysAsItIs)
+{
+    ASSERT_EQ(WriteInChild(), 0);
+    std::string bytes = folder.Read("kvcore/registry.db");
+    bytes[63] = 2; // the version's last byte
+    folder.Write("kvcore/registry.db", bytes);
+    EXPECT_EQ(OpenError(), ERROR_OLD_WIN_VERSION);
+    EXPECT_EQ(OpenError(), ERROR_OLD_WIN_VERSION);
+    EXPECT_EQ(folder.Read("kvcore/registry.db"), bytes);
+}
+
+TEST_F(LinuxRegistry, AStoreThatCannotBeOpenedTellsSo)
+{
+    std::filesystem::create_directories(Store()); // in the file's place, which stops root too
+    EXPECT_EQ(OpenError(), ERROR_CANTOPEN);
+    std::filesystem::remove(Store());
+    EXPECT_EQ(OpenError(), 0u);
+}
+
+TEST_F(LinuxRegistry, KeysOfAStoreThatWasReplacedAreGone)
+{
+    ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Old"));
+    ASSERT_EQ(Set(key, TEXT("v"), 1), 0u);
+    EXPECT_EQ(
+        InChild(
+            [this]
+            {
+                for (char const * const name : {"registry.db", "registry.db-wal", "registry.db-shm"})
+                {
+                    std::filesystem::remove(folder / "kvcore" / name);
+                }
+                return MakeKey(HKEY_CURRENT_USER, TEXT("Software\\New")) != nullptr ? 0 : 1;
+            }),
+        0);
+    // The fork closed the store here, and what is opened now is the new one.
+    EXPECT_NE(OpenKey(HKEY_CURRENT_USER, TEXT("Software\\New")), nullptr);
+    EXPECT_EQ(Set(key, TEXT("v"), 2), ERROR_KEY_DELETED);
+}
+
+#endif
