@@ -24,28 +24,28 @@ bool Good(LSTATUS status)
 /// Reads a value of a type. The bytes are empty for a value of size 0.
 bool ReadValue(HKEY key, String const & name, DWORD wanted, std::string & bytes)
 {
+    // Most values are small, and one query of the registry is all that they take.
+    char small[256];
     DWORD type = 0;
-    DWORD size = 0;
-    LSTATUS status = RegQueryValueExW(key, name.c_str(), nullptr, &type, nullptr, &size);
-    do
+    DWORD size = sizeof small;
+    LSTATUS status = RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE *>(small), &size);
+    if (Good(status) && type == wanted)
     {
-        if (!Good(status) || type != wanted)
-        {
-            return false;
-        }
+        bytes.assign(small, size);
+        return true;
+    }
+    // Another process may change the value between two queries.
+    while (status == ERROR_MORE_DATA && type == wanted)
+    {
         bytes.resize(size);
-        if (size == 0)
-        {
-            return true;
-        }
-        // Another process may change the value between the two queries.
         status = RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE *>(bytes.data()), &size);
-        if (Good(status) && size < bytes.size())
+        if (Good(status) && type == wanted)
         {
             bytes.resize(size);
+            return true;
         }
-    } while (status == ERROR_MORE_DATA && ((status = ERROR_SUCCESS), true));
-    return Good(status) && type == wanted;
+    }
+    return false;
 }
 
 /// A REG_DWORD. Of a value that is longer the first four bytes count, and one that is shorter goes on with zeros.
