@@ -11,6 +11,7 @@
 #include <kvcore/examples/storyboard/Display.h>
 #include <kvcore/examples/storyboard/Failure.h>
 #include <kvcore/examples/storyboard/FolderWalk.h>
+#include <kvcore/examples/storyboard/Settings.h>
 #include <kvcore/tools/support/StdioStreams.h>
 #include <kvcore/tools/support/Text.h>
 
@@ -36,9 +37,10 @@ struct Options
 {
     std::string folder;
     std::string file;
-    bool quiet = false;
-    bool totalsOnly = false;
-    int width = -1; // as wide as the terminal
+    std::string settingsFile;
+    std::string setting;
+    std::string value;
+    Settings chosen; // what the command line says, where it says something
 };
 
 /// The command line's grammar.
@@ -49,11 +51,14 @@ public:
     {
         app.require_subcommand(1);
         // A path may begin with a slash on every system. The commands were added with the parser's own setting.
-        for (CLI::App * const command : {&app, make, show, verify})
+        for (CLI::App * const command : {&app, make, show, verify, settings})
         {
             command->allow_windows_style_options(false);
         }
         app.set_version_flag("--version", "storyboard " KVCORE_VERSION);
+        app.add_option(
+               "--settings", options.settingsFile, "The settings' file, before the command; else the user's own")
+            ->type_name("FILE");
         app.footer(exitCodes);
 
         make->add_option("FOLDER", options.folder, "The folder; everything in it becomes a clip")->required();
@@ -61,15 +66,23 @@ public:
         AddQuiet(*make, "No progress, no summary");
 
         show->add_option("FILE", options.file, "The project")->required();
-        show->add_flag("-s,--summary", options.totalsOnly, "Collections and totals, without clips and sources");
-        show->add_option(
-                "-w,--width", options.width, "Columns to fit the tables in, 0 for no limit; else those of the terminal")
-            ->check(CLI::Range(0, 100'000).description(""))
-            ->type_name("COLUMNS");
+        summary = show->add_flag(
+            "-s,--summary,!--no-summary", options.chosen.summary, "Collections and totals, without clips and sources");
+        width = show->add_option(
+                        "-w,--width", options.chosen.width,
+                        "Columns to fit the tables in, 0 for no limit; else those of the terminal")
+                    ->check(CLI::Range(0, 100'000).description(""))
+                    ->type_name("COLUMNS");
 
         verify->add_option("FILE", options.file, "The project")->required();
         verify->add_option("FOLDER", options.folder, "The folder it was made of, wherever it is now")->required();
         AddQuiet(*verify, "No progress");
+
+        settings->add_option("NAME", options.setting, "progress.quiet, show.summary or show.width; else all are shown");
+        value = settings->add_option("VALUE", options.value, "Its new value; 0 or 1, and for the width 0 to 100000");
+        settings->footer("What the command line leaves open is as the settings have it. They are a profile file\n"
+                         "of sections [progress] and [show], which can be edited by hand: comments and all other\n"
+                         "lines stay.");
     }
 
     void Parse(std::vector<std::string> arguments)
@@ -80,7 +93,17 @@ public:
 
     int Run(Context & context)
     {
-        context.loudness = options.quiet ? Progress::Loudness::Quiet : Progress::Loudness::Normal;
+        String const path = SettingsPath(options.settingsFile);
+        if (settings->parsed())
+        {
+            return RunSettings(context.console, path, options.setting, options.value, value->count() > 0);
+        }
+        Settings kept = ReadSettings(path);
+        bool const saysQuiet = make->count("--quiet") + verify->count("--quiet") > 0;
+        kept.quiet = saysQuiet ? options.chosen.quiet : kept.quiet;
+        kept.summary = summary->count() > 0 ? options.chosen.summary : kept.summary;
+        kept.width = width->count() > 0 ? options.chosen.width : kept.width;
+        context.loudness = kept.quiet ? Progress::Loudness::Quiet : Progress::Loudness::Normal;
         fs::path const file = NativePath(options.file);
         fs::path const folder = NativePath(options.folder);
         if (make->parsed())
@@ -91,9 +114,9 @@ public:
         {
             return Verify(context, file, folder);
         }
-        int const width = options.width >= 0 ? options.width : context.screen.outputWidth;
-        Detail const detail = options.totalsOnly ? Detail::TotalsOnly : Detail::Everything;
-        return Show(context, file, detail, static_cast<std::size_t>(width));
+        int const columns = kept.width >= 0 ? kept.width : context.screen.outputWidth;
+        Detail const detail = kept.summary ? Detail::TotalsOnly : Detail::Everything;
+        return Show(context, file, detail, static_cast<std::size_t>(columns));
     }
 
     CLI::App app{
@@ -102,13 +125,17 @@ public:
 private:
     void AddQuiet(CLI::App & command, char const * help)
     {
-        command.add_flag("-q,--quiet", options.quiet, help);
+        command.add_flag("-q,--quiet,!--no-quiet", options.chosen.quiet, help);
     }
 
     Options options;
     CLI::App * const make = app.add_subcommand("make", "Make a project FILE of what is in a FOLDER");
     CLI::App * const show = app.add_subcommand("show", "Show what is in a project FILE");
     CLI::App * const verify = app.add_subcommand("verify", "Compare a project FILE with a FOLDER on disk");
+    CLI::App * const settings = app.add_subcommand("settings", "Show or set what the command line leaves open");
+    CLI::Option const * summary = nullptr;
+    CLI::Option const * width = nullptr;
+    CLI::Option const * value = nullptr;
 };
 
 /// Help and version go to the output, complaints to the error stream.
@@ -126,7 +153,7 @@ int PrintParseResult(Grammar const & grammar, CLI::ParseError const & result, kv
     if (grammar.app.get_subcommands().empty() && result.get_name() == "RequiredError")
     {
         std::vector<std::string> const unknown = grammar.app.remaining();
-        problem = unknown.empty()              ? "a command is missing: make, show or verify"
+        problem = unknown.empty()              ? "a command is missing: make, show, verify or settings"
             : unknown.front().starts_with('-') ? "no such option: " + Printable(unknown.front())
                                                : "no command is called " + Printable(unknown.front());
     }

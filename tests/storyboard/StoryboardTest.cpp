@@ -362,7 +362,7 @@ TEST_F(StoryboardProgram, UsageErrorsNameTheProblem)
         std::vector<std::string> arguments;
         char const * part;
     } const cases[] = {
-        {{}, "make, show or verify"},
+        {{}, "make, show, verify or settings"},
         {{"paint"}, "paint"},
         {{"show"}, "FILE"},
         {{"show", file, "more"}, "more"},
