@@ -98,9 +98,9 @@ void ChangeKey(WString const & path, WString const & section)
 void CheckStore(WString const & path, std::string const & bytes, std::size_t headerLength)
 {
     SectionedConfigData data;
-    std::string const head = bytes.substr(0, headerLength);
-    data.SetHeader(String::FromUtf8(head));
-    bool const isHeader = data.GetHeader().SystemMultibyte() == head;
+    data.SetHeader(String::FromUtf8(bytes.substr(0, headerLength)));
+    // A header cut in the middle of a character is another one, which the file may begin with all the same.
+    bool const isHeader = bytes.starts_with(data.GetHeader().SystemMultibyte());
     try
     {
         data.ReadWindowsProfile(path);
