@@ -42,6 +42,7 @@
 #    include <kvcore/platform/include/sysparams.h>
 #    include <kvcore/platform/include/threadpool.h>
 #    include <kvcore/platform/include/timeapi.h>
+#    include <kvcore/platform/include/tlhelp32.h>
 #    include <kvcore/platform/include/winnls.h>
 #    include <kvcore/platform/include/winreg.h>
 #    include <kvcore/platform/include/winver.h>

@@ -94,9 +94,9 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand, AddFindCommand,
-    AddSizeCommand,   AddRemoveCommand, AddInfoCommand, AddPathCommand,    AddUrlCommand,
-    AddCatCommand,    AddLogCommand,    AddIniCommand,
+    AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand,   AddFindCommand,
+    AddSizeCommand,   AddRemoveCommand, AddInfoCommand, AddPathCommand,      AddUrlCommand,
+    AddCatCommand,    AddLogCommand,    AddIniCommand,  AddResourcesCommand, AddModulesCommand,
 };
 
 class Program

@@ -29,6 +29,7 @@ enum class ObjectKind
     Process,
     Find,
     RegistryKey,
+    ModuleList,
 };
 
 /// What a handle names. Counted: created with one reference, deleted with the last.

@@ -34,6 +34,8 @@ Command AddUrlCommand(CLI::App & program);
 Command AddCatCommand(CLI::App & program);
 Command AddLogCommand(CLI::App & program);
 Command AddIniCommand(CLI::App & program);
+Command AddResourcesCommand(CLI::App & program);
+Command AddModulesCommand(CLI::App & program);
 
 /// The exit codes that all commands share, for the end of a help text.
 extern char const * const exitCodesHelp;
