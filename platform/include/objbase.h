@@ -101,12 +101,12 @@ extern "C"
     CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID * object);
 
     /// Stores at `object` the interface `iid` of the class object of `id`: of one that was registered in this
-    /// apartment for one of the bits of `context`; with CLSCTX_INPROC_SERVER otherwise what "DllGetClassObject" of the
-    /// module gives that the registry has for the class (HKEY_CLASSES_ROOT\\CLSID\\{...}\\InprocServer32): it is loaded
-    /// for that, and stays so; CO_E_DLLNOTFOUND if it cannot be, CO_E_ERRORINDLL if it has no such function.
-    /// CO_E_NOTINITIALIZED on a thread outside of all apartments, E_UNEXPECTED for no context, REGDB_E_CLASSNOTREG for
-    /// an unknown class, E_INVALIDARG for a null `object`. No other machines are reached: `server` must be null
-    /// (E_INVALIDARG).
+    /// apartment for one of the bits of `context`; with CLSCTX_INPROC_SERVER otherwise of one of the platform's own
+    /// classes (msxml.h), or what "DllGetClassObject" of the module gives that the registry has for the class
+    /// (HKEY_CLASSES_ROOT\\CLSID\\{...}\\InprocServer32): it is loaded for that, and stays so; CO_E_DLLNOTFOUND if it
+    /// cannot be, CO_E_ERRORINDLL if it has no such function. CO_E_NOTINITIALIZED on a thread outside of all
+    /// apartments, E_UNEXPECTED for no context, REGDB_E_CLASSNOTREG for an unknown class, E_INVALIDARG for a null
+    /// `object`. No other machines are reached: `server` must be null (E_INVALIDARG).
     KVCORE_API HRESULT WINAPI CoGetClassObject(REFCLSID id, DWORD context, LPVOID server, REFIID iid, LPVOID * object);
 
     /// Registers a class object in the caller's apartment, with a reference of its own, and stores at `registration`

@@ -6,6 +6,7 @@
 
 #include <kvcore/platform/include/objbase.h>
 #include <kvcore/platform/linux/com/Apartments.h>
+#include <kvcore/platform/linux/com/BuiltInClasses.h>
 #include <kvcore/platform/linux/com/ServerModules.h>
 
 using namespace kv::platform;
@@ -125,7 +126,9 @@ try
     {
         return E_UNEXPECTED;
     }
-    IUnknown * const classObject = FindRegistered(id, context, apartment);
+    IUnknown * const registered = FindRegistered(id, context, apartment);
+    IUnknown * const classObject =
+        registered == nullptr && (context & CLSCTX_INPROC_SERVER) != 0 ? BuiltInClassObject(id) : registered;
     if (classObject == nullptr)
     {
         return (context & CLSCTX_INPROC_SERVER) != 0 ? GetModuleClassObject(id, iid, object) : REGDB_E_CLASSNOTREG;

@@ -1,0 +1,570 @@
+#include <kvcore/config/XMLParser.h>
+
+#include <iterator>
+#include <random>
+#include <string>
+
+#include <kvcore/config/XMLWriter.h>
+#include <kvcore/streams/MemoryStreams.h>
+
+#include <support/ComApartment.h>
+#include <support/ScratchPaths.h>
+
+using namespace kv::test;
+
+namespace
+{
+
+#ifdef _WIN32 // the system's component may know no positions, accept unbound prefixes, and pass over wrong style sheets
+constexpr bool strictComponent = false;
+#else
+constexpr bool strictComponent = true;
+#endif
+
+class XMLParsing : public ::testing::Test
+{
+protected:
+    ComApartment com;
+};
+
+using XMLNodes = XMLParsing;
+using XMLSchemas = XMLParsing;
+using XMLTransformations = XMLParsing;
+
+XMLDocument Parsed(std::string const & text)
+{
+    return XMLParser::ParseData(text.data(), static_cast<int>(text.size()));
+}
+
+/// A failure as text: the code and the message, or "none".
+template <typename Action>
+std::string FailureOf(Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (XMLParser::Exception const & failure)
+    {
+        return std::to_string(failure.code) + ": " + failure.message.Utf8();
+    }
+    return "none";
+}
+
+std::string ParseFailure(std::string const & text)
+{
+    return FailureOf([&] { Parsed(text); });
+}
+
+bool StartsWith(std::string const & text, std::string const & start)
+{
+    return text.compare(0, start.size(), start) == 0;
+}
+
+bool EndsWith(std::string const & text, std::string const & end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+bool Contains(std::string const & text, std::string const & part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+std::string Names(std::vector<XMLNode> const & nodes)
+{
+    std::string names;
+    for (XMLNode const & node : nodes)
+    {
+        names += node.GetName().Utf8() + ' ';
+    }
+    return names;
+}
+
+} // namespace
+
+TEST_F(XMLParsing, NegativeLengthMeansUpToTheNul)
+{
+    EXPECT_EQ(XMLParser::ParseData("<a/>", -1).GetXML(), XMLParser::ParseData("<a/>", 4).GetXML());
+    EXPECT_EQ(XMLParser::ParseData("<a/>nonsense", 4).GetChildNode("a", true).GetName(), TEXT("a"));
+}
+
+TEST_F(XMLParsing, ADocumentIsANode)
+{
+    XMLDocument const document = Parsed("<a/>");
+    EXPECT_TRUE(document);
+    EXPECT_EQ(document.GetType(), XMLNode::Document);
+    EXPECT_EQ(document.GetName(), TEXT("#document"));
+    EXPECT_FALSE(document.GetParentNode());
+    EXPECT_EQ(document.GetDocumentNode().GetType(), XMLNode::Document);
+}
+
+TEST_F(XMLParsing, MalformedTextGivesReasonLineAndPosition)
+{
+    for (std::string const text :
+         {"", " ", "x", "<a", "<a>", "<a></b>", "<a x=1/>", "<a/><b/>", "<a>&b;</a>", "<a x='1' x='2'/>", "<a>\x01</a>",
+          "<a>\xFF</a>"})
+    {
+        std::string const failure = ParseFailure(text);
+        EXPECT_TRUE(StartsWith(failure, "2: ")) << text << ": " << failure;
+        EXPECT_TRUE(EndsWith(failure, "\n")) << text << ": " << failure;
+        EXPECT_GT(failure.size(), std::string("2: Line/Pos: 1/1\n").size()) << text;
+        EXPECT_FALSE(Contains(failure, "File: ")) << failure;
+        EXPECT_TRUE(!strictComponent || Contains(failure, "\nLine/Pos: 1/")) << text << ": " << failure;
+    }
+    EXPECT_TRUE(!strictComponent || StartsWith(ParseFailure("<p:a/>"), "2: "));
+}
+
+TEST_F(XMLParsing, ThePositionIsWhereTheTextGoesWrong)
+{
+    std::string const failure = ParseFailure("<a>\n  <b>\n</a>");
+    EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
+    EXPECT_TRUE(!strictComponent || Contains(failure, "\nLine/Pos: 3/")) << failure;
+}
+
+TEST_F(XMLParsing, EncodingsAreRead)
+{
+    struct Case
+    {
+        std::string bytes;
+        char const * what;
+    };
+    Case const cases[] = {
+        {"<a>\xC3\xA4</a>", "UTF-8"},
+        {"\xEF\xBB\xBF<a>\xC3\xA4</a>", "UTF-8 with a mark"},
+        {"<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xE4</a>", "Latin-1"},
+        {std::string("\xFF\xFE<\0a\0>\0\xE4\0<\0/\0a\0>\0", 18), "UTF-16 with a mark"},
+        {"<a>&#228;</a>", "a reference"},
+    };
+    for (Case const & each : cases)
+    {
+        EXPECT_EQ(Parsed(each.bytes).GetText(), TEXT("\u00E4")) << each.what;
+    }
+    EXPECT_EQ(Parsed("<a>\xF0\x9F\x98\x80</a>").GetText(), TEXT("\U0001F600"));
+}
+
+TEST_F(XMLParsing, WhiteSpaceInTextsIsKept)
+{
+    XMLNode const root = Parsed("<a>\n <b> t </b>\n</a>").GetChildNode("a", true);
+    EXPECT_EQ(root.GetText(), TEXT("\n  t \n"));
+    EXPECT_EQ(root.GetChildNodes("node()", false).size(), 3u);
+    EXPECT_EQ(root.GetXML(), TEXT("<a>\r\n <b> t </b>\r\n</a>"));
+}
+
+TEST_F(XMLParsing, ReadsAFile)
+{
+    ScratchPaths const scratch;
+    String const path = scratch.Make("caf\xC3\xA9 1.xml", "<a><b/></a>");
+    EXPECT_EQ(XMLParser::ParseFile(path.c_str()).GetChildNode("a/b", true).GetName(), TEXT("b"));
+}
+
+TEST_F(XMLParsing, AMalformedFileIsNamed)
+{
+    ScratchPaths const scratch;
+    String const path = scratch.Make("wrong.xml", "<a>\n<b></a>");
+    std::string const failure = FailureOf([&] { XMLParser::ParseFile(path.c_str()); });
+    EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
+    EXPECT_TRUE(!strictComponent || Contains(failure, "\nFile: ")) << failure;
+    EXPECT_TRUE(!strictComponent || Contains(failure, "wrong.xml\nLine/Pos: 2/")) << failure;
+}
+
+TEST_F(XMLParsing, AMissingFileIsAWrongDocument)
+{
+    ScratchPaths const scratch;
+    String const path = scratch(TEXT("missing.xml"));
+    std::string const failure = FailureOf([&] { XMLParser::ParseFile(path.c_str()); });
+    EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
+    EXPECT_FALSE(Contains(failure, "Line/Pos")) << failure;
+}
+
+TEST(XMLParser, WithoutComTheComponentIsMissing)
+{
+    EXPECT_EQ(ParseFailure("<a/>"), "1: MSXML4 parser not installed");
+}
+
+TEST_F(XMLNodes, AnEmptyNodeIsEmptyInEveryWay)
+{
+    XMLNode const empty;
+    EXPECT_FALSE(empty);
+    EXPECT_EQ(empty.GetType(), 0);
+    EXPECT_EQ(empty.GetName(), TEXT(""));
+    EXPECT_EQ(empty.GetText(), TEXT(""));
+    EXPECT_EQ(empty.GetXML(), TEXT(""));
+    EXPECT_FALSE(empty.GetParentNode());
+    EXPECT_FALSE(empty.GetDocumentNode());
+    EXPECT_FALSE(empty.GetChildNode("a", false));
+    EXPECT_TRUE(empty.GetChildNodes("a", false).empty());
+    EXPECT_FALSE(empty.HasAttribute("a"));
+    EXPECT_FALSE(empty.TransformNode(empty));
+    EXPECT_FALSE(empty.TransformNode(Parsed("<a/>")));
+    EXPECT_FALSE(Parsed("<a/>").TransformNode(empty));
+}
+
+TEST_F(XMLNodes, RequiringSomethingOfAnEmptyNodeIsANullPointer)
+{
+    XMLNode const empty;
+    String value;
+    for (std::string const & failure :
+         {FailureOf([&] { empty.GetChildNode("a", true); }), FailureOf([&] { empty.GetChildNodes("a", true); }),
+          FailureOf([&] { empty.GetAttribute("a", value, true); })})
+    {
+        EXPECT_TRUE(StartsWith(failure, "0: Unexpected COM error.\nMessage: ")) << failure;
+        EXPECT_TRUE(EndsWith(failure, "\n"));
+        EXPECT_FALSE(Contains(failure, "\r")) << failure;
+    }
+}
+
+TEST_F(XMLNodes, TypesAndNames)
+{
+    XMLNode const root = Parsed("<a p:x='1' xmlns:p='u'>t<![CDATA[c]]><p:b/></a>").GetChildNode("a", true);
+    struct Case
+    {
+        char const * path;
+        XMLNode::NodeType type;
+        WCHAR const * name;
+    };
+    Case const cases[] = {
+        {".", XMLNode::Element, TEXT("a")},
+        {"text()", XMLNode::Text, TEXT("#text")},
+        {"text()[2]", XMLNode::CDataSection, TEXT("#cdata-section")},
+        {"*", XMLNode::Element, TEXT("p:b")},
+        {"/", XMLNode::Document, TEXT("#document")},
+    };
+    for (Case const & each : cases)
+    {
+        XMLNode const node = root.GetChildNode(each.path, true);
+        EXPECT_EQ(node.GetType(), each.type) << each.path;
+        EXPECT_EQ(node.GetName(), each.name) << each.path;
+    }
+}
+
+TEST_F(XMLNodes, OnlyElementsTextsAndDocumentsAreFound)
+{
+    XMLNode const root = Parsed("<a x='1'><!--c--><?p i?><b/>t</a>").GetChildNode("a", true);
+    EXPECT_FALSE(root.GetChildNode("@x", false));
+    EXPECT_TRUE(root.HasAttribute("x"));
+    EXPECT_FALSE(root.GetChildNode("comment()", false));
+    EXPECT_FALSE(root.GetChildNode("processing-instruction()", false));
+    // The first result decides, also where a later one would count.
+    EXPECT_FALSE(root.GetChildNode("node()", false));
+    EXPECT_EQ(FailureOf([&] { root.GetChildNode("@x", true); }), "2: element '@x' missing under <a>");
+    EXPECT_EQ(Names(root.GetChildNodes("node()", true)), "b #text ");
+    EXPECT_TRUE(root.GetChildNodes("@*", false).empty());
+    EXPECT_EQ(FailureOf([&] { root.GetChildNodes("@x", true); }), "2: element <@x> missing under <a>");
+}
+
+TEST_F(XMLNodes, WhatIsMissingIsNamed)
+{
+    XMLDocument const document = Parsed("<a/>");
+    XMLNode const root = document.GetChildNode("a", true);
+    EXPECT_FALSE(root.GetChildNode("b", false));
+    EXPECT_TRUE(root.GetChildNodes("b", false).empty());
+    EXPECT_EQ(FailureOf([&] { root.GetChildNode("b", true); }), "2: element 'b' missing under <a>");
+    EXPECT_EQ(FailureOf([&] { root.GetChildNodes("b", true); }), "2: element <b> missing under <a>");
+    EXPECT_EQ(FailureOf([&] { document.GetChildNode("b", true); }), "2: element 'b' missing under <#document>");
+}
+
+TEST_F(XMLNodes, PathsAreXPath)
+{
+    XMLNode const root =
+        Parsed("<a><b n='1'>x</b><c n='2'><b n='3'>y</b></c><b n='4'>z</b></a>").GetChildNode("/a", true);
+    struct Case
+    {
+        char const * path;
+        char const * texts;
+    };
+    Case const cases[] = {
+        {"b", "x z "},
+        {"//b", "x y z "},
+        {"c | b", "x y z "},
+        {"b[@n='4']", "z "},
+        {"b[2]", "z "},
+        {"b[last()]", "z "},
+        {"descendant::b", "x y z "},
+        {"c/following-sibling::b", "z "},
+        {"c/preceding-sibling::b", "x "},
+        {"c/b/ancestor::c", "y "},
+        {"c/b/..", "y "},
+        {"*[@n > 1]", "y z "},
+        {"b[contains(., 'z')]/text()", "z "},
+        {"b[position() = 1 or . = 'z']", "x z "},
+        {"self::a/c", "y "},
+        {"self::b", ""},
+    };
+    for (Case const & each : cases)
+    {
+        std::string texts;
+        for (XMLNode const & node : root.GetChildNodes(each.path, false))
+        {
+            texts += node.GetText().Utf8() + ' ';
+        }
+        EXPECT_EQ(texts, each.texts) << each.path;
+    }
+}
+
+TEST_F(XMLNodes, WideAndNarrowFormsAreTheSame)
+{
+    XMLNode const root = Parsed("<a \xC3\xA4='1'><\xC3\xB6/></a>").GetChildNode(TEXT("a"), true);
+    EXPECT_TRUE(root.HasAttribute(TEXT("\u00E4")));
+    EXPECT_TRUE(root.HasAttribute("\xC3\xA4"));
+    EXPECT_TRUE(root.GetChildNode(TEXT("\u00F6"), false));
+    EXPECT_TRUE(root.GetChildNode("\xC3\xB6", false));
+    EXPECT_EQ(root.GetChildNodes(TEXT("*"), false).size(), root.GetChildNodes("*", false).size());
+    String value;
+    EXPECT_TRUE(root.GetAttribute(TEXT("\u00E4"), value, true));
+    EXPECT_EQ(value, TEXT("1"));
+}
+
+TEST_F(XMLNodes, AWrongPathIsAFailureOfTheComponent)
+{
+    XMLDocument const document = Parsed("<a/>");
+    for (char const * const path : {"", "a[", "]", "@", "a//", "f(", "unknown()", "u:a", "a b"})
+    {
+        std::string const failure = FailureOf([&] { document.GetChildNodes(path, false); });
+        EXPECT_TRUE(StartsWith(failure, "0: Unexpected COM error.\n")) << path << ": " << failure;
+    }
+}
+
+TEST_F(XMLNodes, AttributesAreReadAndRequired)
+{
+    XMLNode const root = Parsed("<a x='' y='&lt;1\n2' p:z='3' xmlns:p='u'>t</a>").GetChildNode("a", true);
+    String value = TEXT("before");
+    EXPECT_FALSE(root.GetAttribute("w", value, false));
+    EXPECT_EQ(value, TEXT("before"));
+    EXPECT_TRUE(root.GetAttribute("y", value, true));
+    EXPECT_EQ(value, TEXT("<1 2"));
+    EXPECT_TRUE(root.GetAttribute("p:z", value, true));
+    EXPECT_EQ(value, TEXT("3"));
+    EXPECT_FALSE(root.HasAttribute("z"));
+    EXPECT_EQ(FailureOf([&] { root.GetAttribute("w", value, true); }), "2: attribute 'w' missing for <a>");
+}
+
+TEST_F(XMLNodes, ARequiredAttributeMustNotBeEmpty)
+{
+    XMLNode const root = Parsed("<a x=''/>").GetChildNode("a", true);
+    String value = TEXT("before");
+    EXPECT_EQ(FailureOf([&] { root.GetAttribute("x", value, true); }), "2: attribute 'x' missing for <a>");
+    EXPECT_TRUE(root.HasAttribute("x"));
+    EXPECT_TRUE(root.GetAttribute("x", value, false));
+    EXPECT_EQ(value, TEXT(""));
+}
+
+TEST_F(XMLNodes, OnlyElementsHaveAttributes)
+{
+    XMLDocument const document = Parsed("<a x='1'>t</a>");
+    XMLNode const text = document.GetChildNode("a/text()", true);
+    String value = TEXT("before");
+    EXPECT_FALSE(text.GetAttribute("x", value, false));
+    EXPECT_FALSE(document.GetAttribute("x", value, false));
+    EXPECT_EQ(value, TEXT("before"));
+    EXPECT_EQ(FailureOf([&] { text.GetAttribute("x", value, true); }), "2: attribute 'x' missing for <#text>");
+}
+
+TEST_F(XMLNodes, ANodeKeepsItsDocumentAlive)
+{
+    XMLNode text = Parsed("<a><b>t</b></a>").GetChildNode("a/b/text()", true);
+    EXPECT_EQ(text.GetText(), TEXT("t"));
+    EXPECT_EQ(text.GetParentNode().GetName(), TEXT("b"));
+    EXPECT_EQ(text.GetDocumentNode().GetChildNode("a", true).GetText(), TEXT("t"));
+    XMLNode const copy = text;
+    text = XMLNode();
+    EXPECT_EQ(copy.GetParentNode().GetParentNode().GetName(), TEXT("a"));
+    EXPECT_EQ(copy.GetParentNode().GetParentNode().GetParentNode().GetType(), XMLNode::Document);
+}
+
+namespace
+{
+
+constexpr char schema[] = "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'>"
+                          "<xs:element name='a'><xs:complexType><xs:sequence>"
+                          "<xs:element name='n' type='xs:int' maxOccurs='3'/>"
+                          "</xs:sequence></xs:complexType></xs:element></xs:schema>";
+
+std::string ValidationFailure(std::string const & text, std::string const & rules)
+{
+    return FailureOf([&] { Parsed(text).ValidateSchema(rules.data(), static_cast<int>(rules.size())); });
+}
+
+} // namespace
+
+TEST_F(XMLSchemas, ADocumentFollowsItsSchemaOrNot)
+{
+    EXPECT_EQ(ValidationFailure("<a><n>1</n></a>", schema), "none");
+    EXPECT_EQ(FailureOf([] { Parsed("<a><n>1</n></a>").ValidateSchema(schema, -1); }), "none");
+    for (char const * const text : {"<a/>", "<b/>", "<a><n>x</n></a>", "<a><n>1</n><n>1</n><n>1</n><n>1</n></a>"})
+    {
+        std::string const failure = ValidationFailure(text, schema);
+        EXPECT_TRUE(StartsWith(failure, "2: ")) << text << ": " << failure;
+        EXPECT_GT(failure.size(), 4u) << text;
+    }
+}
+
+TEST_F(XMLSchemas, AnEmptyDocumentFollowsEverySchema)
+{
+    EXPECT_EQ(FailureOf([] { XMLDocument().ValidateSchema(schema, -1); }), "none");
+    EXPECT_EQ(FailureOf([] { XMLDocument().ValidateSchema("nonsense", -1); }), "none");
+}
+
+TEST_F(XMLSchemas, ABadSchemaIsAnInternalFailure)
+{
+    EXPECT_EQ(ValidationFailure("<a/>", "<xs:schema"), "0: Internal XML schema invalid");
+    EXPECT_EQ(ValidationFailure("<a/>", ""), "0: Internal XML schema invalid");
+}
+
+TEST_F(XMLSchemas, XmlThatIsNoSchemaIsAFailureOfTheComponent)
+{
+    std::string const failure = ValidationFailure("<a/>", "<nonsense/>");
+    EXPECT_TRUE(StartsWith(failure, "0: ")) << failure;
+}
+
+TEST_F(XMLSchemas, ADocumentCanBeValidatedAgain)
+{
+    XMLDocument document = Parsed("<a><n>x</n></a>");
+    std::string const texts(schema);
+    std::string const loose =
+        "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'><xs:element name='a'/></xs:schema>";
+    EXPECT_TRUE(StartsWith(FailureOf([&] { document.ValidateSchema(schema, -1); }), "2: "));
+    EXPECT_EQ(FailureOf([&] { document.ValidateSchema(loose.c_str(), -1); }), "none");
+    EXPECT_TRUE(StartsWith(FailureOf([&] { document.ValidateSchema(schema, -1); }), "2: "));
+}
+
+TEST_F(XMLTransformations, MakeANewDocument)
+{
+    XMLDocument const document = Parsed("<a><b>1</b><b>2</b></a>");
+    XMLDocument const stylesheet =
+        Parsed("<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+               "<xsl:template match='/'><r><xsl:for-each select='a/b'><i v='{.}'/></xsl:for-each></r></xsl:template>"
+               "</xsl:stylesheet>");
+    XMLNode const result = document.TransformNode(stylesheet);
+    EXPECT_EQ(result.GetType(), XMLNode::Document);
+    EXPECT_EQ(Names(result.GetChildNodes("r/i[@v = 1] | r/i[@v = 2]", true)), "i i ");
+    EXPECT_EQ(document.GetChildNodes("a/b", true).size(), 2u);
+}
+
+TEST_F(XMLTransformations, WhatIsNoStyleSheetFails)
+{
+    std::string const failure = FailureOf(
+        []
+        {
+            Parsed("<a/>").TransformNode(
+                Parsed("<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+                       "<xsl:template match='['/></xsl:stylesheet>"));
+        });
+    EXPECT_EQ(failure, strictComponent ? "4: Transformation failed" : "none");
+}
+
+namespace
+{
+
+/// A writer that makes random calls, and the same calls as a tree to be compared with what is read back.
+class RandomDocument
+{
+public:
+    explicit RandomDocument(unsigned seed) : random(seed), writer(stream, false)
+    {
+        WriteElement(0);
+    }
+
+    std::string Content()
+    {
+        return stream.GetContent();
+    }
+    /// What a walk over the document must find.
+    std::string const & Expected() const
+    {
+        return expected;
+    }
+
+private:
+    unsigned Draw(unsigned below)
+    {
+        return static_cast<unsigned>(random() % below);
+    }
+    String RandomText()
+    {
+        static WCHAR const * const pieces[] = {TEXT("a"),      TEXT("<"),          TEXT("&"),    TEXT(">"),
+                                               TEXT("\""),     TEXT("'"),          TEXT("\t"),   TEXT("\n"),
+                                               TEXT("\r"),     TEXT("]]>"),        TEXT("  "),   TEXT("--"),
+                                               TEXT("\u00E4"), TEXT("\U0001F600"), TEXT("&amp;")};
+        String text;
+        for (unsigned count = 1 + Draw(6); count != 0; --count)
+        {
+            text += pieces[Draw(std::size(pieces))];
+        }
+        return text;
+    }
+    void WriteElement(int depth)
+    {
+        std::string const name = "e" + std::to_string(Draw(5));
+        bool const empty = depth > 6 || (depth != 0 && Draw(4) == 0); // the last call must close a tag
+        empty ? writer.WriteEmptyElement(name.c_str()) : writer.WriteStartElement(name.c_str(), Draw(2) == 0);
+        expected += '(' + name;
+        for (unsigned i = 0, count = Draw(3); i < count; ++i)
+        {
+            std::string const attribute = "x" + std::to_string(i);
+            String const value = RandomText();
+            writer.WriteAttribute(attribute.c_str(), value);
+            expected += '@' + value.Utf8();
+        }
+        if (!empty)
+        {
+            WriteContent(depth);
+            writer.WriteEndElement();
+        }
+        expected += ')';
+    }
+    void WriteContent(int depth)
+    {
+        bool text = false; // texts that follow each other are read as one
+        for (unsigned count = Draw(5); count != 0; --count)
+        {
+            if (!text && Draw(2) == 0)
+            {
+                String const content = RandomText();
+                writer.WriteCharacters(content);
+                expected += '#' + content.Utf8();
+                text = true;
+            }
+            else
+            {
+                WriteElement(depth + 1);
+                text = false;
+            }
+        }
+    }
+
+    std::mt19937 random;
+    MemoryOutputStream stream;
+    XMLWriter writer;
+    std::string expected;
+};
+
+std::string Walk(XMLNode const & node)
+{
+    if (node.GetType() == XMLNode::Text)
+    {
+        return '#' + node.GetText().Utf8();
+    }
+    std::string found = '(' + node.GetName().Utf8();
+    String value;
+    for (int i = 0; node.GetAttribute(("x" + std::to_string(i)).c_str(), value, false); ++i)
+    {
+        found += '@' + value.Utf8();
+    }
+    for (XMLNode const & child : node.GetChildNodes("node()", false))
+    {
+        found += Walk(child);
+    }
+    return found + ')';
+}
+
+} // namespace
+
+TEST_F(XMLParsing, WhatTheWriterWroteReadsBackEqual)
+{
+    for (unsigned seed = 0; seed < 300; ++seed)
+    {
+        RandomDocument document(seed);
+        EXPECT_EQ(Walk(Parsed(document.Content()).GetChildNode("*", true)), document.Expected()) << document.Content();
+    }
+}
