@@ -14,7 +14,7 @@ if(PROJECT_IS_TOP_LEVEL)
 endif()
 
 # An instruction may throw; an access through a null pointer faults and is no promise; what only faults is kept.
-set(KVCORE_FAULT_OPTIONS -fnon-call-exceptions -fno-delete-null-pointer-checks -fno-delete-dead-exceptions)
+set(KVCORE_PUBLIC_OPTIONS -fno-optimize-sibling-calls -fnon-call-exceptions -fno-delete-null-pointer-checks -fno-delete-dead-exceptions)
 
 # kv_configure(<target>): language level, warnings as errors, sanitizers and visibility.
 function(kv_configure target)
@@ -42,8 +42,9 @@ function(kv_configure_library target)
     target_include_directories(
         ${target} PUBLIC $<BUILD_INTERFACE:${KVCORE_INCLUDE_ROOT}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     target_compile_definitions(${target} PRIVATE KVCORE_BUILD)
-    # Hardware faults become exceptions only where the compiler expects them, in the users' code, too.
-    foreach(option IN LISTS KVCORE_FAULT_OPTIONS)
+    # Hardware faults become exceptions only where the compiler expects them, and the log knows its caller by the
+    # address to which a call returns, which a call by way of a jump would hide: in the users' code, too.
+    foreach(option IN LISTS KVCORE_PUBLIC_OPTIONS)
         target_compile_options(${target} PUBLIC $<$<COMPILE_LANG_AND_ID:CXX,GNU>:${option}>)
     endforeach()
     if(NOT BUILD_SHARED_LIBS)

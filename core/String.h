@@ -14,6 +14,7 @@
 
 template <typename T>
 class MemoryArray;
+class ModuleBase;
 
 /// The library's text: the standard wide string with numbers, encodings, comparison, lines and formatting added.
 ///
@@ -288,6 +289,22 @@ public:
     {
         return FromFormatMessage(format.c_str(), arguments...);
     }
+    /// @}
+
+    /// @name Texts of a module's string table
+    /// As the above, with text `id` of the module as the template; a text that is missing is an empty template. The
+    /// module must be one that was initialised.
+    /// @{
+    static String FromFormatV(ModuleBase * module, unsigned int id, std::va_list arguments);
+    static String FromFormat(ModuleBase * module, unsigned int id, ...);
+    static String FromFormatMessageV(ModuleBase * module, unsigned int id, std::va_list arguments);
+    static String FromFormatMessage(ModuleBase * module, unsigned int id, ...);
+    /// Assigns the message.
+    void FormatMessageW(ModuleBase * module, unsigned int id, ...);
+    /// Appends the message as a line behind CR LF.
+    void AddMessage(ModuleBase * module, unsigned int id, ...);
+    /// Assigns the text itself.
+    void LoadStringW(unsigned int id, ModuleBase * module);
     /// @}
 };
 

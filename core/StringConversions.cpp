@@ -56,7 +56,7 @@ String String::FromTime(SYSTEMTIME const & when, bool withSeconds)
 String String::FromError(DWORD code)
 {
     kv::detail::LocalText text;
-    DWORD const length = FormatMessageW(
+    DWORD const length = ::FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code,
         LOCALE_USER_DEFAULT, text.Target(), 0, nullptr);
     if (length == 0)

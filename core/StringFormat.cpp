@@ -97,7 +97,7 @@ String String::FromFormatMessageV(WCHAR const * format, std::va_list arguments)
 {
     ArgumentsCopy list(arguments);
     kv::detail::LocalText text;
-    DWORD const length = FormatMessageW(
+    DWORD const length = ::FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_STRING, format, 0, 0, text.Target(), 0, &list.copy);
     return length != 0 ? String(text.Get(), length) : String();
 }

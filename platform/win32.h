@@ -13,6 +13,7 @@
 
 #    include <mmsystem.h>
 #    include <objbase.h>
+#    include <shellapi.h>
 #    include <process.h>
 #    include <shlobj.h>
 #    include <shlwapi.h>
@@ -32,10 +33,12 @@
 #    include <kvcore/platform/include/messages.h>
 #    include <kvcore/platform/include/mmtimer.h>
 #    include <kvcore/platform/include/objbase.h>
+#    include <kvcore/platform/include/objidl.h>
 #    include <kvcore/platform/include/overlapped.h>
 #    include <kvcore/platform/include/processenv.h>
 #    include <kvcore/platform/include/processthreadsapi.h>
 #    include <kvcore/platform/include/profileapi.h>
+#    include <kvcore/platform/include/session.h>
 #    include <kvcore/platform/include/shellapi.h>
 #    include <kvcore/platform/include/synchapi.h>
 #    include <kvcore/platform/include/sysinfo.h>
@@ -45,5 +48,6 @@
 #    include <kvcore/platform/include/tlhelp32.h>
 #    include <kvcore/platform/include/winnls.h>
 #    include <kvcore/platform/include/winreg.h>
+#    include <kvcore/platform/include/winuser.h>
 #    include <kvcore/platform/include/winver.h>
 #endif

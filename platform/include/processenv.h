@@ -9,6 +9,11 @@
 
 extern "C"
 {
+    /// The command line of the process: its arguments with blanks between them and quotes where they need them, so that
+    /// CommandLineToArgvW finds them again. Bytes of an argument that are no text become units as those of names do.
+    /// The text is the process's own; it must not be changed or released.
+    KVCORE_API LPWSTR WINAPI GetCommandLineW();
+
     /// Copies a variable's value. Gives its length; the size that the buffer needs, the NUL included, if `size` is too
     /// small; 0 with ERROR_ENVVAR_NOT_FOUND if there is no such variable. A variable may be empty.
     KVCORE_API DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);

@@ -53,4 +53,10 @@ extern "C"
     /// The URL that `relative` names beside `base`, by RFC 3986; "c:\a" is an absolute one. Schemes become lower-case,
     /// and backslashes in "file:" and "http:" URLs slashes. E_INVALIDARG for flags other than URL_DONT_SIMPLIFY.
     KVCORE_API HRESULT WINAPI UrlCombineW(LPCWSTR base, LPCWSTR relative, LPWSTR combined, LPDWORD length, DWORD flags);
+
+    /// Takes a command line apart, as programs of Windows do: blanks and tabs separate, quotes keep together, and
+    /// backslashes count only in front of a quote, where two are one and one takes the quote as it stands. The first
+    /// argument has no escapes. An empty line is the program's own path alone. The result is one block for LocalFree;
+    /// null with ERROR_INVALID_PARAMETER without a `count`, or for want of memory.
+    KVCORE_API LPWSTR * WINAPI CommandLineToArgvW(LPCWSTR line, int * count);
 }

@@ -21,3 +21,14 @@ struct IUnknown
 extern "C" KVCORE_API IID const IID_IUnknown;
 
 typedef IUnknown * LPUNKNOWN;
+
+namespace kv::platform
+{
+
+// One for each interface that the platform declares: see InterfaceId.
+inline IID const & KnownInterfaceId(IUnknown *)
+{
+    return IID_IUnknown;
+}
+
+} // namespace kv::platform

@@ -6,6 +6,27 @@
 #include <kvcore/files/File.h>
 #include <kvcore/platform/win32.h>
 
+namespace
+{
+
+/// As the program's start takes it apart again.
+String Quoted(String const & argument)
+{
+    String quoted = TEXT("\"");
+    std::size_t backslashes = 0;
+    for (WCHAR const c : argument)
+    {
+        quoted.append(c == '"' ? backslashes + 1 : 0, '\\');
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        quoted.push_back(c);
+    }
+    quoted.append(backslashes, '\\');
+    quoted.push_back('"');
+    return quoted;
+}
+
+} // namespace
+
 int RunChildProgram(std::string const & name, std::vector<std::string> const & arguments)
 {
     WCHAR own[MAX_PATH];
@@ -13,7 +34,7 @@ int RunChildProgram(std::string const & name, std::vector<std::string> const & a
     String command = TEXT("\"") + File::GetDirname(own) + TEXT("\\") + String::FromUtf8(name) + TEXT(".exe\"");
     for (std::string const & argument : arguments)
     {
-        command += TEXT(" \"") + String::FromUtf8(argument) + TEXT("\"");
+        command += TEXT(" ") + Quoted(String::FromUtf8(argument));
     }
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;

@@ -1,0 +1,402 @@
+#include <kvcore/frame/KVLogFile.h>
+
+#include <cstdarg>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include <kvcore/files/AsyncFileStream.h>
+#include <kvcore/files/RecursiveLock.h>
+#include <kvcore/frame/ModuleBase.h>
+#include <kvcore/frame/detail/LogLifetime.h>
+#include <kvcore/frame/detail/LogLine.h>
+#include <kvcore/platform/win32.h>
+
+using kv::detail::LogRing;
+using kv::detail::LogText;
+using kv::detail::LogTime;
+
+GUID const IID_IKVLogFile = {0x0ABBA202, 0x35FF, 0x4511, {0x84, 0xA8, 0x63, 0xD5, 0x67, 0x6D, 0x3C, 0x04}};
+
+IKVLogFile::~IKVLogFile() = default;
+
+namespace
+{
+
+/// The log's own storage, outside the lifetime of anything, so that a call after the end finds an object to talk to.
+alignas(KVLogFile) unsigned char storage[sizeof(KVLogFile)];
+
+std::size_t constexpr pathLength = 260;
+std::size_t constexpr nameLength = 256;
+WCHAR const noModule[] = TEXT("<---MT--->");
+
+/// The name, without folder and extension, of the module that holds an address.
+class ModuleName
+{
+public:
+    explicit ModuleName(void const * location)
+    {
+        if (location == nullptr)
+        {
+            std::copy(std::begin(noModule), std::end(noModule), name);
+            return;
+        }
+        WCHAR path[pathLength] = {};
+        GetModuleFileNameW(ModuleBase::GetHInstance(location), path, pathLength);
+        path[pathLength - 1] = 0;
+        _wsplitpath_s(path, nullptr, 0, nullptr, 0, name, nameLength, nullptr, 0);
+    }
+    LogText Get() const
+    {
+        return name;
+    }
+
+private:
+    WCHAR name[nameLength] = {};
+};
+
+/// Today's time of day here. Asked of the system once a second, since the answer may take a look at the zone's rules.
+class WallClock
+{
+public:
+    LogTime Now()
+    {
+        FILETIME ticks;
+        GetSystemTimeAsFileTime(&ticks);
+        ULONGLONG const second = (ULONGLONG{ticks.dwHighDateTime} << 32 | ticks.dwLowDateTime) / 10'000'000;
+        if (second != shownSecond)
+        {
+            SYSTEMTIME local;
+            GetLocalTime(&local);
+            shown = {local.wHour, local.wMinute, local.wSecond};
+            shownSecond = second;
+        }
+        return shown;
+    }
+
+private:
+    ULONGLONG shownSecond = 0;
+    LogTime shown = {};
+};
+
+/// Replaces `bytes` by `text` in the ANSI code page, a stretch at a time: the system counts in 32 bits.
+void ToAnsi(LogText text, std::string & bytes)
+{
+    constexpr std::size_t stretch = 65536;
+    constexpr std::size_t longestCharacter = 4; // in bytes; an element never gives more
+    std::size_t filled = 0;
+    while (!text.empty())
+    {
+        std::size_t count = std::min(text.size(), stretch);
+        if (count < text.size() && (text[count - 1] & 0xFC00) == 0xD800)
+        {
+            --count; // a pair stays together
+        }
+        bytes.resize(filled + count * longestCharacter);
+        int const room = int(bytes.size() - filled);
+        filled += std::size_t(
+            WideCharToMultiByte(CP_ACP, 0, text.data(), int(count), bytes.data() + filled, room, nullptr, nullptr));
+        text.remove_prefix(count);
+    }
+    bytes.resize(filled);
+}
+
+} // namespace
+
+struct KVLogFile::Log
+{
+    Log();
+    ~Log();
+    Log(Log const &) = delete;
+    Log & operator=(Log const &) = delete;
+
+    ULONG IndentOfThread() const;
+    bool Add(void const * location, LogText text);
+    void AppendLine(LogText moduleName, LogText text);
+    bool WriteLine();
+
+    std::map<DWORD, ULONG> indents; // one more for each thread that ever asked for the log
+    String filename;
+    BasicAsyncFileStream stream;
+    kv::detail::RecursiveLock lock; // guards everything in here
+    char * const ringMemory;
+    LogRing ring;
+
+    // Kept between lines, to save their memory.
+    WallClock clock;
+    WString line;
+    std::string bytes;
+};
+
+KVLogFile::Log::Log()
+    : ringMemory(static_cast<char *>(VirtualAlloc(nullptr, LogRing::size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))),
+      ring(ringMemory)
+{
+    if (ringMemory == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+}
+
+KVLogFile::Log::~Log()
+{
+    try
+    {
+        stream.Close();
+    }
+    catch (StreamBase::Exception const &)
+    {
+        // Nobody is left who could be told.
+    }
+    VirtualFree(ringMemory, LogRing::size, MEM_DECOMMIT);
+    VirtualFree(ringMemory, 0, MEM_RELEASE);
+}
+
+ULONG KVLogFile::Log::IndentOfThread() const
+{
+    auto const found = indents.find(GetCurrentThreadId());
+    return found != indents.end() ? found->second : 0;
+}
+
+/// Forms the line in `line`.
+void KVLogFile::Log::AppendLine(LogText moduleName, LogText text)
+{
+    line.clear();
+    AppendLogLine(line, clock.Now(), moduleName, text.empty() ? 0 : IndentOfThread(), text);
+}
+
+/// Writes `line`; false if no file is open. What the stream says is its own affair.
+bool KVLogFile::Log::WriteLine()
+{
+    if (!stream.IsOpen())
+    {
+        return false;
+    }
+    ToAnsi(line, bytes);
+    ring.Put(
+        bytes,
+        [this](char const * piece, std::size_t size)
+        {
+            try
+            {
+                stream.WriteAsync(piece, DWORD(size));
+            }
+            catch (StreamBase::Exception const &)
+            {
+            }
+        });
+    return true;
+}
+
+/// Logs each line of a text, up to the first that cannot be written.
+bool KVLogFile::Log::Add(void const * location, LogText text)
+{
+    ModuleName const moduleName(location);
+    LogText const lineEnds = TEXT("\r\n");
+    std::lock_guard const guard(lock);
+    for (std::size_t begin = text.find_first_not_of(lineEnds); begin != text.npos;)
+    {
+        std::size_t const end = std::min(text.find_first_of(lineEnds, begin), text.size());
+        AppendLine(moduleName.Get(), text.substr(begin, end - begin));
+        if (!WriteLine())
+        {
+            return false;
+        }
+        begin = text.find_first_not_of(lineEnds, end);
+    }
+    return true;
+}
+
+KVLogFile::KVLogFile() : log(new Log) {}
+
+KVLogFile::~KVLogFile()
+{
+    End();
+}
+
+/// Ends everything but the object itself, which goes on to answer.
+void KVLogFile::End()
+{
+    delete std::exchange(log, nullptr);
+}
+
+kv::detail::LogLifetime::LogLifetime()
+{
+    new (storage) KVLogFile;
+}
+
+kv::detail::LogLifetime::~LogLifetime()
+{
+    End(*std::launder(reinterpret_cast<KVLogFile *>(storage)));
+}
+
+KVLogFile * kv::detail::LogLifetime::Make()
+{
+    return new KVLogFile;
+}
+
+void kv::detail::LogLifetime::End(KVLogFile & log)
+{
+    log.End();
+}
+
+void kv::detail::LogLifetime::Delete(KVLogFile * log)
+{
+    delete log;
+}
+
+KVLogFile & KVLogFile::Object()
+{
+    KVLogFile & object = *std::launder(reinterpret_cast<KVLogFile *>(storage));
+    object.KVLogFile::SetThreadIndent(0);
+    return object;
+}
+
+HRESULT STDMETHODCALLTYPE KVLogFile::QueryInterface(REFIID iid, void ** object)
+{
+    *object = nullptr;
+    if (iid != IID_IUnknown && iid != IID_IKVLogFile)
+    {
+        return E_NOINTERFACE;
+    }
+    *object = static_cast<IKVLogFile *>(this);
+    AddRef();
+    return S_OK;
+}
+
+ULONG STDMETHODCALLTYPE KVLogFile::AddRef()
+{
+    return 1;
+}
+
+ULONG STDMETHODCALLTYPE KVLogFile::Release()
+{
+    return 1;
+}
+
+HRESULT STDMETHODCALLTYPE KVLogFile::SetThreadIndent(ULONG indent)
+{
+    if (log != nullptr)
+    {
+        std::lock_guard const guard(log->lock);
+        log->indents[GetCurrentThreadId()] = indent;
+    }
+    return S_OK;
+}
+
+bool KVLogFile::SetFilename(WCHAR const * name)
+{
+    if (log == nullptr)
+    {
+        return false;
+    }
+    std::lock_guard const guard(log->lock);
+    if (log->stream.IsOpen())
+    {
+        return false;
+    }
+    String const path(name);
+    log->stream.Open(path, FileAccess_Write, FileShare_Read, FileCreation_CreateAlways, FileAttributes_Normal);
+    if (!log->filename.empty())
+    {
+        return false;
+    }
+    log->filename = path;
+    return true;
+}
+
+String KVLogFile::GetFilename()
+{
+    if (log == nullptr)
+    {
+        return String();
+    }
+    std::lock_guard const guard(log->lock);
+    return log->filename;
+}
+
+HRESULT KVLogFile::Reset()
+{
+    if (log == nullptr)
+    {
+        return E_UNEXPECTED;
+    }
+    std::lock_guard const guard(log->lock);
+    if (!log->stream.IsOpen())
+    {
+        return E_UNEXPECTED;
+    }
+    log->stream.Close();
+    return SetFilename(log->filename.c_str()) ? S_OK : E_FAIL;
+}
+
+// The entries of the log. Each takes the address of its caller first of all, and none may be inlined into that.
+
+[[gnu::noinline]] HRESULT KVLogFile::AddFormattedLine(WCHAR const * format, ...)
+{
+    void const * const caller = __builtin_return_address(0);
+    if (log != nullptr)
+    {
+        std::va_list arguments;
+        va_start(arguments, format);
+        String const text = String::FromFormatV(format, arguments);
+        va_end(arguments);
+        log->Add(caller, text);
+    }
+    return S_OK;
+}
+
+[[gnu::noinline]] void KVLogFile::AddLine(String const & text)
+{
+    void const * const caller = __builtin_return_address(0);
+    if (log != nullptr)
+    {
+        log->Add(caller, text);
+    }
+}
+
+namespace
+{
+
+/// "EXCEPTION "Foo" (a.cpp, line 12: text)", or without the name.
+String ExceptionText(WinException const & exception)
+{
+    WCHAR name[nameLength] = {};
+    WCHAR extension[nameLength] = {};
+    _wsplitpath_s(exception.GetFile().c_str(), nullptr, 0, nullptr, 0, name, nameLength, extension, nameLength);
+    String text = exception.GetText();
+    text.Remove('\r');
+    text.Remove('\n');
+    if (exception.GetName() != nullptr)
+    {
+        return String::FromFormat(
+            TEXT("EXCEPTION \"%s\" (%s%s, line %i: %s)"), exception.GetName(), name, extension, exception.GetLine(),
+            text.c_str());
+    }
+    return String::FromFormat(
+        TEXT("EXCEPTION (%s%s, line %i: %s)"), name, extension, exception.GetLine(), text.c_str());
+}
+
+} // namespace
+
+[[gnu::noinline]] void KVLogFile::AddLine(WinException const & exception)
+{
+    void const * const caller = __builtin_return_address(0);
+    if (log != nullptr)
+    {
+        log->Add(caller, ExceptionText(exception));
+    }
+}
+
+String KVLogFile::GetLogText(void * location, String const & text)
+{
+    if (log == nullptr)
+    {
+        return String();
+    }
+    ModuleName const moduleName(location);
+    std::lock_guard const guard(log->lock);
+    log->AppendLine(moduleName.Get(), text);
+    return String(log->line);
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+// What a line of the log looks like, and how its bytes are cut.
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include <kvcore/core/String.h>
+#include <kvcore/platform/types.h>
+
+namespace kv::detail
+{
+
+using LogText = std::basic_string_view<WCHAR>;
+
+/// The time of day that a line shows.
+struct LogTime
+{
+    unsigned hour;
+    unsigned minute;
+    unsigned second;
+};
+
+/// Appends "[09:05:07] name       " (the name in exactly ten places), two blanks for each step of `indent`, the text
+/// and a line end. An empty text is a line end alone.
+KVCORE_API void
+AppendLogLine(WString & line, LogTime const & time, LogText moduleName, unsigned long indent, LogText text);
+
+/// The memory from which the log's bytes are written: slots that are used in turn, so that the bytes of a write stay
+/// where they are while it is on its way.
+class LogRing
+{
+public:
+    static constexpr std::size_t slotSize = 512;
+    static constexpr std::size_t slotCount = 256;
+    static constexpr std::size_t size = slotSize * slotCount;
+
+    /// Does not own the memory.
+    explicit LogRing(char * ringMemory) : memory(ringMemory) {}
+
+    /// Cuts `bytes` into pieces of a slot's size, puts each into the next slot and hands it to `write(data, size)`.
+    template <typename Write>
+    void Put(std::string_view bytes, Write write)
+    {
+        while (!bytes.empty())
+        {
+            std::size_t const length = std::min(bytes.size(), slotSize);
+            char * const slot = memory + next * slotSize;
+            std::memcpy(slot, bytes.data(), length);
+            next = (next + 1) % slotCount;
+            bytes.remove_prefix(length);
+            write(static_cast<char const *>(slot), length);
+        }
+    }
+
+private:
+    char * memory;
+    std::size_t next = 0;
+};
+
+} // namespace kv::detail

@@ -1,0 +1,427 @@
+#include <kvcore/frame/KVLogFile.h>
+
+#include <map>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <kvcore/files/FileStreams.h>
+#include <kvcore/frame/detail/LogLine.h>
+#include <kvcore/platform/win32.h>
+#include <support/ChildProgram.h>
+
+#include "LogRig.h"
+#include "plugin/LoggingPlugin.h"
+
+namespace
+{
+
+using Texts = std::vector<std::string>;
+
+struct Disaster : WinException
+{
+    Disaster(WCHAR const * exceptionName, String const & sourceFile, int sourceLine, LONG code)
+        : WinException(exceptionName, code, ThrowSite())
+    {
+        file = sourceFile;
+        line = sourceLine;
+    }
+    String GetErrorString() const override
+    {
+        return TEXT("bad\r\nthing");
+    }
+};
+
+class KVLogFiles : public testing::Test
+{
+protected:
+    /// Opens the log's file.
+    void Open()
+    {
+        ASSERT_TRUE(log->SetFilename(Name().c_str()));
+    }
+    String Name() const
+    {
+        return scratch.Name("log.txt");
+    }
+    /// Closes the file and gives its bytes.
+    std::string Bytes()
+    {
+        log.End();
+        return scratch.Read("log.txt");
+    }
+
+    ScratchFolder scratch;
+    LooseLog log;
+};
+
+WString LineAt(unsigned hour, unsigned minute, unsigned second, kv::detail::LogText name, kv::detail::LogText text)
+{
+    WString line;
+    kv::detail::AppendLogLine(line, {hour, minute, second}, name, 0, text);
+    return line;
+}
+
+TEST(LogLines, ShowTimeAndModuleInTenPlaces)
+{
+    EXPECT_EQ(LineAt(9, 5, 7, TEXT("<---MT--->"), TEXT("x")), TEXT("[09:05:07] <---MT---> x\r\n"));
+    EXPECT_EQ(LineAt(23, 59, 0, TEXT("editor"), TEXT("x")), TEXT("[23:59:00] editor     x\r\n"));
+    EXPECT_EQ(LineAt(0, 0, 0, TEXT("abcdefghijklm"), TEXT("x")), TEXT("[00:00:00] abcdefghij x\r\n"));
+    EXPECT_EQ(LineAt(0, 0, 0, TEXT(""), TEXT("x")), TEXT("[00:00:00]            x\r\n"));
+}
+
+TEST(LogLines, AreWhatTheFormatterMakesOfTheirPattern)
+{
+    for (WCHAR const * name : {TEXT(""), TEXT("a"), TEXT("0123456789"), TEXT("0123456789a")})
+    {
+        String const expected = String::FromFormat(TEXT("[%02i:%02i:%02i] % -10.10s "), 1, 22, 3, name) + TEXT("t\r\n");
+        EXPECT_EQ(LineAt(1, 22, 3, name, TEXT("t")), expected);
+    }
+}
+
+TEST(LogRings, CutLongLinesIntoSlots)
+{
+    std::vector<char> memory(kv::detail::LogRing::size);
+    kv::detail::LogRing ring(memory.data());
+    std::vector<std::pair<std::ptrdiff_t, std::size_t>> pieces;
+    std::string written;
+    auto const note = [&](char const * data, std::size_t size)
+    {
+        pieces.emplace_back(data - memory.data(), size);
+        written.append(data, size);
+    };
+    std::string const line(1300, 'x');
+    ring.Put(line, note);
+    std::vector<std::pair<std::ptrdiff_t, std::size_t>> const expected = {{0, 512}, {512, 512}, {1024, 276}};
+    EXPECT_EQ(pieces, expected);
+    EXPECT_EQ(written, line);
+}
+
+TEST(LogRings, UseTheirSlotsInTurn)
+{
+    std::vector<char> memory(kv::detail::LogRing::size);
+    kv::detail::LogRing ring(memory.data());
+    for (std::size_t i = 0; i < 600; ++i)
+    {
+        ring.Put("abc", [&](char const * data, std::size_t) { EXPECT_EQ(data - memory.data(), i % 256 * 512); });
+    }
+}
+
+TEST_F(KVLogFiles, DropLinesWithoutAFile)
+{
+    log->AddLine(TEXT("lost"));
+    EXPECT_EQ(log->AddFormattedLine(TEXT("lost %i"), 2), S_OK);
+    EXPECT_TRUE(log->GetFilename().empty());
+    Open();
+    EXPECT_EQ(Bytes(), "");
+}
+
+TEST_F(KVLogFiles, FormLinesOfTheModuleAtAnAddress)
+{
+    String const line = log->GetLogText(nullptr, TEXT("x"));
+    EXPECT_EQ(line.substr(10), TEXT(" <---MT---> x\r\n"));
+    EXPECT_EQ(line[0], '[');
+    String const own = log->GetLogText(reinterpret_cast<void *>(&LineAt), TEXT("x"));
+    EXPECT_EQ(own.substr(10), TEXT(" test_frame x\r\n"));
+}
+
+TEST_F(KVLogFiles, FormALineEndOfAnEmptyText)
+{
+    EXPECT_EQ(log->GetLogText(nullptr, String()), TEXT("\r\n"));
+    log->SetThreadIndent(3);
+    EXPECT_EQ(log->GetLogText(nullptr, String()), TEXT("\r\n"));
+}
+
+TEST_F(KVLogFiles, MakeALineOfEachPieceBetweenLineEnds)
+{
+    Open();
+    for (WCHAR const * text : {TEXT("a\r\nb"), TEXT("a\nb"), TEXT("a\n\nb"), TEXT("\ra\rb\r\n\r\n")})
+    {
+        log->AddLine(text);
+    }
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"a", "b", "a", "b", "a", "b", "a", "b"}));
+}
+
+TEST_F(KVLogFiles, WriteNothingOfTextsWithoutContent)
+{
+    Open();
+    log->AddLine(String());
+    log->AddLine(TEXT("\r\n\n\n\r"));
+    log->AddFormattedLine(TEXT(""));
+    EXPECT_EQ(Bytes(), "");
+}
+
+TEST_F(KVLogFiles, FormatLines)
+{
+    Open();
+    IKVLogFile & base = *log;
+    EXPECT_EQ(base.AddFormattedLine(TEXT("%s has %i clips, 0x%08x"), TEXT("reel"), 12, 0xAB), S_OK);
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"reel has 12 clips, 0x000000ab"}));
+}
+
+TEST_F(KVLogFiles, IndentTheLinesOfOneThread)
+{
+    Open();
+    EXPECT_EQ(log->SetThreadIndent(3), S_OK);
+    log->AddLine(TEXT("in\nside"));
+    std::thread([this] { log->AddLine(TEXT("other")); }).join();
+    log->SetThreadIndent(0);
+    log->AddLine(TEXT("out"));
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"      in", "      side", "other", "out"}));
+}
+
+TEST_F(KVLogFiles, LoseTheIndentWhenTheLogIsAskedFor)
+{
+    KVLogFile & shared = KVLogFile::Object();
+    shared.SetThreadIndent(3);
+    EXPECT_EQ(shared.GetLogText(nullptr, TEXT("x")).substr(21), TEXT("       x\r\n"));
+    EXPECT_EQ(&KVLogFile::Object(), &shared);
+    EXPECT_EQ(shared.GetLogText(nullptr, TEXT("x")).substr(21), TEXT(" x\r\n"));
+}
+
+TEST_F(KVLogFiles, KeepTheirFileWhileItIsOpen)
+{
+    Open();
+    log->AddLine(TEXT("first"));
+    EXPECT_FALSE(log->SetFilename(scratch.Name("other.txt").c_str()));
+    log->AddLine(TEXT("second"));
+    EXPECT_EQ(log->GetFilename(), Name());
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"first", "second"}));
+    EXPECT_FALSE(std::filesystem::exists(scratch / "other.txt"));
+}
+
+TEST_F(KVLogFiles, ReplaceTheLogOfTheRunBefore)
+{
+    scratch.Write("log.txt", "old");
+    Open();
+    EXPECT_EQ(Bytes(), "");
+}
+
+TEST_F(KVLogFiles, CannotBeResetWhileClosed)
+{
+    EXPECT_EQ(log->Reset(), static_cast<HRESULT>(0x8000FFFF));
+}
+
+TEST_F(KVLogFiles, AreEmptiedByResetWhichSaysFailure)
+{
+    Open();
+    log->AddLine(TEXT("before"));
+    EXPECT_EQ(log->Reset(), static_cast<HRESULT>(0x80004005));
+    EXPECT_EQ(log->GetFilename(), Name());
+    log->AddLine(TEXT("after"));
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"after"}));
+}
+
+TEST_F(KVLogFiles, ThrowIfTheFileCannotBeOpened)
+{
+    try
+    {
+        log->SetFilename(scratch.Name("no\\such\\log.txt").c_str());
+        FAIL();
+    }
+    catch (BasicFileStream::Exception const & exception)
+    {
+        EXPECT_EQ(exception.error, DWORD(ERROR_PATH_NOT_FOUND));
+    }
+    EXPECT_TRUE(log->GetFilename().empty());
+    Open();
+}
+
+TEST_F(KVLogFiles, ShareTheirFileForReadingOnly)
+{
+    Open();
+    log->AddLine(TEXT("x"));
+    LooseLog second;
+    EXPECT_THROW(second->SetFilename(Name().c_str()), BasicFileStream::Exception);
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"x"}));
+}
+
+TEST_F(KVLogFiles, ShowExceptionsWithTheirPlace)
+{
+    Open();
+    log->AddLine(Disaster(TEXT("Foo"), TEXT("c:\\src\\a.cpp"), 12, 5));
+    log->AddLine(Disaster(nullptr, TEXT("/src/deep.er/b"), 7, 6));
+    EXPECT_EQ(
+        TextsOf(Bytes()),
+        Texts(
+            {"EXCEPTION \"Foo\" (a.cpp, line 12: badthing (0x00000005))",
+             "EXCEPTION (b, line 7: badthing (0x00000006))"}));
+}
+
+TEST_F(KVLogFiles, AnswerForTheirTwoInterfaces)
+{
+    void * object = nullptr;
+    EXPECT_EQ(log->QueryInterface(IID_IUnknown, &object), S_OK);
+    EXPECT_EQ(object, &*log);
+    EXPECT_EQ(log->QueryInterface(IID_IKVLogFile, &object), S_OK);
+    EXPECT_EQ(object, static_cast<IKVLogFile *>(&*log));
+    GUID other = IID_IKVLogFile;
+    ++other.Data1;
+    EXPECT_EQ(log->QueryInterface(other, &object), static_cast<HRESULT>(0x80004002));
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(log->AddRef(), 1u);
+    EXPECT_EQ(log->Release(), 1u);
+}
+
+TEST_F(KVLogFiles, NameTheModuleThatCalls)
+{
+    Open();
+    log->AddLine(TEXT("x"));
+    PluginAddsLine(*log, TEXT("x"));
+    PluginAddsFormattedLine(*log, 5);
+    PluginAddsException(*log);
+    std::vector<std::string> modules;
+    for (std::string const & line : LinesOf(Bytes()))
+    {
+        modules.push_back(line.substr(11, 11));
+    }
+    EXPECT_EQ(modules, Texts({"test_frame ", "frameplugi ", "frameplugi ", "frameplugi "}));
+}
+
+TEST_F(KVLogFiles, TakeLinesOfAMegabyte)
+{
+    Open();
+    log->AddLine(WString(1 << 20, WCHAR(0x79)));
+    log->AddLine(String::FromUtf8("\xC3\xA4") + WString(70000, WCHAR(0x7A)) + String::FromUtf8("\xF0\x9F\x8E\xAC"));
+    Texts const texts = TextsOf(Bytes());
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_EQ(texts[0], std::string(1 << 20, 'y'));
+    std::string const ansi = String::FromUtf8("\xC3\xA4").SystemMultibyte();
+    EXPECT_EQ(texts[1].substr(0, ansi.size() + 70000), ansi + std::string(70000, 'z'));
+}
+
+TEST_F(KVLogFiles, KeepPairsTogetherWhereverTheyStand)
+{
+    Open();
+    String const clip = String::FromUtf8("\xF0\x9F\x8E\xAC");
+    for (int before : {65513, 65514, 65515})
+    {
+        String text(WString(std::size_t(before), WCHAR(0x61)));
+        text += clip;
+        log->AddLine(text);
+    }
+    for (std::string const & text : TextsOf(Bytes()))
+    {
+        EXPECT_EQ(text.substr(text.find_last_of('a') + 1), clip.SystemMultibyte());
+    }
+}
+
+TEST_F(KVLogFiles, WriteLoneSurrogatesAsReplacements)
+{
+    Open();
+    WString text;
+    for (int const unit : {0x61, 0xD800, 0x62})
+    {
+        text.push_back(WCHAR(unit));
+    }
+    log->AddLine(text);
+    EXPECT_EQ(TextsOf(Bytes()), Texts({String(text).SystemMultibyte()}));
+}
+
+TEST_F(KVLogFiles, DoNothingAfterTheirEnd)
+{
+    Open();
+    log->AddLine(TEXT("x"));
+    log.End();
+    log->AddLine(TEXT("y"));
+    log->AddLine(WinException());
+    EXPECT_EQ(log->AddFormattedLine(TEXT("z")), S_OK);
+    EXPECT_EQ(log->SetThreadIndent(2), S_OK);
+    EXPECT_FALSE(log->SetFilename(scratch.Name("other.txt").c_str()));
+    EXPECT_EQ(log->Reset(), static_cast<HRESULT>(0x8000FFFF));
+    EXPECT_TRUE(log->GetLogText(nullptr, TEXT("x")).empty());
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"x"}));
+}
+
+TEST_F(KVLogFiles, HoldEveryLineOfAllThreadsInOrder)
+{
+    constexpr int threadCount = 4;
+    constexpr int linesEach = 250'000;
+    Open();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread)
+    {
+        threads.emplace_back(
+            [this, thread]
+            {
+                String text;
+                for (int i = 0; i < linesEach; ++i)
+                {
+                    text = TEXT("thread ");
+                    text += String::FromNum(thread);
+                    text += TEXT(" line ");
+                    text += String::FromNum(i);
+                    log->AddLine(text);
+                }
+            });
+    }
+    for (std::thread & thread : threads)
+    {
+        thread.join();
+    }
+    std::map<std::string, int> next;
+    std::size_t wrong = 0;
+    Texts const texts = TextsOf(Bytes());
+    for (std::string const & text : texts)
+    {
+        std::size_t const end = text.find(" line ");
+        std::string const thread = text.substr(0, end);
+        wrong += end == text.npos || text.substr(end) != " line " + std::to_string(next[thread]++);
+    }
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_EQ(next.size(), std::size_t(threadCount));
+    EXPECT_EQ(texts.size(), std::size_t(threadCount) * linesEach);
+}
+
+TEST_F(KVLogFiles, TakeOneLineEachOfTenThousandThreads)
+{
+    constexpr int rounds = 625;
+    constexpr int atOnce = 16;
+    Open();
+    for (int round = 0; round < rounds; ++round)
+    {
+        std::thread threads[atOnce];
+        for (std::thread & thread : threads)
+        {
+            thread = std::thread([this] { log->AddLine(TEXT("here")); });
+        }
+        for (std::thread & thread : threads)
+        {
+            thread.join();
+        }
+    }
+    EXPECT_EQ(TextsOf(Bytes()), Texts(rounds * atOnce, "here"));
+}
+
+TEST_F(KVLogFiles, GoOnWhenTheirFolderIsMovedAway)
+{
+    std::filesystem::create_directory(scratch / "sub");
+    ASSERT_TRUE(log->SetFilename(scratch.Name("sub\\log.txt").c_str()));
+    std::error_code refused; // an open file keeps its folder where the system says so
+    std::filesystem::rename(scratch / "sub", scratch / "away", refused);
+    log->AddLine(TEXT("x"));
+    log.End();
+    EXPECT_EQ(TextsOf(scratch.Read(refused ? "sub/log.txt" : "away/log.txt")), Texts({"x"}));
+}
+
+class LogsOfProcesses : public testing::TestWithParam<char const *>
+{
+};
+
+TEST_P(LogsOfProcesses, LoseNoLine)
+{
+    ScratchFolder const scratch;
+    std::string const file = (scratch / "log.txt").string();
+    int const code = RunChildProgram("frame_child", {GetParam(), file});
+    EXPECT_EQ(code == 0, std::string(GetParam()) == "log-leave");
+    Texts const texts = TextsOf(scratch.Read("log.txt"));
+    ASSERT_EQ(texts.size(), 5000u);
+    for (std::size_t i = 0; i < texts.size(); ++i)
+    {
+        EXPECT_EQ(texts[i].substr(0, 5 + std::to_string(i).size()), "line " + std::to_string(i));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Endings, LogsOfProcesses, testing::Values("log-leave", "log-abort"));
+
+} // namespace

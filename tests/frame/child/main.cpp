@@ -1,0 +1,155 @@
+// What the tests of the frame need a process of its own for: frame_child SCENARIO [ARGUMENT...]
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include <kvcore/frame/ConsoleApplication.h>
+#include <kvcore/frame/KVLogFile.h>
+#include <kvcore/library/StartRecord.h>
+#include <kvcore/platform/NativePaths.h>
+
+namespace
+{
+
+constexpr int linesBeforeCrash = 5000;
+
+/// Dies in the middle of logging.
+int LogAndAbort(char const * file)
+{
+    KVLogFile & log = KVLogFile::Object();
+    log.SetFilename(kv::platform::PathFromNative(file).c_str());
+    for (int i = 0; i < linesBeforeCrash; ++i)
+    {
+        log.AddFormattedLine(TEXT("line %i of a process that dies"), i);
+    }
+    std::abort();
+}
+
+/// Leaves the log open, so that the end of the process has to close it.
+int LogAndLeave(char const * file)
+{
+    KVLogFile & log = KVLogFile::Object();
+    log.SetFilename(kv::platform::PathFromNative(file).c_str());
+    for (int i = 0; i < linesBeforeCrash; ++i)
+    {
+        log.AddFormattedLine(TEXT("line %i of a process that ends"), i);
+    }
+    return 0;
+}
+
+std::FILE * stopFile;
+
+/// Writes down how the library's objects go, and logs while they do.
+int RecordStop(char const * file)
+{
+    stopFile = std::fopen(file, "w");
+    kv::detail::ObserveStop(
+        [](char const * name)
+        {
+            std::fprintf(stopFile, "%s\n", name);
+            std::fflush(stopFile);
+            KVLogFile::Object().AddLine(TEXT("late"));
+        });
+    return 0;
+}
+
+/// An application that writes down its course.
+class TellingApplication : public ConsoleApplication
+{
+public:
+    explicit TellingApplication(char const * file) : told(file, std::ios::binary) {}
+
+    void OnInit() override
+    {
+        told << "init ";
+    }
+    void OnFree() override
+    {
+        told << "free ";
+    }
+    bool InitInstance() override;
+    void Main() override
+    {
+        told << "main ";
+    }
+
+    std::ofstream told;
+};
+
+/// Writes down what it is given, all but the scenario and the file.
+class TellingCommandLine : public CommandLine
+{
+public:
+    explicit TellingCommandLine(std::ofstream & file) : told(file) {}
+
+    void BeginParse() override
+    {
+        CommandLine::BeginParse();
+        told << "begin";
+        seen = 0;
+    }
+    void EndParse() override
+    {
+        told << "end ";
+    }
+
+    std::string first;
+
+protected:
+    void ParseOption(String const & option) override
+    {
+        told << '(' << option.Utf8() << ')';
+    }
+    void ParseNonOption(String const & text) override
+    {
+        if (++seen > 2)
+        {
+            first = first.empty() ? text.Utf8() : first;
+            told << '[' << text.Utf8() << (text == TEXT("last") ? "!]" : "]");
+        }
+    }
+
+private:
+    std::ofstream & told;
+    int seen = 0;
+};
+
+bool TellingApplication::InitInstance()
+{
+    TellingCommandLine commandLine(told);
+    ParseCommandLine(commandLine);
+    if (commandLine.first == "twice")
+    {
+        ParseCommandLine(commandLine);
+    }
+    SetExitCode(7);
+    return commandLine.first != "stop";
+}
+
+} // namespace
+
+int main(int argc, char ** argv)
+{
+    if (argc == 3 && std::strcmp(argv[1], "log-abort") == 0)
+    {
+        return LogAndAbort(argv[2]);
+    }
+    if (argc == 3 && std::strcmp(argv[1], "log-leave") == 0)
+    {
+        return LogAndLeave(argv[2]);
+    }
+    if (argc == 3 && std::strcmp(argv[1], "record-stop") == 0)
+    {
+        return RecordStop(argv[2]);
+    }
+    if (argc >= 3 && std::strcmp(argv[1], "application") == 0)
+    {
+        TellingApplication application(argv[2] + std::strlen("told="));
+        return KVRunConsoleApplication(application);
+    }
+    std::cerr << "frame_child: unknown scenario\n";
+    return 2;
+}
