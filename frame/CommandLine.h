@@ -24,7 +24,8 @@ public:
     virtual void BeginParse();
     virtual void EndParse();
 
-    /// Takes one argument. An option comes without its prefix. `isLast` tells of the last argument; for derived classes.
+    /// Takes one argument. An option comes without its prefix. `isLast` tells of the last argument; for derived
+    /// classes.
     void Parse(String const & text, bool isOption, bool isLast);
 
     /// The first argument that is no option and not empty; empty if there is none.

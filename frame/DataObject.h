@@ -11,8 +11,8 @@ extern KVCORE_API GUID const IID_DataObject;
 /// An object for the clipboard and for dragging. It refuses everything, so that a derived class overrides what it
 /// supports.
 ///
-/// Born with a count of 1, which belongs to its creator. Kept: the count is no atomic one, unlike that of other objects:
-/// a data object belongs to one thread.
+/// Born with a count of 1, which belongs to its creator. Kept: the count is no atomic one, unlike that of other
+/// objects: a data object belongs to one thread.
 class KVCORE_API DataObject : public IDataObject, public RegisteredObject
 {
 public:
@@ -36,8 +36,7 @@ public:
     /// E_NOTIMPL, and null.
     HRESULT STDMETHODCALLTYPE EnumFormatEtc(DWORD direction, IEnumFORMATETC ** formats) override;
     /// E_NOTIMPL.
-    HRESULT STDMETHODCALLTYPE
-    DAdvise(FORMATETC * format, DWORD flags, IAdviseSink * sink, DWORD * connection) override;
+    HRESULT STDMETHODCALLTYPE DAdvise(FORMATETC * format, DWORD flags, IAdviseSink * sink, DWORD * connection) override;
     /// OLE_E_ADVISENOTSUPPORTED; EnumDAdvise with null.
     HRESULT STDMETHODCALLTYPE DUnadvise(DWORD connection) override;
     HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA ** connections) override;

@@ -300,7 +300,9 @@ String ModuleBase::GetFilename() const
 
 String ModuleBase::GetDisplayName() const
 {
-    return !displayName.empty() ? displayName : !globalDisplayName.empty() ? globalDisplayName : File::GetFileTitleW(GetPath());
+    return !displayName.empty()      ? displayName
+        : !globalDisplayName.empty() ? globalDisplayName
+                                     : File::GetFileTitleW(GetPath());
 }
 
 void ModuleBase::SetDisplayName(String const & name)
@@ -317,7 +319,7 @@ String ModuleBase::CreateResourceURL(unsigned int id, WCHAR const * type)
 {
     WCHAR url[260] = {};
     _snwprintf(
-        url, std::size(url) - 1, TEXT("res://%s/%i/%i"), GetPath().c_str(),
-        int(reinterpret_cast<ULONG_PTR>(type)), int(id));
+        url, std::size(url) - 1, TEXT("res://%s/%i/%i"), GetPath().c_str(), int(reinterpret_cast<ULONG_PTR>(type)),
+        int(id));
     return String(url);
 }

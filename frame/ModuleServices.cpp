@@ -87,8 +87,8 @@ String ModuleLine(void const * base, String const & path)
     constexpr std::size_t versionWidth = 25;
     DWORD high, low, ignored;
     ModuleBase::GetModuleVersion(path, high, low, ignored, ignored);
-    String version = String::FromFormat(
-        TEXT("%i.%i.%i.%i"), int(high >> 16), int(high & 0xFFFF), int(low >> 16), int(low & 0xFFFF));
+    String version =
+        String::FromFormat(TEXT("%i.%i.%i.%i"), int(high >> 16), int(high & 0xFFFF), int(low >> 16), int(low & 0xFFFF));
     if (version.size() < versionWidth)
     {
         version.append(versionWidth - version.size(), ' ');

@@ -11,8 +11,9 @@
 /// Nothing is taken back at unload: a service that was not revoked keeps its reference for ever. A module revokes its
 /// services and unregisters its classes before it goes. Keys are ordered by their bytes in memory.
 ///
-/// Threads: any. Each table has a recursive lock of its own, which is held while objects are created, released and asked
-/// for interfaces: they may call back into this class on the same thread, but must not wait for another one that does.
+/// Threads: any. Each table has a recursive lock of its own, which is held while objects are created, released and
+/// asked for interfaces: they may call back into this class on the same thread, but must not wait for another one that
+/// does.
 class KVCORE_API ObjectServices
 {
 public:
@@ -35,16 +36,16 @@ public:
     /// The service under `id`, by its interface: that object's answer, or E_FAIL and null if there is none. The
     /// interface's identifier comes from its type (see kv::platform::InterfaceId), unless it is given.
     template <class Interface>
-    static HRESULT GetService(
-        GUID const & id, Interface ** result, GUID const & iid = kv::platform::InterfaceId<Interface>())
+    static HRESULT
+    GetService(GUID const & id, Interface ** result, GUID const & iid = kv::platform::InterfaceId<Interface>())
     {
         return _GetService(id, iid, reinterpret_cast<void **>(result));
     }
     /// A new object of the class under `id`, by its interface: that object's answer, or E_FAIL and null if there is no
     /// such class.
     template <class Interface>
-    static HRESULT CreateClassObject(
-        GUID const & id, Interface ** result, GUID const & iid = kv::platform::InterfaceId<Interface>())
+    static HRESULT
+    CreateClassObject(GUID const & id, Interface ** result, GUID const & iid = kv::platform::InterfaceId<Interface>())
     {
         return _CreateClassObject(id, iid, reinterpret_cast<void **>(result));
     }

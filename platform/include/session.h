@@ -36,7 +36,8 @@ typedef TOKEN_PRIVILEGES * PTOKEN_PRIVILEGES;
 
 extern "C"
 {
-    /// The rights of the calling process, as a handle that need not be closed. ERROR_INVALID_HANDLE for another process.
+    /// The rights of the calling process, as a handle that need not be closed. ERROR_INVALID_HANDLE for another
+    /// process.
     KVCORE_API BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, HANDLE * token);
 
     /// The number of a right on this machine, whose name is taken in any case. ERROR_NO_SUCH_PRIVILEGE, and
@@ -45,7 +46,8 @@ extern "C"
 
     /// Has no effect: this system asks for rights where they are used. TRUE for a token with ERROR_SUCCESS.
     KVCORE_API BOOL WINAPI AdjustTokenPrivileges(
-        HANDLE token, BOOL disableAll, TOKEN_PRIVILEGES * wanted, DWORD size, TOKEN_PRIVILEGES * before, DWORD * needed);
+        HANDLE token, BOOL disableAll, TOKEN_PRIVILEGES * wanted, DWORD size, TOKEN_PRIVILEGES * before,
+        DWORD * needed);
 
     /// Ends the session by the handler that SetSessionEndHandler has installed. Without one nothing happens: a library
     /// does not switch a machine off. FALSE with ERROR_NOT_SUPPORTED then.

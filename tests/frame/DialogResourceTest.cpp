@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-
 namespace
 {
 
@@ -253,7 +252,7 @@ TEST(DialogScaling, CutsTowardsZeroAndEvensOutWidths)
         int x, cx, scaledX, scaledCx;
     };
     Case const cases[] = {
-        {1.5, 1, 3, 1, 4},  {1.5, 3, 3, 4, 4},     {1.5, 2, 7, 3, 11},      {2.0, 5, 7, 10, 14},
+        {1.5, 1, 3, 1, 4},   {1.5, 3, 3, 4, 4}, {1.5, 2, 7, 3, 11},       {2.0, 5, 7, 10, 14},
         {1.5, -1, 3, -1, 5}, {0.5, 3, 3, 1, 1}, {1.25, 100, 50, 125, 63}, {1.5, 0, 1, 0, 2},
     };
     for (Case const & one : cases)
@@ -327,8 +326,8 @@ TEST(DialogScaling, WritesNothingBehindTheEnd)
 
 TEST(DialogScaling, SurvivesImpossibleFactors)
 {
-    for (double const factor : {1e300, -1e300, std::numeric_limits<double>::quiet_NaN(),
-                                std::numeric_limits<double>::infinity()})
+    for (double const factor :
+         {1e300, -1e300, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()})
     {
         EXPECT_EQ(Scaled(StandardDialog(1), factor, factor).size(), StandardDialog(1).bytes.size());
     }

@@ -7,6 +7,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <kvcore/platform/linux/overlapped/RequestPool.h>
+
 namespace kv::platform
 {
 
@@ -77,6 +79,7 @@ void PassOn(int signal, siginfo_t * information, void * context)
     }
     if (!takesInformation && (previous.sa_handler == SIG_DFL || previous.sa_handler == SIG_IGN))
     {
+        AwaitTakenWrites();
         LetTheKernelEndIt(signal, information);
         return;
     }

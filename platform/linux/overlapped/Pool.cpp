@@ -1,6 +1,7 @@
 #include "Pool.h"
 
 #include <new>
+#include <utility>
 
 #include <pthread.h>
 
@@ -206,6 +207,10 @@ TransferRequest * Finish(File & file, TransferRequest * first) noexcept
                 request->event = {};
             }
             request->file = {};
+            if (std::exchange(request->isTaken, false))
+            {
+                pool.taken.fetch_sub(1, std::memory_order_release);
+            }
             file.requests.pending.fetch_sub(1, std::memory_order_seq_cst);
             if (request->routine == nullptr || !thread.Queue(*request))
             {

@@ -42,6 +42,8 @@ struct Pool
 
     /// Whether there is something for a worker to take; a hint for those who look without the lock.
     std::atomic<bool> hasReady{false};
+    /// Writes whose bytes were taken over and are not done.
+    std::atomic<unsigned> taken{0};
     /// Changes after requests have finished.
     std::atomic<std::uint32_t> finished{0};
 };

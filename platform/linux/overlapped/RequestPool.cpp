@@ -1,6 +1,8 @@
 #include "RequestPool.h"
 
 #include <csignal>
+#include <cstring>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -8,6 +10,8 @@
 
 #include "Pool.h"
 #include <kvcore/platform/include/errors.h>
+#include <kvcore/platform/include/memoryapi.h>
+#include <kvcore/platform/linux/memory/Allocations.h>
 
 // Every file has a queue of its own; files with something to begin stand in one list, from which a few workers take.
 // What a worker takes is a run: either some reads, beside which other workers may take more, or writes that continue
@@ -22,6 +26,8 @@ namespace kv::platform
 
 namespace
 {
+
+constexpr std::size_t mostTaken = 512; // bytes of a write
 
 constexpr int looksBeforeSleep = 2000;
 
@@ -330,6 +336,7 @@ void Fill(
     request.overlapped = &overlapped;
     request.routine = routine;
     request.buffer = static_cast<char *>(transfer.buffer);
+    request.isTaken = false;
     request.place = transfer.place;
     request.count = transfer.count;
     request.writing = transfer.writing;
@@ -338,7 +345,60 @@ void Fill(
     request.nextInFile = nullptr;
 }
 
+/// Copies the bytes of a write. Without memory they stay where they are.
+void TakeOver(TransferRequest & request)
+{
+    if (request.room == nullptr)
+    {
+        request.room.reset(new (std::nothrow) char[mostTaken]);
+    }
+    if (request.room != nullptr)
+    {
+        std::memcpy(request.room.get(), request.buffer, request.count);
+        request.buffer = request.room.get();
+        request.isTaken = true;
+        ThePool().taken.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
 } // namespace
+
+bool CanTakeOver(void const * buffer, std::size_t count) noexcept
+{
+    // The same memory comes again and again: a log's ring, for instance.
+    static thread_local struct
+    {
+        std::uintptr_t begin;
+        std::uintptr_t end;
+        unsigned changes;
+    } known = {};
+    std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(buffer);
+    if (count > mostTaken)
+    {
+        return false;
+    }
+    unsigned const changes = addressSpaceChanges.load(std::memory_order_acquire);
+    if (changes == known.changes && begin >= known.begin && begin + count <= known.end)
+    {
+        return true;
+    }
+    Allocations & allocations = TheAllocations();
+    std::lock_guard const guard(allocations.mutex);
+    auto const allocation = FindAllocation(allocations, begin);
+    if (allocation == allocations.byBase.end() || allocation->second.type != MEM_PRIVATE)
+    {
+        return false;
+    }
+    auto const & committed = allocation->second.committed;
+    auto part = committed.upper_bound(begin);
+    if (part == committed.begin() || (--part)->second < begin + count)
+    {
+        return false;
+    }
+    WatchForDeath();
+    known = {part->first, part->second, changes};
+    return true;
+}
 
 // What is no file on a disk may stay silent for long, and would keep a worker from the files: it is carried out here.
 DWORD StartRequest(
@@ -355,6 +415,7 @@ DWORD StartRequest(
         }
         event = Ref<Event>(named.Get());
     }
+    bool const takesOver = transfer.writing && CanTakeOver(transfer.buffer, transfer.count);
     Thread & thread = Thread::Current();
     Pool & pool = ThePool();
     std::unique_lock guard(pool.lock);
@@ -368,6 +429,10 @@ DWORD StartRequest(
         return ERROR_INVALID_USER_BUFFER;
     }
     Fill(*request, file, transfer, overlapped, routine);
+    if (takesOver)
+    {
+        TakeOver(*request);
+    }
     if (event)
     {
         event->Reset();
@@ -387,7 +452,10 @@ DWORD StartRequest(
         GiveBackAll(pool, toFree);
         return ERROR_IO_PENDING;
     }
-    LinkToThread(*request);
+    if (!request->isTaken)
+    {
+        LinkToThread(*request);
+    }
     (queue.last != nullptr ? queue.last->nextInFile : queue.first) = request;
     queue.last = request;
     if (MakeReady(pool, file) || (!transfer.writing && queue.isReady))
@@ -412,7 +480,8 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
         {
             TransferRequest * const request = std::exchange(rest, rest->nextInFile);
             request->nextInFile = nullptr;
-            bool const isMeant = (thread == nullptr || request->thread == thread) &&
+            // What was taken over is as good as written for its thread, which may end.
+            bool const isMeant = (thread == nullptr || (request->thread == thread && !request->isTaken)) &&
                 (overlapped == nullptr || request->overlapped == overlapped);
             if (isMeant)
             {

@@ -2,6 +2,8 @@
 
 // The overlapped requests of the process, and the threads that carry them out.
 
+#include <memory>
+
 #include <kvcore/platform/include/overlapped.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/sync/Events.h>
@@ -21,6 +23,9 @@ struct TransferRequest : ProcedureCall
     OVERLAPPED * overlapped = nullptr;
     LPOVERLAPPED_COMPLETION_ROUTINE routine = nullptr;
     char * buffer = nullptr;
+    /// Room for the bytes of a write that were taken over, made at the first need; and whether this one's were.
+    std::unique_ptr<char[]> room;
+    bool isTaken = false;
     std::uint64_t place = 0;
     DWORD count = 0;
     bool writing = false;
@@ -56,6 +61,16 @@ void FinishRequestsOf(Thread & thread) noexcept;
 
 /// Waits until a request is finished.
 void WaitForRequest(OVERLAPPED const & overlapped) noexcept;
+
+/// Whether the bytes of a write are copied when it is issued, so that their memory is free at once: small ones, from
+/// memory that VirtualAlloc has committed. A bad pointer elsewhere is for the kernel to find out.
+bool CanTakeOver(void const * buffer, std::size_t count) noexcept;
+
+/// Waits, for a while at most, until all writes that were taken over are done. For a signal's handler, too.
+void AwaitTakenWrites() noexcept;
+
+/// Has the process do that before a fault or an abort ends it, from now on.
+void WatchForDeath() noexcept;
 
 /// The system error for the status of a finished request.
 DWORD ErrorOfStatus(ULONG_PTR status) noexcept;

@@ -57,8 +57,7 @@ BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, LUID * luid)
     return TRUE;
 }
 
-BOOL WINAPI
-AdjustTokenPrivileges(HANDLE token, BOOL, TOKEN_PRIVILEGES *, DWORD, TOKEN_PRIVILEGES *, DWORD *)
+BOOL WINAPI AdjustTokenPrivileges(HANDLE token, BOOL, TOKEN_PRIVILEGES *, DWORD, TOKEN_PRIVILEGES *, DWORD *)
 {
     if (token != ownToken)
     {

@@ -19,13 +19,8 @@ std::atomic<MessageBoxHandler> currentHandler{nullptr};
 
 /// The buttons of each style, from the first on.
 constexpr int buttons[][3] = {
-    {IDOK, 0, 0},
-    {IDOK, IDCANCEL, 0},
-    {IDABORT, IDRETRY, IDIGNORE},
-    {IDYES, IDNO, IDCANCEL},
-    {IDYES, IDNO, 0},
-    {IDRETRY, IDCANCEL, 0},
-    {IDCANCEL, IDTRYAGAIN, IDCONTINUE},
+    {IDOK, 0, 0},     {IDOK, IDCANCEL, 0},    {IDABORT, IDRETRY, IDIGNORE},       {IDYES, IDNO, IDCANCEL},
+    {IDYES, IDNO, 0}, {IDRETRY, IDCANCEL, 0}, {IDCANCEL, IDTRYAGAIN, IDCONTINUE},
 };
 
 std::string Utf8(WCHAR const * text)
