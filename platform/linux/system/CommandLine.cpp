@@ -88,6 +88,19 @@ WString Quoted(WString const & argument)
     return quoted;
 }
 
+/// The program's name, in which nothing is escaped: a quote would end it, and is left out.
+WString QuotedProgram(WString name)
+{
+    std::erase(name, WCHAR('"'));
+    if (!name.empty() && name.find_first_of(u" \t") == name.npos)
+    {
+        return name;
+    }
+    name.insert(name.begin(), '"');
+    name.push_back('"');
+    return name;
+}
+
 WString MakeCommandLine()
 {
     std::string const bytes = ReadWhole("/proc/self/cmdline");
@@ -95,11 +108,16 @@ WString MakeCommandLine()
     for (std::size_t at = 0; at < bytes.size();)
     {
         std::size_t const size = std::strlen(bytes.c_str() + at);
-        if (at != 0)
+        WString const argument = Units(bytes.data() + at, size);
+        if (at == 0)
+        {
+            line = QuotedProgram(argument);
+        }
+        else
         {
             line.push_back(' ');
+            line += Quoted(argument);
         }
-        line += Quoted(Units(bytes.data() + at, size));
         at += size + 1;
     }
     return line;
