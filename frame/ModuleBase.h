@@ -65,8 +65,9 @@ public:
     void * ScaleDialog(void * handle);
     /// Parses a dialog resource; `scaled` as LoadDialog gives it. False, and an empty `result`, if there is none.
     bool LoadDialogTemplate(unsigned int id, DialogTemplate & result, bool scaled);
-    /// Where a dialog stands, in dialog units, unscaled; empty if there is none.
-    Rect GetDialogRect(unsigned int id);
+    /// Where a dialog stands, in dialog units, unscaled; empty if there is none. In pixels it can only be told where the
+    /// dialog can be made as a window of this process, and is empty too as long as it cannot.
+    Rect GetDialogRect(unsigned int id, bool inPixels);
 
     /// An exported function of the module, or null.
     FARPROC GetProcedure(std::string const & name) const;
@@ -105,7 +106,8 @@ public:
     GetModuleVersion(String const & path, DWORD & productMS, DWORD & productLS, DWORD & fileMS, DWORD & fileLS);
     static void
     GetModuleVersion(HINSTANCE instance, DWORD & productMS, DWORD & productLS, DWORD & fileMS, DWORD & fileLS);
-    /// The module that holds an address, of code or data; null if none does.
+    /// The module that holds an address, of code or data. Kept: any address gets the base of the memory that was taken
+    /// together with it, which is a module only if GetPath knows it; null for an address without memory.
     static HINSTANCE GetHInstance(void const * address);
     /// Shows a message with buttons in the process's language. `type` and the result are the platform's. An `owner`
     /// that is no window is left out.

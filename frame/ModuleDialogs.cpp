@@ -91,8 +91,12 @@ bool ModuleBase::LoadDialogTemplate(unsigned int id, DialogTemplate & result, bo
     return resource != nullptr && kv::detail::ParseDialog(std::string_view(resource, size), result);
 }
 
-Rect ModuleBase::GetDialogRect(unsigned int id)
+Rect ModuleBase::GetDialogRect(unsigned int id, bool inPixels)
 {
+    if (inPixels)
+    {
+        return Rect();
+    }
     DWORD size = 0;
     auto const * const resource = static_cast<char const *>(LockResource(LoadResource(id, dialogType, &size)));
     return resource != nullptr ? Rect(kv::detail::DialogPlace(std::string_view(resource, size))) : Rect();

@@ -119,7 +119,12 @@ String ModuleBase::GetProcessInformation()
                 table += ModuleLine(region.AllocationBase, path);
             }
         }
-        address = static_cast<char const *>(region.BaseAddress) + region.RegionSize;
+        char const * const next = static_cast<char const *>(region.BaseAddress) + region.RegionSize;
+        if (next <= address)
+        {
+            break; // the last region ends where the addresses do
+        }
+        address = next;
     }
     return table;
 }

@@ -256,6 +256,16 @@ TEST(ObjectServices, LetACreatorCreateOthers)
     ObjectServices::UnregisterClassW(nestedId);
 }
 
+TEST(ObjectServices, AnswerForACreatorThatMakesNothing)
+{
+    GUID const id = NewId();
+    ObjectServices::RegisterClassW(id, [] { return static_cast<IUnknown *>(nullptr); });
+    IUnknown * object = nullptr;
+    EXPECT_EQ(ObjectServices::CreateClassObject(id, &object), fail);
+    EXPECT_EQ(object, nullptr);
+    ObjectServices::UnregisterClassW(id);
+}
+
 TEST(ObjectServices, ServeSeveralThreads)
 {
     GUID const id = NewId();

@@ -33,7 +33,18 @@
     CALL(DWORD, GetEnvironmentVariableW, (LPCWSTR name, LPWSTR buffer, DWORD size), (name, buffer, size))              \
     CALL(BOOL, EnumSystemCodePagesW, (CODEPAGE_ENUMPROCW callback, DWORD flags), (callback, flags))                    \
     CALL(void, GetSystemInfo, (SYSTEM_INFO * information), (information))                                              \
-    CALL(int, GetSystemMetrics, (int metric), (metric))
+    CALL(int, GetSystemMetrics, (int metric), (metric))                                                                \
+    CALL(DWORD, GetModuleFileNameW, (HMODULE module, LPWSTR buffer, DWORD capacity), (module, buffer, capacity))       \
+    CALL(BOOL, IsWindow, (HWND window), (window))                                                                      \
+    CALL(int, MessageBoxIndirectW, (MSGBOXPARAMSW const * parameters), (parameters))                                   \
+    CALL(BOOL, OpenProcessToken, (HANDLE process, DWORD access, HANDLE * token), (process, access, token))             \
+    CALL(BOOL, LookupPrivilegeValueW, (LPCWSTR system, LPCWSTR name, LUID * luid), (system, name, luid))               \
+    CALL(                                                                                                              \
+        BOOL, AdjustTokenPrivileges,                                                                                   \
+        (HANDLE token, BOOL disableAll, TOKEN_PRIVILEGES * wanted, DWORD size, TOKEN_PRIVILEGES * before,              \
+         DWORD * needed),                                                                                              \
+        (token, disableAll, wanted, size, before, needed))                                                             \
+    CALL(BOOL, ExitWindowsEx, (UINT flags, DWORD reason), (flags, reason))
 
 namespace kv::test
 {
