@@ -94,9 +94,7 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand, AddSumCommand,  AddClassIdCommand,   AddFindCommand,
-    AddSizeCommand,   AddRemoveCommand, AddInfoCommand, AddPathCommand,      AddUrlCommand,
-    AddCatCommand,    AddLogCommand,    AddIniCommand,  AddResourcesCommand, AddModulesCommand,
+    AddEncodeCommand, AddDecodeCommand, AddSumCommand, AddClassIdCommand, AddFindCommand, AddSizeCommand, AddRemoveCommand, AddInfoCommand, AddPathCommand, AddUrlCommand, AddCatCommand, AddLogCommand, AddIniCommand, AddResourcesCommand, AddModulesCommand, AddCrashCommand,
 };
 
 class Program

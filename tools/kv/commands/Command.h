@@ -36,6 +36,7 @@ Command AddLogCommand(CLI::App & program);
 Command AddIniCommand(CLI::App & program);
 Command AddResourcesCommand(CLI::App & program);
 Command AddModulesCommand(CLI::App & program);
+Command AddCrashCommand(CLI::App & program);
 
 /// The exit codes that all commands share, for the end of a help text.
 extern char const * const exitCodesHelp;

@@ -1,0 +1,179 @@
+#include <kvcore/tools/kv/Crash.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cxxabi.h>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include <kvcore/platform/CrashReports.h>
+#include <kvcore/tools/kv/NamedStreams.h>
+#include <kvcore/tools/support/ExitCodes.h>
+#include <kvcore/tools/support/Text.h>
+
+namespace kv::tools
+{
+
+namespace
+{
+
+using std::filesystem::path;
+
+constexpr std::size_t longestLine = 16 * 1024;
+constexpr char whatLabel[] = "What:    ";
+constexpr char processLabel[] = "Process: ";
+
+path Utf8Path(std::string const & text)
+{
+    return path(std::u8string(text.begin(), text.end()));
+}
+
+std::string Utf8Name(path const & file)
+{
+    std::u8string const text = file.u8string();
+    return {text.begin(), text.end()};
+}
+
+/// The reports' paths, the oldest first: their names begin with the time.
+std::vector<path> Reports()
+{
+    std::vector<path> reports;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(Utf8Path(kv::platform::CrashReportFolder()), error), end;
+         !error && entry != end; entry.increment(error))
+    {
+        std::string const name = Utf8Name(entry->path().filename());
+        if (name.starts_with("crash-") && name.ends_with(".txt"))
+        {
+            reports.push_back(entry->path());
+        }
+    }
+    std::sort(reports.begin(), reports.end());
+    return reports;
+}
+
+/// A line, cut off where no report would have one so long. False at the end.
+bool ReadLine(std::istream & file, std::string & line)
+{
+    line.clear();
+    int c;
+    while ((c = file.get()) != std::istream::traits_type::eof() && c != '\n')
+    {
+        if (line.size() < longestLine)
+        {
+            line += static_cast<char>(c);
+        }
+    }
+    return !line.empty() || c == '\n';
+}
+
+/// What follows a label near the report's beginning; a dash if it is not there.
+std::string Field(path const & report, std::string const & label)
+{
+    constexpr int headLines = 16;
+    std::ifstream file(report, std::ios::binary);
+    std::string line;
+    for (int i = 0; i < headLines && ReadLine(file, line); ++i)
+    {
+        if (line.starts_with(label))
+        {
+            return line.substr(label.size());
+        }
+    }
+    return "-";
+}
+
+bool IsNameCharacter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.' ||
+        c == '$';
+}
+
+std::string SourceName(std::string const & linkerName)
+{
+    int status = 0;
+    std::unique_ptr<char, void (*)(void *)> const name(
+        abi::__cxa_demangle(linkerName.c_str(), nullptr, nullptr, &status), std::free);
+    return status == 0 && name ? std::string(name.get()) : linkerName;
+}
+
+/// The line with each name of the linker's replaced.
+std::string Readable(std::string const & line)
+{
+    std::string result;
+    std::size_t at = 0;
+    for (std::size_t name; (name = line.find("(_Z", at)) != std::string::npos;)
+    {
+        std::size_t end = ++name;
+        while (end < line.size() && IsNameCharacter(line[end]))
+        {
+            ++end;
+        }
+        result += line.substr(at, name - at) + SourceName(line.substr(name, end - name));
+        at = end;
+    }
+    return result + line.substr(at);
+}
+
+/// The report that is meant; empty if there is none.
+path FindReport(std::string const & name)
+{
+    std::vector<path> const reports = Reports();
+    if (name == "last")
+    {
+        return reports.empty() ? path() : reports.back();
+    }
+    path const typed = Utf8Path(name);
+    for (path const & report : reports)
+    {
+        if (report.filename() == typed || report.stem() == typed)
+        {
+            return report;
+        }
+    }
+    std::error_code error;
+    return std::filesystem::is_regular_file(typed, error) ? typed : path();
+}
+
+} // namespace
+
+int ListCrashReports(Console & console)
+{
+    NamedOutput output("-", console);
+    std::vector<path> const reports = Reports();
+    for (path const & report : reports)
+    {
+        PrintLine(output, Utf8Name(report.stem()));
+        PrintLine(output, "  " + Field(report, processLabel));
+        PrintLine(output, "  " + Field(report, whatLabel));
+    }
+    if (reports.empty())
+    {
+        PrintLine(output, "No crash reports in " + kv::platform::CrashReportFolder());
+    }
+    output.Finish();
+    return ExitOk;
+}
+
+int ShowCrashReport(std::string const & name, bool raw, Console & console)
+{
+    path const report = FindReport(name);
+    std::ifstream file(report, std::ios::binary);
+    if (report.empty() || !file)
+    {
+        Complain(console, "kv crash", "there is no report " + name + "; kv crash lists those that there are");
+        return ExitFailed;
+    }
+    NamedOutput output("-", console);
+    std::string line;
+    while (ReadLine(file, line))
+    {
+        PrintLine(output, raw ? line : Readable(line));
+    }
+    output.Finish();
+    return ExitOk;
+}
+
+} // namespace kv::tools
