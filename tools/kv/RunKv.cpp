@@ -94,7 +94,9 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand, AddSumCommand, AddClassIdCommand, AddFindCommand, AddSizeCommand, AddRemoveCommand, AddInfoCommand, AddPathCommand, AddUrlCommand, AddCatCommand, AddLogCommand, AddIniCommand, AddResourcesCommand, AddModulesCommand, AddCrashCommand,
+    AddEncodeCommand, AddDecodeCommand,    AddSumCommand,     AddClassIdCommand, AddFindCommand,    AddSizeCommand,
+    AddRemoveCommand, AddInfoCommand,      AddPathCommand,    AddUrlCommand,     AddCatCommand,     AddLogCommand,
+    AddIniCommand,    AddResourcesCommand, AddModulesCommand, AddCrashCommand,   AddSysInfoCommand,
 };
 
 class Program

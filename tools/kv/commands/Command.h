@@ -37,6 +37,7 @@ Command AddIniCommand(CLI::App & program);
 Command AddResourcesCommand(CLI::App & program);
 Command AddModulesCommand(CLI::App & program);
 Command AddCrashCommand(CLI::App & program);
+Command AddSysInfoCommand(CLI::App & program);
 
 /// The exit codes that all commands share, for the end of a help text.
 extern char const * const exitCodesHelp;
