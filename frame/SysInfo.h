@@ -114,4 +114,18 @@ KVCORE_API String GetEnvironmentVariableW(String const & name);
 /// Replaces `codePages` by the code pages that are installed, with the system's names for them.
 KVCORE_API void EnumInstalledCodepages(std::map<unsigned int, String> & codePages);
 
+/// @name The version of DirectX
+/// The major version in the upper half, the minor one in the byte below, the letter behind it (1 for 'a') in the
+/// lowest: 0x00090003 is 9.0c. The calling thread has initialised COM.
+/// @{
+
+/// What the system's diagnostic provider says; asked and logged once in a process, which may take seconds. 0 if it says
+/// nothing.
+KVCORE_API DWORD GetDirectXVersion();
+
+/// 0x90000 for version 9 and all later ones, told by one of its classes; if that is not there, GetDirectXVersion().
+/// Logs each time.
+KVCORE_API DWORD FastGetDirectXVersion();
+/// @}
+
 } // namespace SysInfo
