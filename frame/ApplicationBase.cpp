@@ -1,10 +1,17 @@
 #include <kvcore/frame/ApplicationBase.h>
 
+#include <kvcore/frame/detail/CrashReporter.h>
 #include <kvcore/platform/win32.h>
 
-ApplicationBase::ApplicationBase() : exitCode(0) {}
+ApplicationBase::ApplicationBase() : exitCode(0)
+{
+    kv::detail::CrashReporter::Create();
+}
 
-ApplicationBase::~ApplicationBase() = default;
+ApplicationBase::~ApplicationBase()
+{
+    kv::detail::CrashReporter::End();
+}
 
 int ApplicationBase::SetExitCode(int code)
 {

@@ -9,6 +9,7 @@
 #include <kvcore/files/AsyncFileStream.h>
 #include <kvcore/files/RecursiveLock.h>
 #include <kvcore/frame/ModuleBase.h>
+#include <kvcore/frame/detail/CrashReporter.h>
 #include <kvcore/frame/detail/LogLifetime.h>
 #include <kvcore/frame/detail/LogLine.h>
 #include <kvcore/platform/win32.h>
@@ -303,6 +304,10 @@ bool KVLogFile::SetFilename(WCHAR const * name)
         return false;
     }
     log->filename = path;
+    if (kv::detail::CrashReporter * const reporter = kv::detail::CrashReporter::Current())
+    {
+        reporter->RegisterFile(path.c_str());
+    }
     return true;
 }
 

@@ -65,8 +65,8 @@ public:
     void * ScaleDialog(void * handle);
     /// Parses a dialog resource; `scaled` as LoadDialog gives it. False, and an empty `result`, if there is none.
     bool LoadDialogTemplate(unsigned int id, DialogTemplate & result, bool scaled);
-    /// Where a dialog stands, in dialog units, unscaled; empty if there is none. In pixels it can only be told where the
-    /// dialog can be made as a window of this process, and is empty too as long as it cannot.
+    /// Where a dialog stands, in dialog units, unscaled; empty if there is none. In pixels it can only be told where
+    /// the dialog can be made as a window of this process, and is empty too as long as it cannot.
     Rect GetDialogRect(unsigned int id, bool inPixels);
 
     /// An exported function of the module, or null.

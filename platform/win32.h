@@ -13,8 +13,9 @@
 
 #    include <mmsystem.h>
 #    include <objbase.h>
-#    include <shellapi.h>
+#    include <oleauto.h>
 #    include <process.h>
+#    include <shellapi.h>
 #    include <shlobj.h>
 #    include <shlwapi.h>
 #    include <stdlib.h>
@@ -34,6 +35,7 @@
 #    include <kvcore/platform/include/mmtimer.h>
 #    include <kvcore/platform/include/objbase.h>
 #    include <kvcore/platform/include/objidl.h>
+#    include <kvcore/platform/include/oleauto.h>
 #    include <kvcore/platform/include/overlapped.h>
 #    include <kvcore/platform/include/processenv.h>
 #    include <kvcore/platform/include/processthreadsapi.h>

@@ -2,11 +2,7 @@
 
 #include <kvcore/platform/export.h>
 #include <kvcore/platform/types.h>
-
-#ifndef _WIN32
-#    include <kvcore/platform/include/faults.h>
-#    include <kvcore/platform/win32.h>
-#endif
+#include <kvcore/platform/win32.h>
 
 namespace kv::detail
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kvcore/platform/export.h>
 #include <cstddef>
 
 #include <kvcore/platform/types.h>
@@ -12,7 +13,7 @@ constexpr std::size_t threadNameSize = 256;
 
 /// The calling thread's own buffer for its name in crash reports: zeros until a SEHTryCatchEnabler fills it. It lives
 /// as long as the thread. Null without memory, or when the library is not attached.
-WCHAR * ThreadNameBuffer() noexcept;
+KVCORE_API WCHAR * ThreadNameBuffer() noexcept;
 
 /// Take and free the thread-local slot in which the buffers are found: the first and last steps of the library's
 /// attachment. The calling thread gets its buffer, and loses it.

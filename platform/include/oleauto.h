@@ -31,6 +31,7 @@ enum VARENUM
     VT_DISPATCH = 9,
     VT_BOOL = 11,
     VT_UNKNOWN = 13,
+    VT_UI4 = 19,
 };
 
 #ifdef __clang__ // which warns of a form that all compilers of these targets take
@@ -48,6 +49,7 @@ struct VARIANT
     {
         SHORT iVal;
         LONG lVal;
+        ULONG ulVal;
         VARIANT_BOOL boolVal;
         BSTR bstrVal;
         IUnknown * punkVal;

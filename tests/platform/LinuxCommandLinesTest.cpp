@@ -60,8 +60,7 @@ TEST(LinuxCommandLines, KeepTheArguments)
         std::vector<WString> const all(found, found + count);
         ASSERT_GE(all.size(), 8u);
         std::vector<WString> const last(all.end() - 8, all.end());
-        std::vector<WString> const expected{u"a b",   u"",     u"c\"d", u"e\\",
-                                            u"f g\\", u"\\\"", u"\t",   u"--x=\u00E4"};
+        std::vector<WString> const expected{u"a b", u"", u"c\"d", u"e\\", u"f g\\", u"\\\"", u"\t", u"--x=\u00E4"};
         EXPECT_EQ(last, expected);
         LocalFree(found);
         return;
