@@ -107,10 +107,10 @@ TEST_F(XMLParsing, MalformedTextGivesReasonLineAndPosition)
     {
         std::string const failure = ParseFailure(text);
         EXPECT_TRUE(StartsWith(failure, "2: ")) << text << ": " << failure;
-        EXPECT_TRUE(EndsWith(failure, "\n")) << text << ": " << failure;
-        EXPECT_GT(failure.size(), std::string("2: Line/Pos: 1/1\n").size()) << text;
+        EXPECT_GT(failure.size(), std::string("2: ").size()) << text;
         EXPECT_FALSE(Contains(failure, "File: ")) << failure;
-        EXPECT_TRUE(!strictComponent || Contains(failure, "\nLine/Pos: 1/")) << text << ": " << failure;
+        EXPECT_TRUE(!strictComponent || (Contains(failure, "\nLine/Pos: 1/") && EndsWith(failure, "\n")))
+            << text << ": " << failure;
     }
     EXPECT_TRUE(!strictComponent || StartsWith(ParseFailure("<p:a/>"), "2: "));
 }
