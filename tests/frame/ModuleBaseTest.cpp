@@ -160,7 +160,7 @@ TEST_F(ModuleSources, FollowFromTheTypeAlone)
     module.nameFile = NameGerman;
     module.Init(loaded.handle);
     module.Free();
-    for (WCHAR const * type : {RT_CURSOR, RT_BITMAP, RT_ICON})
+    for (WCHAR const * type : {cursorType, bitmapType, iconType})
     {
         EXPECT_EQ(Start(module, type), "shar");
     }
@@ -168,12 +168,12 @@ TEST_F(ModuleSources, FollowFromTheTypeAlone)
     EXPECT_EQ(module.Bytes(7, TEXT("Picture")), "german picture") << "the name counts as it is written";
     EXPECT_EQ(module.Bytes(7, TEXT("P")), "none");
     EXPECT_EQ(module.Bytes(7, TEXT("KIND")), "german kind");
-    EXPECT_EQ(module.Bytes(7, RT_RCDATA), "german data");
+    EXPECT_EQ(module.Bytes(7, rcDataType), "german data");
 
     module.ignoresLanguage = true;
     EXPECT_EQ(module.Bytes(7, TEXT("PICTURE")), "shared picture");
     EXPECT_EQ(module.Bytes(7, TEXT("KIND")), "own kind");
-    EXPECT_EQ(module.Bytes(7, RT_RCDATA), "own data");
+    EXPECT_EQ(module.Bytes(7, rcDataType), "own data");
 }
 
 TEST_F(ModuleSources, AreNotTriedOneAfterTheOther)
@@ -183,9 +183,9 @@ TEST_F(ModuleSources, AreNotTriedOneAfterTheOther)
     module.nameFile = NameGerman;
     module.Init(loaded.handle);
     module.Free();
-    EXPECT_EQ(module.Bytes(9, RT_RCDATA), "none") << "the module alone has it";
-    EXPECT_EQ(module.Bytes(8, RT_BITMAP), "shared alone");
-    EXPECT_EQ(module.Bytes(9, RT_BITMAP), "none");
+    EXPECT_EQ(module.Bytes(9, rcDataType), "none") << "the module alone has it";
+    EXPECT_EQ(module.Bytes(8, bitmapType), "shared alone");
+    EXPECT_EQ(module.Bytes(9, bitmapType), "none");
 }
 
 TEST_F(ModuleSources, AreTheModuleWithoutOtherFiles)
@@ -195,8 +195,8 @@ TEST_F(ModuleSources, AreTheModuleWithoutOtherFiles)
     module.Init(loaded.handle);
     module.Free();
     EXPECT_EQ(module.Bytes(7, TEXT("PICTURE")), "own picture");
-    EXPECT_EQ(Start(module, RT_BITMAP), "own ");
-    EXPECT_EQ(module.Bytes(7, RT_RCDATA), "own data");
+    EXPECT_EQ(Start(module, bitmapType), "own ");
+    EXPECT_EQ(module.Bytes(7, rcDataType), "own data");
     LoadLibraryW(module.GetPath().c_str()); // for the reference that its end takes from the test
 }
 
@@ -206,11 +206,11 @@ TEST_F(ModuleSources, TakeSixteenBitsOfANumber)
     RigModule module;
     module.Init(loaded.handle);
     module.Free();
-    EXPECT_EQ(module.Bytes(0x10007, RT_RCDATA), "own data");
-    EXPECT_EQ(module.Bytes(0, RT_RCDATA), "none");
+    EXPECT_EQ(module.Bytes(0x10007, rcDataType), "own data");
+    EXPECT_EQ(module.Bytes(0, rcDataType), "none");
     DWORD size = 77;
-    EXPECT_EQ(module.LoadResource(12345, RT_RCDATA, &size), nullptr);
-    EXPECT_NE(module.LoadResource(7, RT_RCDATA, nullptr), nullptr);
+    EXPECT_EQ(module.LoadResource(12345, rcDataType, &size), nullptr);
+    EXPECT_NE(module.LoadResource(7, rcDataType, nullptr), nullptr);
     HACCEL const keys = module.LoadAcceleratorsFromResource(1);
     EXPECT_NE(keys, nullptr);
     EXPECT_EQ(CopyAcceleratorTableW(keys, nullptr, 0), 2);

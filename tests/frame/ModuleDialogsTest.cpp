@@ -54,7 +54,7 @@ TEST_F(ModuleDialogs, AreCopiedByteForByteAtFirst)
     {
         HGLOBAL const dialog = module.LoadDialog(id);
         ASSERT_NE(dialog, nullptr);
-        EXPECT_EQ(BytesOf(dialog), module.Bytes(id, RT_DIALOG)) << id;
+        EXPECT_EQ(BytesOf(dialog), module.Bytes(id, dialogType)) << id;
         HGLOBAL const copy = module.ScaleDialog(dialog);
         EXPECT_NE(copy, dialog);
         EXPECT_EQ(BytesOf(copy), BytesOf(dialog));
@@ -66,7 +66,7 @@ TEST_F(ModuleDialogs, AreCopiedByteForByteAtFirst)
 TEST_F(ModuleDialogs, LeaveTheGivenBlockAsItIs)
 {
     ModuleBase::SetDialogScalingFactors(2, 3);
-    std::string const bytes = module.Bytes(1, RT_DIALOG);
+    std::string const bytes = module.Bytes(1, dialogType);
     HGLOBAL const given = BlockOf(bytes);
     HGLOBAL const scaled = module.ScaleDialog(given);
     EXPECT_EQ(BytesOf(given), bytes);

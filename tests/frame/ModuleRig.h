@@ -48,6 +48,13 @@ public:
     HINSTANCE const handle;
 };
 
+// The types of resources as wide names. The system's own macros are narrow where UNICODE is not defined.
+inline WCHAR const * const cursorType = MAKEINTRESOURCEW(1);
+inline WCHAR const * const bitmapType = MAKEINTRESOURCEW(2);
+inline WCHAR const * const iconType = MAKEINTRESOURCEW(3);
+inline WCHAR const * const dialogType = MAKEINTRESOURCEW(5);
+inline WCHAR const * const rcDataType = MAKEINTRESOURCEW(10);
+
 /// What a module of the suite is, with everything at hand.
 class RigModule : public ModuleBase
 {

@@ -143,8 +143,8 @@ TEST(SEHException, SaysAllInOneSentence)
             TEXT("' at location 0x00401000"));
     if constexpr (sizeof(void *) == 8)
     {
-        String const far = SEHException(1, Location(static_cast<ULONG_PTR>(0x1234567890ABull))).GetMsg();
-        EXPECT_TRUE(WString(far).ends_with(WString(TEXT(" at location 0x1234567890AB")))) << far.Utf8();
+        String const farther = SEHException(1, Location(static_cast<ULONG_PTR>(0x1234567890ABull))).GetMsg();
+        EXPECT_TRUE(WString(farther).ends_with(WString(TEXT(" at location 0x1234567890AB")))) << farther.Utf8();
     }
 }
 

@@ -15,8 +15,8 @@ Command AddSysInfoCommand(CLI::App & program)
     sysInfo->add_flag("--code-pages", options->withCodePages, "List the code pages");
     sysInfo->add_option("--env", options->variables, "Show an environment variable, too; may be repeated")
         ->type_name("NAME")
-        ->type_size(1)
-        ->expected(1);
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     sysInfo->footer(
         std::string("The system is the edition of Windows that programs are told; the number behind it\n"
                     "is the one that they compare.\n\n"
