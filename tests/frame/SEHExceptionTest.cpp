@@ -138,9 +138,9 @@ TEST(SEHException, ALocationInAnotherModuleNamesThat)
 TEST(SEHException, SaysAllInOneSentence)
 {
     EXPECT_EQ(
-        SEHException(0xC0000005, Location(0x401000)).GetMsg(),
+        SEHException(0xC0000005, Location(0x1000)).GetMsg(),
         TEXT("Fatal exception 'Access violation' caused by module '") + PathOfProgram() +
-            TEXT("' at location 0x00401000"));
+            TEXT("' at location 0x00001000"));
     if constexpr (sizeof(void *) == 8)
     {
         String const farther = SEHException(1, Location(static_cast<ULONG_PTR>(0x1234567890ABull))).GetMsg();

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,7 +73,48 @@ struct Completion
     OVERLAPPED * overlapped;
     DWORD thread;
 };
-thread_local std::vector<Completion> completions;
+
+/// A thread's completions. Without a destructor, since MinGW's run-time library frees a thread's objects before it
+/// destroys them.
+class Completions
+{
+public:
+    void push_back(Completion const & completion)
+    {
+        ASSERT_LT(count, std::size(all));
+        all[count] = completion;
+        ++count;
+    }
+    void clear()
+    {
+        count = 0;
+    }
+    std::size_t size() const
+    {
+        return count;
+    }
+    bool empty() const
+    {
+        return count == 0;
+    }
+    Completion const & operator[](std::size_t index) const
+    {
+        return all[index];
+    }
+    Completion const * begin() const
+    {
+        return all;
+    }
+    Completion const * end() const
+    {
+        return all + count;
+    }
+
+private:
+    Completion all[512];
+    std::size_t count;
+};
+thread_local Completions completions;
 
 void CALLBACK Completed(DWORD error, DWORD transferred, OVERLAPPED * overlapped)
 {

@@ -236,31 +236,6 @@ TEST(Threads, CanBeWaitedForTogether)
     EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForMultipleObjects(3, all, FALSE, 0));
 }
 
-TEST(Threads, HaveEndedWithTheirThreadLocalObjects)
-{
-    struct Mark
-    {
-        int * ended = nullptr;
-        ~Mark()
-        {
-            ++*ended;
-        }
-    };
-    struct Maker
-    {
-        static DWORD WINAPI Run(LPVOID argument)
-        {
-            static thread_local Mark mark;
-            mark.ended = static_cast<int *>(argument);
-            return 0;
-        }
-    };
-    int ended = 0;
-    ScopedHandle const thread(Begin(Maker::Run, &ended));
-    ExitCodeAfter(thread);
-    EXPECT_EQ(1, ended);
-}
-
 TEST(Threads, AreManyAtATimeAndOneAfterTheOther)
 {
     for (int round = 0; round < 50; ++round)
