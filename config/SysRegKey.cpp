@@ -346,7 +346,7 @@ bool SysRegKey::SetInt64(String name, __int64 value)
     WCHAR digits[32];
     // Kept: the routine's result, which is 0 for a success, is taken for the length of the text.
     int const length = _i64tow_s(value, digits, 32, 10);
-    return SetString(name, String(digits, static_cast<std::size_t>(length)));
+    return SetString(name, String(digits, static_cast<unsigned int>(length)));
 }
 
 bool SysRegKey::SetString(String name, String value)

@@ -1,7 +1,9 @@
 #include <kvcore/frame/ModuleBase.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
+#include <utility>
 
 #include <kvcore/files/File.h>
 #include <kvcore/platform/win32.h>
@@ -221,6 +223,23 @@ String ModuleBase::LoadStringW(unsigned int id) const
     return LoadStringW(LanguageSource(), id);
 }
 
+namespace
+{
+
+/// A text that may lie at any address, and nearly always lies at an even one.
+String Text(char const * bytes, std::size_t length)
+{
+    if (reinterpret_cast<ULONG_PTR>(bytes) % alignof(WCHAR) == 0)
+    {
+        return String(WString(reinterpret_cast<WCHAR const *>(bytes), length));
+    }
+    WString text(length, 0);
+    std::memcpy(text.data(), bytes, length * sizeof(WCHAR));
+    return String(std::move(text));
+}
+
+} // namespace
+
 String ModuleBase::LoadStringW(HINSTANCE source, unsigned int id)
 {
     if (id == 0)
@@ -230,25 +249,31 @@ String ModuleBase::LoadStringW(HINSTANCE source, unsigned int id)
     constexpr unsigned stringsInBlock = 16;
     DWORD size = 0;
     HGLOBAL const block = LoadFrom(source, id / stringsInBlock + 1, MAKEINTRESOURCEW(6), &size); // RT_STRING
-    auto const * at = static_cast<WCHAR const *>(LockResource(block));
-    if (at == nullptr)
+    auto const * const bytes = static_cast<char const *>(LockResource(block));
+    if (bytes == nullptr)
     {
         return String();
     }
-    // Counted strings, one behind the other. What points behind the block is not there.
-    WCHAR const * const end = at + size / sizeof(WCHAR);
+    // Counted strings, one behind the other, at any address. What points behind the block is not there.
+    std::size_t at = 0;
     for (unsigned skipped = id % stringsInBlock;; --skipped)
     {
-        if (at == end || end - at - 1 < *at)
+        WCHAR length = 0;
+        if (size - at < sizeof length)
         {
             return String();
         }
-        std::size_t const length = *at++;
+        std::memcpy(&length, bytes + at, sizeof length);
+        at += sizeof length;
+        if ((size - at) / sizeof(WCHAR) < length)
+        {
+            return String();
+        }
         if (skipped == 0)
         {
-            return String(WString(at, length));
+            return Text(bytes + at, length);
         }
-        at += length;
+        at += length * sizeof(WCHAR);
     }
 }
 

@@ -313,7 +313,8 @@ BOOL WINAPI GetPrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, 
             WString text;
             if (!ReadValue(section, key, fileName, text) || text.size() != 2 * (std::size_t(size) + 1))
             {
-                return FailWith(GetLastError() == ERROR_SUCCESS ? ERROR_BAD_LENGTH : GetLastError());
+                return static_cast<DWORD>(
+                    FailWith(GetLastError() == ERROR_SUCCESS ? ERROR_BAD_LENGTH : GetLastError()));
             }
             std::string bytes;
             unsigned sum = 0;
@@ -323,14 +324,14 @@ BOOL WINAPI GetPrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, 
                 unsigned const low = DigitValue(text[i + 1]);
                 if (high > 15 || low > 15)
                 {
-                    return FailWith(ERROR_INVALID_DATA);
+                    return static_cast<DWORD>(FailWith(ERROR_INVALID_DATA));
                 }
                 bytes += static_cast<char>(high * 16 + low);
                 sum += i + 2 < text.size() ? high * 16 + low : 0;
             }
             if (static_cast<unsigned char>(bytes.back()) != (sum & 0xFF))
             {
-                return FailWith(ERROR_INVALID_DATA);
+                return static_cast<DWORD>(FailWith(ERROR_INVALID_DATA));
             }
             std::copy_n(bytes.data(), size, static_cast<char *>(data));
             return TRUE;

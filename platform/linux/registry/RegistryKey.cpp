@@ -66,44 +66,46 @@ bool IsPredefined(HKEY key) noexcept
 }
 
 KeyUse::KeyUse(HKEY key, REGSAM access) noexcept
-try
 {
-    if (IsPredefined(key))
+    try
     {
-        id = rootKeys[RootIndex(key)];
-        if (id == noKey)
+        if (IsPredefined(key))
         {
+            id = rootKeys[RootIndex(key)];
+            if (id == noKey)
+            {
+                result = ERROR_INVALID_HANDLE;
+                return;
+            }
+            lock = std::unique_lock(RegistryLock());
+            store = RegistryStore::Current(result);
+            return;
+        }
+        HandleSlot * const slot = HandleTable::Pin(key);
+        if (slot == nullptr || HandleTable::ObjectOf(slot)->Kind() != ObjectKind::RegistryKey)
+        {
+            if (slot != nullptr)
+            {
+                HandleTable::Unpin(slot);
+            }
             result = ERROR_INVALID_HANDLE;
             return;
         }
-        lock = std::unique_lock(RegistryLock());
-        store = RegistryStore::Current(result);
-        return;
-    }
-    HandleSlot * const slot = HandleTable::Pin(key);
-    if (slot == nullptr || HandleTable::ObjectOf(slot)->Kind() != ObjectKind::RegistryKey)
-    {
-        if (slot != nullptr)
+        pinned = Pinned<RegistryKey>(slot, static_cast<RegistryKey *>(HandleTable::ObjectOf(slot)));
+        if ((pinned.Access() & access) != access)
         {
-            HandleTable::Unpin(slot);
+            result = ERROR_ACCESS_DENIED;
+            return;
         }
-        result = ERROR_INVALID_HANDLE;
-        return;
+        lock = std::unique_lock(RegistryLock());
+        store = pinned->store;
+        id = pinned->id;
+        result = store->Open();
     }
-    pinned = Pinned<RegistryKey>(slot, static_cast<RegistryKey *>(HandleTable::ObjectOf(slot)));
-    if ((pinned.Access() & access) != access)
+    catch (std::bad_alloc const &)
     {
-        result = ERROR_ACCESS_DENIED;
-        return;
+        result = ERROR_NOT_ENOUGH_MEMORY;
     }
-    lock = std::unique_lock(RegistryLock());
-    store = pinned->store;
-    id = pinned->id;
-    result = store->Open();
-}
-catch (std::bad_alloc const &)
-{
-    result = ERROR_NOT_ENOUGH_MEMORY;
 }
 
 LSTATUS KeyUse::NothingFound(LSTATUS otherwise) const noexcept

@@ -13,7 +13,7 @@ using namespace kv::platform;
 namespace
 {
 
-constexpr std::size_t longestValueName = 16383;
+constexpr std::size_t mostNameUnits = 16383;
 
 std::u16string_view ViewOf(LPCWSTR text) noexcept
 {
@@ -165,7 +165,7 @@ LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, BYTE co
 try
 {
     std::u16string_view const view = ViewOf(name);
-    if (view.size() > longestValueName)
+    if (view.size() > mostNameUnits)
     {
         return ERROR_INVALID_PARAMETER;
     }

@@ -153,7 +153,8 @@ private:
         return {};
     }
 
-    /// A number, or a text; what is neither is an empty text. A text that several entries name is kept once.
+    /// A number, or a text; what is neither is an empty text, and so is a text with a NUL inside, which nobody could
+    /// ask for. A text that several entries name is kept once.
     bool ReadId(DWORD name, ResourceId & id)
     {
         if ((name & 0x80000000u) == 0)
@@ -167,7 +168,8 @@ private:
         if (isNew && length <= longestText && length * 2 <= textLeft)
         {
             textLeft -= length * 2;
-            known->second = directory.Keep(Part(tree, at + 2, length * 2));
+            std::u16string_view const text = directory.Keep(Part(tree, at + 2, length * 2));
+            known->second = text.find(u'\0') == text.npos ? text : std::u16string_view();
         }
         id = {known->second, 0};
         return !id.text.empty();
@@ -397,12 +399,20 @@ void ResourceDirectory::Index()
 
 ResourceData const * ResourceDirectory::FindNumbers(WORD type, WORD name) const noexcept
 {
-    auto const found = std::lower_bound(numbers.begin(), numbers.end(), NumberKey(type, name));
-    if (found == numbers.end() || *found != NumberKey(type, name))
+    std::uint32_t const key = NumberKey(type, name);
+    // A search without a branch: which way it goes is nothing that a processor could guess.
+    std::uint32_t const * found = numbers.data();
+    for (std::size_t left = numbers.size(); left > 1;)
+    {
+        std::size_t const half = left / 2;
+        found += found[half - 1] < key ? half : 0;
+        left -= half;
+    }
+    if (numbers.empty() || *found != key)
     {
         return nullptr;
     }
-    Resource const & resource = resources[places[static_cast<std::size_t>(found - numbers.begin())]];
+    Resource const & resource = resources[places[static_cast<std::size_t>(found - numbers.data())]];
     return &resource.languages[resource.preferred];
 }
 
