@@ -1,5 +1,7 @@
 #include <kvcore/frame/KVLogFile.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <thread>
 
@@ -9,6 +11,7 @@
 #include <kvcore/frame/detail/LogLine.h>
 #include <kvcore/platform/win32.h>
 #include <support/ChildProgram.h>
+#include <support/SystemCalls.h>
 
 #include "LogRig.h"
 #include "plugin/LoggingPlugin.h"
@@ -393,6 +396,40 @@ TEST_F(KVLogFiles, TakeOneLineEachOfTenThousandThreads)
     EXPECT_EQ(TextsOf(Bytes()), Texts(rounds * atOnce, "here"));
 }
 
+TEST_F(KVLogFiles, LoseOnlyWhatAFullDiskDoesNotTake)
+{
+    Open();
+    std::size_t size = 0;
+    {
+        // Every second write fails at once, and the others go through.
+        kv::test::SystemCalls calls;
+        bool isFull = false;
+        calls.WriteFile = [&](HANDLE file, LPCVOID data, DWORD count, LPDWORD written, LPOVERLAPPED request)
+        {
+            size += count;
+            isFull = !isFull;
+            if (!isFull)
+            {
+                SetLastError(ERROR_DISK_FULL);
+                return FALSE;
+            }
+            return kv::test::SystemCalls::RealWriteFile(file, data, count, written, request);
+        };
+        for (int i = 0; i < 6; ++i)
+        {
+            EXPECT_NO_THROW(log->AddLine(String::FromFormat(TEXT("line %i"), i)));
+        }
+        EXPECT_EQ(log->AddFormattedLine(TEXT("%s"), TEXT("the last")), S_OK);
+    }
+    std::string const bytes = Bytes();
+    EXPECT_EQ(bytes.size(), size);
+    // Where a line was lost nothing was written: the next one stands where it would have stood.
+    std::string kept;
+    std::copy_if(bytes.begin(), bytes.end(), std::back_inserter(kept), [](char byte) { return byte != 0; });
+    EXPECT_EQ(TextsOf(kept), Texts({"line 0", "line 2", "line 4", "the last"}));
+    EXPECT_EQ(std::size_t(std::count(bytes.begin(), bytes.end(), '\0')), 3 * (stampLength + 8));
+}
+
 TEST_F(KVLogFiles, GoOnWhenTheirFolderIsMovedAway)
 {
     std::filesystem::create_directory(scratch / "sub");
@@ -402,6 +439,15 @@ TEST_F(KVLogFiles, GoOnWhenTheirFolderIsMovedAway)
     log->AddLine(TEXT("x"));
     log.End();
     EXPECT_EQ(TextsOf(scratch.Read(refused ? "sub/log.txt" : "away/log.txt")), Texts({"x"}));
+}
+
+TEST_F(KVLogFiles, LeaveTheFileOfAnotherProcessAlone)
+{
+    Open();
+    log->AddLine(TEXT("ours"));
+    EXPECT_EQ(RunChildProgram("frame_child", {"log-refused", (scratch / "log.txt").string()}), 0);
+    log->AddLine(TEXT("and ours again"));
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"ours", "and ours again"}));
 }
 
 class LogsOfProcesses : public testing::TestWithParam<char const *>

@@ -13,6 +13,9 @@
         (void * security, unsigned stackSize, unsigned(WINAPI * procedure)(void *), void * argument, unsigned flags,   \
          unsigned * id),                                                                                               \
         (security, stackSize, procedure, argument, flags, id))                                                         \
+    CALL(                                                                                                              \
+        BOOL, WriteFile, (HANDLE file, LPCVOID data, DWORD size, LPDWORD written, LPOVERLAPPED request),               \
+        (file, data, size, written, request))                                                                          \
     CALL(BOOL, CloseHandle, (HANDLE handle), (handle))                                                                 \
     CALL(DWORD, ResumeThread, (HANDLE thread), (thread))                                                               \
     CALL(BOOL, SetThreadPriority, (HANDLE thread, int priority), (thread, priority))                                   \

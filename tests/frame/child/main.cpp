@@ -6,10 +6,15 @@
 #include <fstream>
 #include <iostream>
 
+#include <kvcore/files/FileStreams.h>
 #include <kvcore/frame/ConsoleApplication.h>
 #include <kvcore/frame/KVLogFile.h>
+#include <kvcore/frame/SysInfo.h>
 #include <kvcore/library/StartRecord.h>
 #include <kvcore/platform/NativePaths.h>
+#include <kvcore/platform/win32.h>
+
+#include "../DiagnosticsOfTest.h"
 
 namespace
 {
@@ -28,6 +33,22 @@ int LogAndAbort(char const * file)
     std::abort();
 }
 
+/// Cannot open the log of a process that runs; its own lines go nowhere.
+int LogToAnothersFile(char const * file)
+{
+    KVLogFile & log = KVLogFile::Object();
+    try
+    {
+        log.SetFilename(kv::platform::PathFromNative(file).c_str());
+    }
+    catch (BasicFileStream::Exception const & exception)
+    {
+        log.AddLine(TEXT("lost"));
+        return exception.error == ERROR_SHARING_VIOLATION && log.GetFilename().empty() ? 0 : 3;
+    }
+    return 4;
+}
+
 /// Leaves the log open, so that the end of the process has to close it.
 int LogAndLeave(char const * file)
 {
@@ -38,6 +59,25 @@ int LogAndLeave(char const * file)
         log.AddFormattedLine(TEXT("line %i of a process that ends"), i);
     }
     return 0;
+}
+
+/// Asks for the version of DirectX until it would be found, and says whether the first answer stayed.
+int DetectDirectXOnce(char const * file)
+{
+    using namespace kv::test;
+    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
+    {
+        return 3;
+    }
+    KVLogFile::Object().SetFilename(kv::platform::PathFromNative(file).c_str());
+    Diagnostics diagnostics;
+    diagnostics.failing = "Initialize";
+    RegisteredDiagnostics const registered(diagnostics);
+    bool const failed = SysInfo::GetDirectXVersion() == 0;
+    int const createdFirst = diagnostics.created;
+    diagnostics.failing.clear();
+    bool const stayed = SysInfo::GetDirectXVersion() == 0;
+    return failed && stayed && createdFirst == 1 && diagnostics.created == 1 ? 0 : 4;
 }
 
 std::FILE * stopFile;
@@ -141,9 +181,17 @@ int main(int argc, char ** argv)
     {
         return LogAndLeave(argv[2]);
     }
+    if (argc == 3 && std::strcmp(argv[1], "log-refused") == 0)
+    {
+        return LogToAnothersFile(argv[2]);
+    }
     if (argc == 3 && std::strcmp(argv[1], "record-stop") == 0)
     {
         return RecordStop(argv[2]);
+    }
+    if (argc == 3 && std::strcmp(argv[1], "directx-once") == 0)
+    {
+        return DetectDirectXOnce(argv[2]);
     }
     if (argc >= 3 && std::strcmp(argv[1], "application") == 0)
     {
