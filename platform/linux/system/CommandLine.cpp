@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <kvcore/platform/include/errors.h>
+#include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/include/memory.h>
 #include <kvcore/platform/include/processenv.h>
 #include <kvcore/platform/include/shellapi.h>
@@ -247,6 +248,24 @@ LPWSTR * InOneBlock(std::vector<WString> const & arguments)
 
 using namespace kv::platform;
 
+namespace
+{
+
+/// What an empty line means.
+WString ProgramPath()
+{
+    WString path(260, 0);
+    DWORD length = 0;
+    while ((length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))) == path.size())
+    {
+        path.resize(2 * path.size());
+    }
+    path.resize(length);
+    return path;
+}
+
+} // namespace
+
 LPWSTR WINAPI GetCommandLineW()
 {
     static WString & line = *new WString(MakeCommandLine());
@@ -263,8 +282,7 @@ LPWSTR * WINAPI CommandLineToArgvW(LPCWSTR line, int * count)
     std::vector<WString> arguments;
     if (line == nullptr || *line == 0)
     {
-        // No line: the program's own path.
-        arguments.push_back(Arguments(GetCommandLineW()).All().front());
+        arguments.push_back(ProgramPath());
     }
     else
     {
