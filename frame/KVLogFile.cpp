@@ -1,5 +1,6 @@
 #include <kvcore/frame/KVLogFile.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <map>
 #include <memory>
@@ -30,30 +31,46 @@ alignas(KVLogFile) unsigned char storage[sizeof(KVLogFile)];
 
 std::size_t constexpr pathLength = 260;
 std::size_t constexpr nameLength = 256;
-WCHAR const noModule[] = TEXT("<---MT--->");
+constexpr LogText noModule = TEXT("<---MT--->");
 
-/// The name, without folder and extension, of the module that holds an address.
-class ModuleName
+/// The path of the module that holds an address.
+class ModulePath
 {
 public:
-    explicit ModuleName(void const * location)
+    explicit ModulePath(void const * location)
     {
-        if (location == nullptr)
-        {
-            std::copy(std::begin(noModule), std::end(noModule), name);
-            return;
-        }
-        WCHAR path[pathLength] = {};
-        GetModuleFileNameW(ModuleBase::GetHInstance(location), path, pathLength);
-        path[pathLength - 1] = 0;
-        _wsplitpath_s(path, nullptr, 0, nullptr, 0, name, nameLength, nullptr, 0);
+        DWORD const copied = GetModuleFileNameW(ModuleBase::GetHInstance(location), path, pathLength);
+        length = std::min<std::size_t>(copied, pathLength - 1);
+        path[length] = 0;
     }
     LogText Get() const
     {
+        return {path, length};
+    }
+
+private:
+    WCHAR path[pathLength];
+    std::size_t length;
+};
+
+/// The names, without folder and extension, that paths of modules end with. Most lines come from the module that the
+/// line before came from.
+class ModuleNames
+{
+public:
+    LogText Of(LogText path)
+    {
+        if (path != lastPath)
+        {
+            lastPath = path;
+            name[0] = 0;
+            _wsplitpath_s(lastPath.c_str(), nullptr, 0, nullptr, 0, name, nameLength, nullptr, 0);
+        }
         return name;
     }
 
 private:
+    WString lastPath;
     WCHAR name[nameLength] = {};
 };
 
@@ -81,9 +98,33 @@ private:
     LogTime shown = {};
 };
 
+bool EndsLine(WCHAR unit)
+{
+    return unit == '\r' || unit == '\n';
+}
+
+/// Whether any element is one of those that `isOne` tells. Looks at all: the compiler takes many at once.
+template <class IsOne>
+bool HasAny(LogText text, IsOne isOne)
+{
+    unsigned found = 0;
+    for (WCHAR const unit : text)
+    {
+        found |= isOne(unit) ? 1u : 0u;
+    }
+    return found != 0;
+}
+
 /// Replaces `bytes` by `text` in the ANSI code page, a stretch at a time: the system counts in 32 bits.
 void ToAnsi(LogText text, std::string & bytes)
 {
+    // ASCII is the same in all of them.
+    if (!HasAny(text, [](WCHAR unit) { return unit >= 0x80; }))
+    {
+        bytes.resize(text.size());
+        std::transform(text.begin(), text.end(), bytes.begin(), [](WCHAR unit) { return static_cast<char>(unit); });
+        return;
+    }
     constexpr std::size_t stretch = 65536;
     constexpr std::size_t longestCharacter = 4; // in bytes; an element never gives more
     std::size_t filled = 0;
@@ -126,6 +167,7 @@ struct KVLogFile::Log
 
     // Kept between lines, to save their memory.
     WallClock clock;
+    ModuleNames moduleNames;
     WString line;
     std::string bytes;
 };
@@ -193,18 +235,18 @@ bool KVLogFile::Log::WriteLine()
 /// Logs each line of a text, up to the first that cannot be written.
 bool KVLogFile::Log::Add(void const * location, LogText text)
 {
-    ModuleName const moduleName(location);
-    LogText const lineEnds = TEXT("\r\n");
+    ModulePath const path(location);
+    bool const isOneLine = !HasAny(text, EndsLine);
     std::lock_guard const guard(lock);
-    for (std::size_t begin = text.find_first_not_of(lineEnds); begin != text.npos;)
+    for (auto begin = std::find_if_not(text.begin(), text.end(), EndsLine); begin != text.end();)
     {
-        std::size_t const end = std::min(text.find_first_of(lineEnds, begin), text.size());
-        AppendLine(moduleName.Get(), text.substr(begin, end - begin));
+        auto const end = isOneLine ? text.end() : std::find_if(begin, text.end(), EndsLine);
+        AppendLine(moduleNames.Of(path.Get()), LogText(begin, end));
         if (!WriteLine())
         {
             return false;
         }
-        begin = text.find_first_not_of(lineEnds, end);
+        begin = std::find_if_not(end, text.end(), EndsLine);
     }
     return true;
 }
@@ -400,8 +442,8 @@ String KVLogFile::GetLogText(void * location, String const & text)
     {
         return String();
     }
-    ModuleName const moduleName(location);
+    ModulePath const path(location);
     std::lock_guard const guard(log->lock);
-    log->AppendLine(moduleName.Get(), text);
+    log->AppendLine(location != nullptr ? log->moduleNames.Of(path.Get()) : noModule, text);
     return String(log->line);
 }

@@ -8,10 +8,18 @@ namespace
 
 constexpr std::size_t nameWidth = 10;
 
-void AppendTwoDigits(WString & line, unsigned value)
+constexpr std::size_t stampLength = 11;
+
+WCHAR * PutTwoDigits(WCHAR * at, unsigned value)
 {
-    line.push_back(static_cast<WCHAR>('0' + value / 10 % 10));
-    line.push_back(static_cast<WCHAR>('0' + value % 10));
+    *at++ = static_cast<WCHAR>('0' + value / 10 % 10);
+    *at++ = static_cast<WCHAR>('0' + value % 10);
+    return at;
+}
+
+WCHAR * Put(WCHAR * at, LogText text)
+{
+    return std::copy(text.begin(), text.end(), at);
 }
 
 } // namespace
@@ -19,21 +27,26 @@ void AppendTwoDigits(WString & line, unsigned value)
 // By hand, for the log is called often: a general formatter takes longer than all the rest.
 void AppendLogLine(WString & line, LogTime const & time, LogText moduleName, unsigned long indent, LogText text)
 {
-    if (!text.empty())
+    LogText const lineEnd = TEXT("\r\n");
+    if (text.empty())
     {
-        line.push_back('[');
-        AppendTwoDigits(line, time.hour);
-        line.push_back(':');
-        AppendTwoDigits(line, time.minute);
-        line.push_back(':');
-        AppendTwoDigits(line, time.second);
-        line.append(TEXT("] "));
-        LogText const name = moduleName.substr(0, nameWidth);
-        line.append(name).append(nameWidth - name.size() + 1, ' ');
-        line.append(2 * std::size_t{indent}, ' ');
-        line.append(text);
+        line.append(lineEnd);
+        return;
     }
-    line.append(TEXT("\r\n"));
+    std::size_t const before = line.size();
+    std::size_t const blanks = 2 * std::size_t{indent};
+    line.resize(before + stampLength + nameWidth + 1 + blanks + text.size() + lineEnd.size());
+    WCHAR * at = line.data() + before;
+    *at++ = '[';
+    at = PutTwoDigits(at, time.hour);
+    *at++ = ':';
+    at = PutTwoDigits(at, time.minute);
+    *at++ = ':';
+    at = PutTwoDigits(at, time.second);
+    at = Put(at, TEXT("] "));
+    LogText const name = moduleName.substr(0, nameWidth);
+    at = std::fill_n(Put(at, name), nameWidth - name.size() + 1 + blanks, WCHAR(' '));
+    Put(Put(at, text), lineEnd);
 }
 
 } // namespace kv::detail

@@ -616,40 +616,99 @@ catch (std::bad_alloc const &)
     return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }
 
-DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD capacity)
-try
+namespace
 {
-    HMODULE const asked = module != nullptr ? module : ProgramModule();
+
+/// The path of something that the loader has. It is asked for again and again, by the log for each of its lines: what
+/// was found is kept for ever, and belongs to a library as long as the loader's record has the same name.
+struct KnownPath
+{
+    link_map const * map;
+    std::string name;
     WString path;
-    if (ElfOf(asked))
-    {
-        std::string const native = PathOfElf(asked);
-        path = native.empty() ? WString() : Win32PathOf(native.data(), native.size());
-    }
-    else
-    {
-        Registry & registry = TheRegistry();
-        std::lock_guard const guard(registry.mutex);
-        auto const file = registry.files.find(AddressOf(asked));
-        path = file != registry.files.end() ? file->second.path : WString();
-    }
+    KnownPath const * next;
+};
+
+std::atomic<KnownPath const *> knownPaths{nullptr};
+std::atomic<unsigned> knownCount{0};
+
+/// Programs that load and free libraries for ever would fill the memory.
+constexpr unsigned mostKnown = 256;
+
+/// A whole path: what a relative one means changes with the current directory.
+bool CanBeKept(LoadedElf const & module, std::string const & native) noexcept
+{
+    return !native.empty() &&
+        (module.base == reinterpret_cast<std::uintptr_t>(ProgramModule()) || native == module.map->l_name);
+}
+
+/// Copies as much of a path as there is room for, by the rules of GetModuleFileNameW.
+DWORD CopyPath(std::basic_string_view<WCHAR> path, LPWSTR buffer, DWORD capacity) noexcept
+{
     if (path.empty())
     {
         return static_cast<DWORD>(FailWith(ERROR_MOD_NOT_FOUND));
     }
     if (path.size() < capacity)
     {
-        std::memcpy(buffer, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
+        std::memcpy(buffer, path.data(), path.size() * sizeof(WCHAR));
+        buffer[path.size()] = 0;
         SetLastError(ERROR_SUCCESS);
         return static_cast<DWORD>(path.size());
     }
     if (capacity != 0)
     {
-        std::memcpy(buffer, path.c_str(), (capacity - 1) * sizeof(WCHAR));
+        std::memcpy(buffer, path.data(), (capacity - 1) * sizeof(WCHAR));
         buffer[capacity - 1] = 0;
     }
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
     return capacity;
+}
+
+DWORD CopyElfPath(LoadedElf const & module, LPWSTR buffer, DWORD capacity)
+{
+    char const * const name = module.map->l_name != nullptr ? module.map->l_name : "";
+    KnownPath const * const first = knownPaths.load(std::memory_order_acquire);
+    for (KnownPath const * known = first; known != nullptr; known = known->next)
+    {
+        if (known->map == module.map && known->name == name)
+        {
+            return CopyPath(known->path, buffer, capacity);
+        }
+    }
+    std::string const native = PathOfElf(reinterpret_cast<void *>(module.base));
+    WString path = native.empty() ? WString() : Win32PathOf(native.data(), native.size());
+    DWORD const copied = CopyPath(path, buffer, capacity);
+    if (CanBeKept(module, native) && knownCount.fetch_add(1, std::memory_order_relaxed) < mostKnown)
+    {
+        DWORD const error = GetLastError();
+        auto * const added = new KnownPath{module.map, name, std::move(path), first};
+        while (!knownPaths.compare_exchange_weak(added->next, added, std::memory_order_release))
+        {
+        }
+        SetLastError(error);
+    }
+    return copied;
+}
+
+} // namespace
+
+DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD capacity)
+try
+{
+    HMODULE const asked = module != nullptr ? module : ProgramModule();
+    if (auto const elf = ElfOf(asked))
+    {
+        return CopyElfPath(*elf, buffer, capacity);
+    }
+    WString path;
+    {
+        Registry & registry = TheRegistry();
+        std::lock_guard const guard(registry.mutex);
+        auto const file = registry.files.find(AddressOf(asked));
+        path = file != registry.files.end() ? file->second.path : WString();
+    }
+    return CopyPath(path, buffer, capacity);
 }
 catch (std::bad_alloc const &)
 {

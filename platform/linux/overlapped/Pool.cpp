@@ -179,22 +179,26 @@ void GiveBack(Pool & pool, TransferRequest & request) noexcept
     --pool.outstanding;
 }
 
-void GiveBackAll(Pool & pool, TransferRequest * request) noexcept
+void GiveBackAll(Pool & pool, FinishedRecords const & records) noexcept
 {
-    while (request != nullptr)
+    if (records.count != 0)
     {
-        TransferRequest * const next = request->nextInFile;
-        GiveBack(pool, *request);
-        request = next;
+        records.last->nextInFile = pool.firstFree;
+        pool.firstFree = records.first;
+        pool.outstanding -= records.count;
     }
 }
 
-TransferRequest * Finish(File & file, TransferRequest * first) noexcept
+FinishedRecords Finish(File & file, TransferRequest * first) noexcept
 {
     Pool & pool = ThePool();
-    TransferRequest * toFree = nullptr;
+    FinishedRecords toFree;
     {
         std::lock_guard const guard(pool.ending);
+        // The counts are their maker's, too, who goes on making more: they are changed seldom.
+        unsigned count = 0;
+        unsigned taken = 0;
+        unsigned ofThread = 0;
         TransferRequest * next = nullptr;
         for (TransferRequest * request = first; request != nullptr; request = next)
         {
@@ -207,20 +211,25 @@ TransferRequest * Finish(File & file, TransferRequest * first) noexcept
                 request->event = {};
             }
             request->file = {};
-            if (std::exchange(request->isTaken, false))
-            {
-                pool.taken.fetch_sub(1, std::memory_order_release);
-            }
-            file.requests.pending.fetch_sub(1, std::memory_order_seq_cst);
+            ++count;
+            taken += std::exchange(request->isTaken, false) ? 1u : 0u;
             if (request->routine == nullptr || !thread.Queue(*request))
             {
                 request->thread = nullptr;
-                request->nextInFile = toFree;
-                toFree = request;
+                request->nextInFile = toFree.first;
+                toFree.first = request;
+                toFree.last = toFree.last != nullptr ? toFree.last : request;
+                ++toFree.count;
             }
-            // Last: the thread may end now.
-            thread.requests.fetch_sub(1, std::memory_order_release);
+            ++ofThread;
+            if (next == nullptr || next->thread != &thread)
+            {
+                // Last: the thread may end now.
+                thread.requests.fetch_sub(std::exchange(ofThread, 0), std::memory_order_release);
+            }
         }
+        pool.taken.fetch_sub(taken, std::memory_order_release);
+        file.requests.pending.fetch_sub(count, std::memory_order_seq_cst);
     }
     WakeWaitersIfAny(file);
     pool.finished.fetch_add(1, std::memory_order_seq_cst);

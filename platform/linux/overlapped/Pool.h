@@ -42,6 +42,8 @@ struct Pool
 
     /// Whether there is something for a worker to take; a hint for those who look without the lock.
     std::atomic<bool> hasReady{false};
+    /// Whether somebody waits, so that the workers let no writes gather.
+    std::atomic<bool> isHurried{false};
     /// Writes whose bytes were taken over and are not done.
     std::atomic<unsigned> taken{0};
     /// Changes after requests have finished.
@@ -53,12 +55,20 @@ Pool & ThePool() noexcept;
 /// A record for a new request, or null if there may be no more. The lock is held, as for all that follow but `Finish`.
 TransferRequest * TakeRecord(Pool & pool) noexcept;
 void GiveBack(Pool & pool, TransferRequest & request) noexcept;
-/// The same for all that are linked by `nextInFile`.
-void GiveBackAll(Pool & pool, TransferRequest * request) noexcept;
+
+/// Records that are linked by `nextInFile` and nobody's.
+struct FinishedRecords
+{
+    TransferRequest * first = nullptr;
+    TransferRequest * last = nullptr;
+    unsigned count = 0;
+};
+/// The same for all of them at once.
+void GiveBackAll(Pool & pool, FinishedRecords const & records) noexcept;
 
 /// Makes the ends of requests for one file seen, which are linked by `nextInFile`. Of those without a routine nothing
 /// is left but the record; the others go to their threads, which free the record. Gives the records to free. The lock
 /// is not held.
-TransferRequest * Finish(File & file, TransferRequest * first) noexcept;
+FinishedRecords Finish(File & file, TransferRequest * first) noexcept;
 
 } // namespace kv::platform

@@ -37,6 +37,13 @@ constexpr unsigned longestReadRun = 8;
 constexpr std::size_t largestReadRun = std::size_t{128} << 10;
 constexpr std::uint64_t appending = ~std::uint64_t{0};
 
+/// Somebody waits: no worker is to let writes gather. One that begins to at this very moment may miss it, and does so
+/// for a fraction of a millisecond.
+void Hurry(Pool & pool)
+{
+    pool.isHurried.store(true, std::memory_order_relaxed);
+}
+
 /// Enters a file whose oldest request can begin into the list. Whether it was entered now.
 bool MakeReady(Pool & pool, File & file)
 {
@@ -108,6 +115,10 @@ void LinkToThread(TransferRequest & request)
 
 void UnlinkFromThread(TransferRequest & request)
 {
+    if (request.isTaken)
+    {
+        return; // it never was there
+    }
     TransferRequest *& fromBefore =
         request.previousInThread != nullptr ? request.previousInThread->nextInThread : request.thread->firstQueued;
     fromBefore = request.nextInThread;
@@ -117,17 +128,37 @@ void UnlinkFromThread(TransferRequest & request)
     }
 }
 
-TransferRequest * TakeFirst(RequestQueue & queue)
+/// Whether a request can go to the kernel together with the run that it would stand behind. Of what was taken over
+/// there are runs apart: they can be taken as they are, however long.
+bool Continues(TransferRequest const & run, TransferRequest const & last, TransferRequest const & next)
 {
-    TransferRequest * const request = queue.first;
-    queue.first = request->nextInFile;
-    if (queue.first == nullptr)
+    unsigned const longest = run.writing ? longestRun : longestReadRun;
+    std::size_t const largest = run.writing ? largestRun : largestReadRun;
+    bool const fits = next.writing == run.writing && next.isTaken == run.isTaken && run.runLength < longest &&
+        run.runBytes + next.count <= largest;
+    bool const isPlaced = last.place != appending && next.place != appending;
+    return fits && (!run.writing || (isPlaced && next.place == last.place + last.count));
+}
+
+/// Adds a request to those of its file that have not begun, as part of the last run if it can be.
+void Append(RequestQueue & queue, TransferRequest & request)
+{
+    request.nextInFile = nullptr;
+    if (queue.first != nullptr && Continues(*queue.lastRun, *queue.last, request))
     {
-        queue.last = nullptr;
+        ++queue.lastRun->runLength;
+        queue.lastRun->runBytes += request.count;
+        queue.lastRun->runLast = &request;
     }
-    request->nextInFile = nullptr;
-    UnlinkFromThread(*request);
-    return request;
+    else
+    {
+        request.runLength = 1;
+        request.runBytes = request.count;
+        request.runLast = &request;
+        queue.lastRun = &request;
+    }
+    (queue.first != nullptr ? queue.last->nextInFile : queue.first) = &request;
+    queue.last = &request;
 }
 
 /// What a worker does at once.
@@ -138,31 +169,20 @@ struct Run
     bool writing = false;
 };
 
-/// Takes the oldest requests of a file that go together.
+/// Takes the oldest requests of a file that go together. Those that were taken over are not looked at one by one: that
+/// would fetch each from its maker's processor, who waits for the lock meanwhile.
 Run TakeRun(File & file)
 {
     RequestQueue & queue = file.requests;
-    Run run;
-    run.writing = queue.first->writing;
-    unsigned const longest = run.writing ? longestRun : longestReadRun;
-    std::size_t const largest = run.writing ? largestRun : largestReadRun;
-    TransferRequest * last = nullptr;
-    std::size_t bytes = 0;
-    while (queue.first != nullptr && run.length < longest)
+    Run const run{queue.first, queue.first->runLength, queue.first->writing};
+    TransferRequest * const last = run.first->runLast;
+    queue.first = std::exchange(last->nextInFile, nullptr);
+    if (!run.first->isTaken)
     {
-        TransferRequest const & next = *queue.first;
-        bool const continues = last == nullptr ||
-            (next.writing == run.writing && bytes + next.count <= largest &&
-             (!run.writing || (next.place != appending && next.place == last->place + last->count)));
-        if (!continues)
+        for (TransferRequest * request = run.first; request != nullptr; request = request->nextInFile)
         {
-            break;
+            UnlinkFromThread(*request);
         }
-        bytes += next.count;
-        ++run.length;
-        TransferRequest * const taken = TakeFirst(queue);
-        (last != nullptr ? last->nextInFile : run.first) = taken;
-        last = taken;
     }
     run.writing ? void(queue.writeRunning = true) : void(++queue.readsRunning);
     return run;
@@ -234,9 +254,31 @@ void WakeWorker(Pool & pool)
     }
 }
 
+/// Lets writes gather that nobody waits for: their bytes were taken over, and one call for many is cheaper than the
+/// quarrel with their maker about the lock for each. The lock is held before and after.
+void LetWritesGather(Pool & pool, std::unique_lock<std::mutex> & guard)
+{
+    bool const canGather = pool.firstReady != nullptr && pool.firstReady == pool.lastReady && !pool.isHeld &&
+        pool.firstReady->requests.first->isTaken;
+    if (!canGather)
+    {
+        return;
+    }
+    pool.isHurried.store(false, std::memory_order_relaxed);
+    ++pool.looking;
+    guard.unlock();
+    for (int looks = 0; looks < looksBeforeSleep && !pool.isHurried.load(std::memory_order_relaxed); ++looks)
+    {
+        __builtin_ia32_pause();
+    }
+    guard.lock();
+    --pool.looking;
+}
+
 /// Takes a run and carries it out, if there is one. The lock is held before and after.
 bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<std::mutex> & guard)
 {
+    LetWritesGather(pool, guard);
     File * const file = TakeReady(pool);
     if (file == nullptr)
     {
@@ -255,7 +297,7 @@ bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<std::mutex> & guard
     {
         CarryOut(*request);
     }
-    TransferRequest * const toFree = Finish(*file, run.first);
+    FinishedRecords const toFree = Finish(*file, run.first);
     guard.lock();
     GiveBackAll(pool, toFree);
     run.writing ? void(file->requests.writeRunning = false) : void(--file->requests.readsRunning);
@@ -447,7 +489,7 @@ DWORD StartRequest(
     {
         guard.unlock();
         CarryOut(*request);
-        TransferRequest * const toFree = Finish(file, request);
+        FinishedRecords const toFree = Finish(file, request);
         guard.lock();
         GiveBackAll(pool, toFree);
         return ERROR_IO_PENDING;
@@ -455,9 +497,9 @@ DWORD StartRequest(
     if (!request->isTaken)
     {
         LinkToThread(*request);
+        Hurry(pool);
     }
-    (queue.last != nullptr ? queue.last->nextInFile : queue.first) = request;
-    queue.last = request;
+    Append(queue, *request);
     if (MakeReady(pool, file) || (!transfer.writing && queue.isReady))
     {
         WakeWorker(pool);
@@ -474,8 +516,7 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
     {
         std::lock_guard const guard(pool.lock);
         RequestQueue & queue = file.requests;
-        TransferRequest * rest = queue.first;
-        queue.first = queue.last = nullptr;
+        TransferRequest * rest = std::exchange(queue.first, nullptr);
         while (rest != nullptr)
         {
             TransferRequest * const request = std::exchange(rest, rest->nextInFile);
@@ -492,8 +533,7 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
                 ++count;
                 continue;
             }
-            (queue.last != nullptr ? queue.last->nextInFile : queue.first) = request;
-            queue.last = request;
+            Append(queue, *request);
         }
         // What stands first now is another request, or none at all.
         MakeUnready(pool, file);
@@ -504,7 +544,7 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
     }
     if (cancelled != nullptr)
     {
-        TransferRequest * const toFree = Finish(file, cancelled);
+        FinishedRecords const toFree = Finish(file, cancelled);
         std::lock_guard const guard(pool.lock);
         GiveBackAll(pool, toFree);
     }
@@ -533,6 +573,7 @@ void FinishRequestsOf(Thread & thread) noexcept
     }
     for (;;)
     {
+        Hurry(pool);
         std::uint32_t const seen = pool.finished.load(std::memory_order_seq_cst);
         if (thread.requests.load(std::memory_order_acquire) == 0)
         {
@@ -547,6 +588,7 @@ void WaitForRequest(OVERLAPPED const & overlapped) noexcept
     Pool & pool = ThePool();
     for (;;)
     {
+        Hurry(pool);
         std::uint32_t const seen = pool.finished.load(std::memory_order_seq_cst);
         if (HasOverlappedIoCompleted(&overlapped))
         {

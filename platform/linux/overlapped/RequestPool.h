@@ -32,6 +32,10 @@ struct TransferRequest : ProcedureCall
     DWORD error = 0;
     DWORD done = 0;
     TransferRequest * nextInFile = nullptr;
+    // In the first of those that go together: the last of them, how many they are and of how many bytes.
+    TransferRequest * runLast = nullptr;
+    unsigned runLength = 0;
+    std::size_t runBytes = 0;
     // Those of its thread that have not begun.
     TransferRequest * nextInThread = nullptr;
     TransferRequest * previousInThread = nullptr;

@@ -15,9 +15,11 @@ struct RequestQueue
 {
     std::atomic<unsigned> pending{0};
 
-    /// Those that have not begun, oldest first.
+    /// Those that have not begun, oldest first: run by run, each of what can be done together. The others mean nothing
+    /// where there is no first.
     TransferRequest * first = nullptr;
     TransferRequest * last = nullptr;
+    TransferRequest * lastRun = nullptr;
 
     /// What the workers do with this file now: any number of reads, or one run of writes.
     unsigned readsRunning = 0;

@@ -14,7 +14,7 @@ constexpr LONG isAwaited = 2;
 
 HANDLE Self()
 {
-    static thread_local char mark;
+    [[gnu::tls_model("initial-exec")]] static thread_local char mark;
     return &mark;
 }
 
