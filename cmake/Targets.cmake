@@ -35,6 +35,18 @@ function(kv_configure target)
     endif()
 endfunction()
 
+# kv_precompile(<target> [<header>...]): reads these and what nearly every source includes once for all sources. That is
+# half of the time of a build; every source still includes what it uses.
+function(kv_precompile target)
+    target_precompile_headers(
+        ${target} PRIVATE <kvcore/platform/win32.h> <map> <memory> <mutex> <string> <vector> ${ARGN})
+endfunction()
+
+# kv_compile_quickly(<target>): for programs whose own code is never what takes the time, other than the library's.
+function(kv_compile_quickly target)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+endfunction()
+
 # kv_configure_library(<target>): the same for what is installed, which has no losing conversions unwritten.
 function(kv_configure_library target)
     kv_configure(${target})
@@ -69,4 +81,6 @@ function(kv_use_cli11 target)
         find_package(CLI11 REQUIRED)
         target_link_libraries(${target} PUBLIC CLI11::CLI11)
     endif()
+    kv_precompile(${target} <kvcore/core/String.h>) # CLI11 itself would cost more than it saves
+    kv_compile_quickly(${target})
 endfunction()
