@@ -48,6 +48,18 @@ TEST(KvCrash, ShowsAnyBytes)
     EXPECT_EQ(RunTool(RunKv, {"crash", std::string(path.begin(), path.end())}).code, ExitOk);
 }
 
+TEST(KvCrash, ShowsEqualFramesOnce)
+{
+    ScratchFolder const folder;
+    std::string const report = "Stack\n   0 0xA1 a\n   1 0xB2 b\n   2 0xB2 b\n   3 0xB2 b\n   4 0xC3 c\n   5 0xC3 c\n";
+    std::u8string const path = folder.Write("deep", report).generic_u8string();
+    std::string const name(path.begin(), path.end());
+    EXPECT_EQ(
+        RunTool(RunKv, {"crash", name}).output,
+        "Stack\n   0 0xA1 a\n   1 0xB2 b\n     and 2 more of the same\n   4 0xC3 c\n     and 1 more of the same\n");
+    EXPECT_EQ(RunTool(RunKv, {"crash", "--raw", name}).output, report);
+}
+
 TEST(KvCrash, TellsOfAReportThatIsNotThere)
 {
     ToolResult const result = RunTool(RunKv, {"crash", "crash-1999"});

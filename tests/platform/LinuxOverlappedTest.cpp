@@ -327,6 +327,75 @@ TEST(LinuxRequests, OfAThreadThatEndsAreCancelledIfTheyHaveNotBegun)
     EXPECT_EQ(folder.Read("other"), "");
 }
 
+/// A page from which small writes are taken over when they are issued.
+struct TakenPage
+{
+    TakenPage() : bytes(static_cast<char *>(VirtualAlloc(nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))) {}
+    ~TakenPage()
+    {
+        VirtualFree(bytes, 0, MEM_RELEASE);
+    }
+    TakenPage(TakenPage const &) = delete;
+    TakenPage & operator=(TakenPage const &) = delete;
+
+    char * const bytes;
+};
+
+TEST(LinuxRequests, ThatAreTakenOverHaveTheBytesOfTheirBeginningAndGoBesideOthers)
+{
+    ScratchPaths const folder;
+    ScopedHandle const file = NewFile(folder);
+    TakenPage const page;
+    constexpr DWORD count = 3000;
+    std::vector<OVERLAPPED> requests(count);
+    std::string const heap = "0123456789";
+    std::string expected;
+    {
+        Hold const hold;
+        for (DWORD i = 0; i < count; ++i)
+        {
+            // Long runs of those that are taken over, and one that is not after each.
+            requests[i] = At(i);
+            char const byte = i % 700 == 699 ? heap[i % 10] : static_cast<char>('a' + i % 26);
+            page.bytes[0] = byte;
+            WriteFile(file, i % 700 == 699 ? &heap[i % 10] : page.bytes, 1, nullptr, &requests[i]);
+            expected += byte;
+        }
+        page.bytes[0] = '!';
+    }
+    for (DWORD i = 0; i < count; ++i)
+    {
+        ASSERT_EQ(ResultOf(file, requests[i]), 0u) << i;
+    }
+    EXPECT_EQ(folder.Read("file"), expected);
+}
+
+TEST(LinuxRequests, OfAThreadThatEndsAreCancelledAlsoIfItHasCancelledWhatWasTakenOver)
+{
+    ScratchPaths const folder;
+    ScopedHandle const file = NewFile(folder);
+    ScopedHandle const other(folder(TEXT("other")), readWrite, shareAll, CREATE_ALWAYS, FILE_FLAG_OVERLAPPED);
+    TakenPage const page;
+    for (int round = 0; round < 3; ++round)
+    {
+        OVERLAPPED taken = At(0);
+        OVERLAPPED requests[] = {At(0), At(1)};
+        Hold const hold;
+        std::thread(
+            [&]
+            {
+                WriteFile(other, "a", 1, nullptr, &requests[0]);
+                WriteFile(file, page.bytes, 1, nullptr, &taken);
+                WriteFile(other, "b", 1, nullptr, &requests[1]);
+                EXPECT_TRUE(CancelIoEx(file, &taken));
+            })
+            .join();
+        EXPECT_EQ(ResultOf(file, taken), DWORD{ERROR_OPERATION_ABORTED});
+        EXPECT_EQ(ResultOf(other, requests[0]), DWORD{ERROR_OPERATION_ABORTED});
+        EXPECT_EQ(ResultOf(other, requests[1]), DWORD{ERROR_OPERATION_ABORTED});
+    }
+}
+
 TEST(LinuxRequests, DoNotKeepAProcessFromEnding)
 {
     ScratchPaths const folder;

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <kvcore/platform/CrashReports.h>
@@ -117,6 +119,48 @@ std::string Readable(std::string const & line)
     return result + line.substr(at);
 }
 
+/// Writes a report's lines for people. An exhausted stack has the same frame hundreds of times: it is shown once.
+class ReportView
+{
+public:
+    explicit ReportView(OutputStream & target) : output(target) {}
+
+    void Add(std::string const & line)
+    {
+        std::string const frame = Frame(line);
+        if (!frame.empty() && frame == last)
+        {
+            ++more;
+            return;
+        }
+        Finish();
+        last = frame;
+        PrintLine(output, Readable(line));
+    }
+    void Finish()
+    {
+        if (more != 0)
+        {
+            PrintLine(output, "     and " + std::to_string(std::exchange(more, 0)) + " more of the same");
+        }
+    }
+
+private:
+    /// What stands behind a frame's number; empty for a line that is none.
+    static std::string Frame(std::string const & line)
+    {
+        std::size_t const number = line.find_first_not_of(' ');
+        std::size_t const end = line.find_first_not_of("0123456789", number);
+        bool const isFrame =
+            number != line.npos && end != number && line.compare(std::min(end, line.size()), 3, " 0x") == 0;
+        return isFrame ? line.substr(end) : std::string();
+    }
+
+    OutputStream & output;
+    std::string last;
+    std::size_t more = 0;
+};
+
 /// The report that is meant; empty if there is none.
 path FindReport(std::string const & name)
 {
@@ -168,10 +212,12 @@ int ShowCrashReport(std::string const & name, bool raw, Console & console)
     }
     NamedOutput output("-", console);
     std::string line;
+    ReportView view(output);
     while (ReadLine(file, line))
     {
-        PrintLine(output, raw ? line : Readable(line));
+        raw ? PrintLine(output, line) : view.Add(line);
     }
+    view.Finish();
     output.Finish();
     return ExitOk;
 }
