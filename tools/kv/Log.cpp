@@ -105,6 +105,11 @@ public:
         }
         output.Finish();
     }
+    /// Hands on what is shown so far: a reader waits for it.
+    void Deliver()
+    {
+        output.Finish();
+    }
     void Restart()
     {
         pending.clear();
@@ -153,6 +158,7 @@ int ShowLog(LogOptions const & options, Console & console)
                 view.Restart();
                 continue;
             }
+            view.Deliver();
             std::this_thread::sleep_for(pauseBetweenLooks);
         }
     }
