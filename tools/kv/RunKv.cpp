@@ -47,7 +47,8 @@ public:
             usage += " [OPTIONS]";
         }
         for (CLI::Option const * const option :
-             app->get_options([](CLI::Option const * candidate) { return candidate->get_positional(); }))
+             app->get_options([](CLI::Option const * candidate)
+                              { return candidate->get_positional() && !candidate->get_group().empty(); }))
         {
             std::string const argument = option->get_name(true) + (option->get_items_expected_max() > 1 ? "..." : "");
             usage += option->get_required() ? " " + argument : " [" + argument + "]";
@@ -94,9 +95,9 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand,    AddSumCommand,     AddClassIdCommand, AddFindCommand,    AddSizeCommand,
-    AddRemoveCommand, AddInfoCommand,      AddPathCommand,    AddUrlCommand,     AddCatCommand,     AddLogCommand,
-    AddIniCommand,    AddResourcesCommand, AddModulesCommand, AddCrashCommand,   AddSysInfoCommand,
+    AddEncodeCommand, AddDecodeCommand, AddSumCommand,       AddClassIdCommand, AddFindCommand,  AddSizeCommand,
+    AddRemoveCommand, AddInfoCommand,   AddPathCommand,      AddUrlCommand,     AddCatCommand,   AddLogCommand,
+    AddIniCommand,    AddRegCommand,    AddResourcesCommand, AddModulesCommand, AddCrashCommand, AddSysInfoCommand,
 };
 
 class Program

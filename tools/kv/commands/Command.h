@@ -34,6 +34,7 @@ Command AddUrlCommand(CLI::App & program);
 Command AddCatCommand(CLI::App & program);
 Command AddLogCommand(CLI::App & program);
 Command AddIniCommand(CLI::App & program);
+Command AddRegCommand(CLI::App & program);
 Command AddResourcesCommand(CLI::App & program);
 Command AddModulesCommand(CLI::App & program);
 Command AddCrashCommand(CLI::App & program);
