@@ -13,6 +13,7 @@
 #    include <unistd.h>
 
 #    include <gtest/gtest.h>
+#    include <sqlite3.h>
 
 #    include <support/ScratchFolder.h>
 #    include <support/ScratchKey.h>
@@ -75,6 +76,18 @@ protected:
         // What the child has flushed lies in the store; its log would stand in for a damaged page.
         std::filesystem::remove(folder / "kvcore/registry.db-wal");
         std::filesystem::remove(folder / "kvcore/registry.db-shm");
+        return result;
+    }
+    /// Runs statements on the store, as another program would.
+    int Execute(char const * statements) const
+    {
+        sqlite3 * database = nullptr;
+        int result = sqlite3_open(Store().c_str(), &database);
+        if (result == SQLITE_OK)
+        {
+            result = sqlite3_exec(database, statements, nullptr, nullptr, nullptr);
+        }
+        sqlite3_close(database);
         return result;
     }
     static DWORD OpenError()
@@ -263,6 +276,123 @@ TEST_F(LinuxRegistry, AStoreThatCannotBeOpenedTellsSo)
     EXPECT_EQ(OpenError(), ERROR_CANTOPEN);
     std::filesystem::remove(Store());
     EXPECT_EQ(OpenError(), 0u);
+}
+
+TEST_F(LinuxRegistry, AStoreThatIsLockedForLongIsBusyAndLosesNothing)
+{
+    ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Locked"));
+    ASSERT_EQ(Set(key, TEXT("v"), 1), 0u);
+    sqlite3 * other = nullptr;
+    ASSERT_EQ(sqlite3_open(Store().c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_EQ(Set(key, TEXT("v"), 2), ERROR_BUSY);
+    EXPECT_EQ(Get(key, TEXT("v")), 1u);
+    ASSERT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_EQ(Set(key, TEXT("v"), 3), 0u);
+    EXPECT_EQ(Get(key, TEXT("v")), 3u);
+    EXPECT_EQ(sqlite3_close(other), SQLITE_OK);
+}
+
+TEST_F(LinuxRegistry, AWriterWaitsForAnotherThatEnds)
+{
+    ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Shared"));
+    int begun[2];
+    int written[2];
+    ASSERT_EQ(pipe(begun), 0);
+    ASSERT_EQ(pipe(written), 0);
+    pid_t const child = fork();
+    if (child == 0)
+    {
+        sqlite3 * other = nullptr;
+        bool good = sqlite3_open(Store().c_str(), &other) == SQLITE_OK &&
+            sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+        char byte = 0;
+        good = good && write(begun[1], &byte, 1) == 1 && read(written[0], &byte, 1) == 1;
+        good = good && sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+        _exit(good ? 0 : 1);
+    }
+    char byte = 0;
+    ASSERT_EQ(read(begun[0], &byte, 1), 1);
+    // The other one ends while this one waits, or just before.
+    ASSERT_EQ(write(written[1], &byte, 1), 1);
+    EXPECT_EQ(Set(key, TEXT("v"), 5), 0u);
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Get(key, TEXT("v")), 5u);
+    for (int const end : {begun[0], begun[1], written[0], written[1]})
+    {
+        close(end);
+    }
+}
+
+TEST_F(LinuxRegistry, VolatileKeysEndWithTheRunOfTheSystem)
+{
+    ASSERT_EQ(
+        InChild(
+            []
+            {
+                ScopedKey const lasting = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting"));
+                ScopedKey const brief = MakeKey(lasting, TEXT("brief\\below"), REG_OPTION_VOLATILE);
+                return Set(lasting, TEXT("v"), 1) == 0 && Set(brief, TEXT("v"), 2) == 0 ? 0 : 1;
+            }),
+        0);
+    EXPECT_EQ(
+        InChild([] { return Get(OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting\\brief\\below")), TEXT("v")); }), 2);
+    ASSERT_EQ(Execute("UPDATE keys SET boot = 'an earlier one' WHERE boot IS NOT NULL"), SQLITE_OK);
+    ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting"));
+    EXPECT_EQ(Get(key, TEXT("v")), 1u);
+    EXPECT_EQ(OpenKey(key, TEXT("brief")), nullptr);
+    // A key that is made in its place has none of its values.
+    EXPECT_EQ(Get(MakeKey(key, TEXT("brief\\below")), TEXT("v")), 0u);
+}
+
+TEST_F(LinuxRegistry, ChangesByAnotherProcessAreNoticed)
+{
+    ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Watched"));
+    HANDLE const event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    auto const change = []
+    {
+        ScopedKey const own = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Watched"));
+        return Set(own, TEXT("v"), 1) == 0 ? 0 : 1;
+    };
+    // The child comes first: what a fork does to waits is not what is asked here.
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    pid_t const child = fork();
+    if (child == 0)
+    {
+        char byte = 0;
+        _exit(read(go[0], &byte, 1) == 1 ? change() : 1);
+    }
+    ASSERT_EQ(Code(RegNotifyChangeKeyValue(key, TRUE, REG_NOTIFY_CHANGE_LAST_SET, event, TRUE)), 0u);
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(write(go[1], "g", 1), 1);
+    EXPECT_EQ(WaitForSingleObject(event, 20000), WAIT_OBJECT_0);
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    CloseHandle(event);
+    close(go[0]);
+    close(go[1]);
+}
+
+TEST_F(LinuxRegistry, ThisMachineHasItsOwnNameToo)
+{
+    char host[256] = "";
+    ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+    std::string const name = host;
+    for (std::string const prefix : {"", "\\\\"})
+    {
+        std::string const text = prefix + name;
+        HKEY key = nullptr;
+        EXPECT_EQ(Code(RegConnectRegistryW(WString(text.begin(), text.end()).c_str(), HKEY_USERS, &key)), 0u);
+        EXPECT_EQ(key, HKEY_USERS);
+    }
+    HKEY key = nullptr;
+    EXPECT_EQ(Code(RegConnectRegistryW(TEXT("\\\\"), HKEY_USERS, nullptr)), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(Code(RegConnectRegistryW(nullptr, nullptr, &key)), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(key, nullptr);
 }
 
 TEST_F(LinuxRegistry, KeysOfAStoreThatWasReplacedAreGone)
