@@ -1,4 +1,5 @@
-// Ten thousand registry values set and read one by one, beside SQLite with prepared statements and the same durability.
+// Ten thousand registry values set and read one by one, beside SQLite with prepared statements and the same durability;
+// and a project of 500 clips stored as one value and read, beside its serialization alone, to memory.
 
 #include <cstdlib>
 #include <cstring>
@@ -10,9 +11,83 @@
 
 #include <kvcore/config/SysRegKey.h>
 #include <kvcore/platform/win32.h>
+#include <kvcore/streams/ClassMethods.h>
+#include <kvcore/streams/MemoryStreams.h>
+#include <kvcore/streams/ObjectFactory.h>
 
 #include "Jobs.h"
 #include "ScratchFolder.h"
+
+/// A clip of a storyboard.
+class BenchShot : public KVUnknown, public ISerializable
+{
+public:
+    void Read(SerializingInputStream & stream, short) override
+    {
+        stream >> path >> comment >> start >> length >> width >> height;
+    }
+    void Write(SerializingOutputStream & stream) const override
+    {
+        stream << path << comment << start << length << width << height;
+    }
+    short GetVersion() const override
+    {
+        return 1;
+    }
+
+    String path;
+    String comment;
+    double start = 0;
+    double length = 0;
+    int width = 720;
+    int height = 576;
+};
+
+/// The storyboard: its clips in their order, some of them more than once.
+class BenchProject : public KVUnknown, public ISerializable
+{
+public:
+    BenchProject() = default;
+    BenchProject(BenchProject const &) = delete;
+    ~BenchProject() override
+    {
+        for (BenchShot * const shot : shots)
+        {
+            shot->Release();
+        }
+    }
+
+    void Read(SerializingInputStream & stream, short) override
+    {
+        int count = 0;
+        stream >> title >> count;
+        for (int i = 0; i < count; ++i)
+        {
+            auto * const shot = static_cast<BenchShot *>(stream.ReadRef());
+            // Every fourth is one that stands there already, and only lent.
+            if (i % 4 == 3)
+            {
+                shot->AddRef();
+            }
+            shots.push_back(shot);
+        }
+    }
+    void Write(SerializingOutputStream & stream) const override
+    {
+        stream << title << static_cast<int>(shots.size());
+        for (BenchShot const * const shot : shots)
+        {
+            stream.WriteRef(shot);
+        }
+    }
+    short GetVersion() const override
+    {
+        return 1;
+    }
+
+    String title;
+    std::vector<BenchShot *> shots;
+};
 
 namespace
 {
@@ -142,6 +217,87 @@ void AddJobs()
     bench::Add("Registry/read/sqlite", count, [both] { benchmark::DoNotOptimize(both->table.Read(both->names)); });
 }
 
+constexpr int shotCount = 500;
+
+void Fill(BenchProject & project)
+{
+    auto random = bench::Random();
+    project.title = TEXT("A project");
+    for (int i = 0; i < shotCount; ++i)
+    {
+        if (i % 4 == 3)
+        {
+            project.shots.push_back(project.shots[random() % project.shots.size()]);
+            project.shots.back()->AddRef();
+            continue;
+        }
+        auto * const shot = new BenchShot;
+        shot->path = String::FromUtf8("z:\\projects\\clips\\scene " + std::to_string(random() % 100) + "\\take.avi");
+        shot->comment = i % 3 == 0 ? TEXT("to be cut") : TEXT("");
+        shot->start = static_cast<double>(random() % 100000) * 0.04;
+        shot->length = static_cast<double>(random() % 500) * 0.04;
+        project.shots.push_back(shot);
+    }
+}
+
+/// A project, and both ways to keep it.
+struct ProjectStores
+{
+    explicit ProjectStores(SysRegKey const & storeKey) : key(storeKey)
+    {
+        RegisterType<BenchProject>(factory);
+        RegisterType<BenchShot>(factory);
+        Fill(project);
+    }
+
+    bool Store()
+    {
+        return key.WriteObject(TEXT("project"), factory, project);
+    }
+    std::size_t Load() const
+    {
+        BenchProject loaded;
+        key.ReadObject(TEXT("project"), factory, loaded);
+        return loaded.shots.size();
+    }
+    void Serialize()
+    {
+        MemoryOutputStream memory;
+        SerializingOutputStream stream(factory, memory);
+        stream.Write(project);
+        bytes = memory.GetContent();
+    }
+    std::size_t Deserialize()
+    {
+        BenchProject loaded;
+        MemoryInputStream memory(bytes);
+        SerializingInputStream stream(factory, memory);
+        stream.Read(loaded);
+        return loaded.shots.size();
+    }
+
+    ObjectFactory factory;
+    BenchProject project;
+    SysRegKey key;
+    std::string bytes;
+};
+
+void AddProjectJobs()
+{
+    setenv("XDG_DATA_HOME", bench::ScratchFolder::Path().c_str(), 1);
+    auto const both = std::make_shared<ProjectStores>(
+        SysRegKey(HKEY_CURRENT_USER).CreateSubkey(TEXT("Software\\Bench"), 0, KEY_ALL_ACCESS, nullptr));
+    both->Serialize();
+    bool const agree = both->Store() && both->Load() == shotCount && both->Deserialize() == shotCount;
+    bench::Require(agree, "StoredObject");
+    bench::Add("StoredObject/write/ours", both->bytes.size(), [both] { both->Store(); });
+    bench::Add("StoredObject/write/memory", both->bytes.size(), [both] { both->Serialize(); });
+    bench::Add("StoredObject/read/ours", both->bytes.size(), [both] { benchmark::DoNotOptimize(both->Load()); });
+    bench::Add(
+        "StoredObject/read/memory", both->bytes.size(), [both] { benchmark::DoNotOptimize(both->Deserialize()); });
+}
+
 bench::Source const source(AddJobs);
+bench::Source const projectSource(AddProjectJobs);
 
 } // namespace
