@@ -228,7 +228,7 @@ int WatchRegistry(RegistryRequest const & request, Console & console)
     while (WaitForChange(event, *key, end))
     {
         // Armed anew before the look, so that no change falls between.
-        bool const isThere = event.Arm(*key);
+        bool const isThere = !IsDeleted(*key) && event.Arm(*key);
         Snapshot after = Look(path);
         list.Print(before, after);
         if (list.IsFull())
