@@ -41,6 +41,10 @@ foreach(program kv storyboard)
         install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     endif()
 endforeach()
+if(TARGET storyboard)
+    # Where the program looks for its language file, if that is not beside it.
+    install(FILES ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/storyboard_de.lng DESTINATION ${CMAKE_INSTALL_DATADIR}/storyboard)
+endif()
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kvcore)

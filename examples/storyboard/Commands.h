@@ -4,6 +4,7 @@
 #include <string>
 
 #include <kvcore/examples/storyboard/Progress.h>
+#include <kvcore/examples/storyboard/SourceJobs.h>
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Program.h>
 
@@ -25,6 +26,7 @@ struct Context
     kv::tools::Console & console;
     Screen const & screen;
     Progress::Loudness loudness;
+    ReadingOptions reading;
 };
 
 /// Makes a project of what is in a folder.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/LocalTime.h>
 #include <kvcore/tools/support/Text.h>
 
@@ -193,18 +194,25 @@ std::string Shortened(std::string_view printable, std::size_t width)
 
 std::string Grouped(std::int64_t number)
 {
+    std::string const separator = Text(TEXT_THOUSANDS);
     std::string digits = std::to_string(number);
     for (std::size_t i = digits.size(); i > 3 + (number < 0 ? 1u : 0u);)
     {
         i -= 3;
-        digits.insert(i, 1, ',');
+        digits.insert(i, separator);
     }
     return digits;
 }
 
-std::string Plural(std::int64_t count, std::string_view noun)
+std::string Plural(std::int64_t count, unsigned noun)
 {
-    return Grouped(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
+    return Grouped(count) + ' ' + Text(count == 1 ? noun : noun + 1);
+}
+
+std::string Decimal(std::string text)
+{
+    std::size_t const point = text.find('.');
+    return point == std::string::npos ? text : text.replace(point, 1, Text(TEXT_DECIMAL_POINT));
 }
 
 std::string Percent(std::int64_t part, std::int64_t whole)
@@ -213,7 +221,7 @@ std::string Percent(std::int64_t part, std::int64_t whole)
     {
         return "-";
     }
-    return Formatted("%.1f %%", 100.0 * static_cast<double>(part) / static_cast<double>(whole));
+    return Decimal(Formatted("%.1f %%", 100.0 * static_cast<double>(part) / static_cast<double>(whole)));
 }
 
 std::string Duration(Ticks length)
@@ -227,12 +235,13 @@ std::string Duration(Ticks length)
     int const tenth = static_cast<int>(tenths % 10);
     if (seconds < 60)
     {
-        return Formatted("%d.%d s", static_cast<int>(seconds), tenth);
+        return Decimal(Formatted("%d.%d s", static_cast<int>(seconds), tenth));
     }
     int const second = static_cast<int>(seconds % 60);
     int const minute = static_cast<int>(seconds / 60 % 60);
-    return seconds < 3600 ? Formatted("%d:%02d.%d", minute, second, tenth)
-                          : Formatted("%s:%02d:%02d.%d", std::to_string(seconds / 3600).c_str(), minute, second, tenth);
+    return Decimal(
+        seconds < 3600 ? Formatted("%d:%02d.%d", minute, second, tenth)
+                       : Formatted("%s:%02d:%02d.%d", std::to_string(seconds / 3600).c_str(), minute, second, tenth));
 }
 
 std::string Moment(Ticks moment)
@@ -252,7 +261,7 @@ std::string Thousandths(std::int32_t number)
     {
         text.pop_back();
     }
-    return text;
+    return Decimal(text);
 }
 
 void AppendWord(std::string & text, std::string const & word)
@@ -264,11 +273,11 @@ void AppendWord(std::string & text, std::string const & word)
 
 std::string Describe(Format const & format)
 {
-    static constexpr char const * kindNames[Format::kinds] = {"", "picture", "film", "sound", "text"};
+    static constexpr unsigned kindNames[Format::kinds] = {0, TEXT_PICTURE, TEXT_FILM, TEXT_SOUND, TEXT_TEXT};
     std::string text = Printable(format.encoding);
     if (text.empty() || format.kind == Format::Kind::Text)
     {
-        AppendWord(text, kindNames[static_cast<int>(format.kind)]);
+        AppendWord(text, Text(kindNames[static_cast<int>(format.kind)]));
     }
     if (format.width != 0 || format.height != 0)
     {
@@ -276,22 +285,23 @@ std::string Describe(Format const & format)
     }
     if (format.rate != 0)
     {
-        AppendWord(text, Thousandths(format.rate) + (format.kind == Format::Kind::Film ? " fps" : " kHz"));
+        bool const isFilm = format.kind == Format::Kind::Film;
+        AppendWord(text, Text(isFilm ? TEXT_FRAMES_PER_SECOND : TEXT_KILOHERTZ, Thousandths(format.rate)));
     }
     if (format.channels != 0)
     {
         AppendWord(
             text,
-            format.channels == 1       ? "mono"
-                : format.channels == 2 ? "stereo"
-                                       : std::to_string(format.channels) + " channels");
+            format.channels == 1       ? Text(TEXT_MONO)
+                : format.channels == 2 ? Text(TEXT_STEREO)
+                                       : Text(TEXT_CHANNELS, std::to_string(format.channels)));
     }
     return text.empty() ? "-" : text;
 }
 
 std::string Describe(Transition const & transition)
 {
-    return transition.kind == Transition::Kind::Cut ? "cut" : "fade " + Duration(transition.length);
+    return transition.kind == Transition::Kind::Cut ? Text(TEXT_CUT) : Text(TEXT_FADE, Duration(transition.length));
 }
 
 Table::Table(std::vector<Column> tableColumns, std::size_t givingWay)

@@ -22,10 +22,12 @@ std::size_t DisplayWidth(std::string_view printable);
 /// A printable text in at most `width` columns: its middle gives way to "...". At least three columns.
 std::string Shortened(std::string_view printable, std::size_t width);
 
-/// "12,345"
+/// "12,345" in the manner of the language.
 std::string Grouped(std::int64_t number);
-/// "1 file", "2,000 files"
-std::string Plural(std::int64_t count, std::string_view noun);
+/// "1 file", "2,000 files"; `noun` is the number of the text for one, before that for several.
+std::string Plural(std::int64_t count, unsigned noun);
+/// A number with the decimal point of the language in place of the first dot.
+std::string Decimal(std::string text);
 /// "33.3 %"; of nothing, "-".
 std::string Percent(std::int64_t part, std::int64_t whole);
 /// "5.0 s", "3:25.4", "1:02:03.0"; unknown, "-".

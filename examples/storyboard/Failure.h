@@ -5,6 +5,7 @@
 
 #include <kvcore/examples/storyboard/Display.h>
 #include <kvcore/examples/storyboard/FolderWalk.h>
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/ExitCodes.h>
 
 namespace Storyboard
@@ -17,10 +18,10 @@ struct Failure
     std::string message;
 };
 
-/// The system's refusal: "cannot read folder /x: Permission denied".
-inline Failure SystemFailure(std::string const & tried, std::filesystem::path const & path, std::string const & reason)
+/// The system's refusal: "cannot read /x: Permission denied". `tried` is the number of a text for name and reason.
+inline Failure SystemFailure(unsigned tried, std::filesystem::path const & path, std::string const & reason)
 {
-    return {kv::tools::ExitIo, tried + ' ' + Printable(StoredName(path)) + ": " + reason};
+    return {kv::tools::ExitIo, Text(tried, Printable(StoredName(path)), reason)};
 }
 
 } // namespace Storyboard

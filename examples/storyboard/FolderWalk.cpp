@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include <kvcore/examples/storyboard/Failure.h>
+#include <kvcore/examples/storyboard/RunLog.h>
 #include <kvcore/files/File.h>
 #include <kvcore/files/FileFinder.h>
 #include <kvcore/platform/win32.h>
@@ -208,25 +209,25 @@ private:
             status = fs::status(entry.native);
             if (!fs::exists(status))
             {
-                return LeaveOut(entry, Why::NoTarget, "a link to nothing");
+                return LeaveOut(entry, Why::NoTarget, Text(TEXT_LINK_TO_NOTHING));
             }
             if (fs::is_directory(status))
             {
-                return LeaveOut(entry, Why::NoSource, "a link to a folder");
+                return LeaveOut(entry, Why::NoSource, Text(TEXT_LINK_TO_FOLDER));
             }
             if (!LeadsInside(entry.native))
             {
-                return LeaveOut(entry, Why::NoSource, "a link out of the folder");
+                return LeaveOut(entry, Why::NoSource, Text(TEXT_LINK_OUT));
             }
             TakeTarget(file);
         }
         if (!fs::is_regular_file(status))
         {
-            return LeaveOut(entry, Why::NoSource, "a pipe, socket or device");
+            return LeaveOut(entry, Why::NoSource, Text(TEXT_NO_FILE));
         }
         if (IsException(entry.native))
         {
-            return LeaveOut(entry, Why::NoSource, "the project file itself");
+            return LeaveOut(entry, Why::NoSource, Text(TEXT_ITSELF));
         }
         content.files.push_back(std::move(file));
     }
@@ -269,15 +270,19 @@ FolderContent WalkFolder(fs::path const & folder, std::vector<fs::path> const & 
 {
     try
     {
-        return Walk(folder, except).Run();
+        FolderContent content = Walk(folder, except).Run();
+        Log(LogStep,
+            "Found " + std::to_string(content.files.size()) + " files in " + Printable(StoredName(folder)) + ", and " +
+                std::to_string(content.leftOut.size()) + " entries that are left out");
+        return content;
     }
     catch (Unlisted const & failure)
     {
-        throw SystemFailure("cannot read the folder", folder, failure.reason);
+        throw SystemFailure(TEXT_CANNOT_READ_FOLDER, folder, failure.reason);
     }
     catch (fs::filesystem_error const & failure)
     {
-        throw SystemFailure("cannot read the folder", folder, failure.code().message());
+        throw SystemFailure(TEXT_CANNOT_READ_FOLDER, folder, failure.code().message());
     }
 }
 

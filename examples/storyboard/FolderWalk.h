@@ -44,7 +44,7 @@ struct FolderContent
 ///
 /// A symbolic link counts as the file that it leads to, if that lies in the folder, too. Links to folders are not
 /// followed, so the walk ends. Pipes, sockets and devices are left out without being opened. Throws Failure if `folder`
-/// itself cannot be read.
+/// itself cannot be read. The log tells of it.
 FolderContent WalkFolder(std::filesystem::path const & folder, std::vector<std::filesystem::path> const & except = {});
 
 /// A name or relative path as projects store it: the bytes of the name where names are bytes, and UTF-8 where they are

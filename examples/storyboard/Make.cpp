@@ -8,7 +8,9 @@
 #include <kvcore/examples/storyboard/FolderWalk.h>
 #include <kvcore/examples/storyboard/FormatProbe.h>
 #include <kvcore/examples/storyboard/ProjectFile.h>
-#include <kvcore/examples/storyboard/SourceReader.h>
+#include <kvcore/examples/storyboard/RunLog.h>
+#include <kvcore/examples/storyboard/SourceJobs.h>
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -57,9 +59,9 @@ public:
 
     Ptr<Project> Finish()
     {
-        static constexpr std::pair<Kind, char const *> names[] = {
-            {Kind::Picture, "All pictures"}, {Kind::Film, "All films"},   {Kind::Sound, "All sounds"},
-            {Kind::Text, "All texts"},       {Kind::Other, "All others"},
+        static constexpr std::pair<Kind, unsigned> names[] = {
+            {Kind::Picture, TEXT_ALL_PICTURES}, {Kind::Film, TEXT_ALL_FILMS},   {Kind::Sound, TEXT_ALL_SOUNDS},
+            {Kind::Text, TEXT_ALL_TEXTS},       {Kind::Other, TEXT_ALL_OTHERS},
         };
         for (auto const & [kind, name] : names)
         {
@@ -67,7 +69,7 @@ public:
             {
                 Ptr<Bin> const bin = Ptr<Bin>::Make();
                 bin->kind = Bin::Kind::Collection;
-                bin->name = name;
+                bin->name = Text(name);
                 bin->clips = std::move(collections[kind]);
                 project->bins.push_back(bin);
             }
@@ -128,7 +130,7 @@ std::string Title(fs::path const & folder)
 
 void SayUnread(Progress & progress, std::string const & path, std::string const & reason)
 {
-    progress.Say("storyboard: " + Printable(path) + ": cannot be read: " + reason);
+    progress.Say("storyboard: " + Text(TEXT_CANNOT_BE_READ, Printable(path), reason));
 }
 
 /// What a folder has that a project cannot hold: counted by reason, and the failures said one by one.
@@ -157,23 +159,24 @@ Losses CountLosses(std::vector<LeftOut> const & leftOut, Progress & progress)
 }
 
 /// Reads all files into a project. A file that cannot be read is said and counted.
-Ptr<Project> Build(fs::path const & folder, std::vector<FoundFile> const & files, Progress & progress, Losses & losses)
+Ptr<Project> Build(
+    fs::path const & folder, std::vector<FoundFile> const & files, ReadingOptions const & options, Progress & progress,
+    Losses & losses)
 {
     Builder builder(Title(folder));
-    progress.Begin("Reading", static_cast<std::int64_t>(files.size()), TotalSize(files));
-    for (FoundFile const & file : files)
-    {
-        progress.NextFile(file.path);
-        try
+    progress.Begin(Text(TEXT_READING), static_cast<std::int64_t>(files.size()), TotalSize(files));
+    ReadSources(
+        files, options, progress,
+        [&](FoundFile const & file, SourceResult const & result)
         {
-            builder.Add(file, ReadSource(file, [&](int size) { progress.Advance(size); }));
-        }
-        catch (StreamBase::Exception const & failure)
-        {
+            if (result.failure.empty())
+            {
+                builder.Add(file, result.content);
+                return;
+            }
             ++losses.unread;
-            SayUnread(progress, file.path, failure.text.Utf8());
-        }
-    }
+            SayUnread(progress, file.path, result.failure);
+        });
     progress.End();
     return builder.Finish();
 }
@@ -183,23 +186,19 @@ void PrintSummary(OutputStream & output, Project const & project, ProjectSizes c
     ProjectCount const count = Count(project);
     kv::tools::PrintLine(
         output,
-        "Made a project of " + Plural(count.clips, "file") + " in " + Plural(count.folders, "folder") + ": " +
-            Plural(count.sources, "source") + " of different content, " + kv::tools::HumanSize(count.size) + ".");
-    kv::tools::PrintLine(
-        output,
-        "It takes " + Plural(sizes.file, "byte") + "; as a plain graph of objects, " + Plural(sizes.graph, "byte") +
-            ".");
+        Text(
+            TEXT_MADE, Plural(count.clips, TEXT_FILE), Plural(count.folders, TEXT_FOLDER),
+            Plural(count.sources, TEXT_SOURCE), Decimal(kv::tools::HumanSize(count.size))));
+    kv::tools::PrintLine(output, Text(TEXT_TAKES, Plural(sizes.file, TEXT_BYTE), Plural(sizes.graph, TEXT_BYTE)));
     for (auto const & [reason, number] : losses.others)
     {
-        std::string const entries = number == 1 ? " entry, " : " entries, each ";
-        kv::tools::PrintLine(output, "Left out: " + Grouped(number) + entries + reason + ".");
+        kv::tools::PrintLine(
+            output, number == 1 ? Text(TEXT_LEFT_OUT_ONE, reason) : Text(TEXT_LEFT_OUT, Grouped(number), reason));
     }
     if (losses.unread != 0)
     {
         kv::tools::PrintLine(
-            output,
-            "Could not be read: " + Grouped(losses.unread) + (losses.unread == 1 ? " entry" : " entries") +
-                ", named above.");
+            output, losses.unread == 1 ? Text(TEXT_NOT_READ_ONE) : Text(TEXT_NOT_READ, Grouped(losses.unread)));
     }
 }
 
@@ -212,15 +211,14 @@ int Make(Context const & context, fs::path const & folder, fs::path const & file
     FolderContent const content = WalkFolder(folder, {file});
     if (content.files.size() > ProjectInputStream::maxClips)
     {
-        progress.Say(
-            "storyboard: " + Plural(static_cast<std::int64_t>(content.files.size()), "file") +
-            " are too many for one project, which holds " + Grouped(ProjectInputStream::maxClips) +
-            "; make several projects of the folders in it");
+        std::string const files = Plural(static_cast<std::int64_t>(content.files.size()), TEXT_FILE);
+        progress.Say("storyboard: " + Text(TEXT_TOO_MANY, files, Grouped(ProjectInputStream::maxClips)));
         return kv::tools::ExitFailed;
     }
     Losses losses = CountLosses(content.leftOut, progress);
-    Ptr<Project> const project = Build(folder, content.files, progress, losses);
+    Ptr<Project> const project = Build(folder, content.files, context.reading, progress, losses);
     ProjectSizes const sizes = SaveProject(*project, file);
+    Log(LogStep, "Saved " + Printable(StoredName(file)) + ": " + std::to_string(sizes.file) + " bytes");
     if (context.loudness != Progress::Loudness::Quiet)
     {
         PrintSummary(context.console.output, *project, sizes, losses);

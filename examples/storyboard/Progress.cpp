@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <kvcore/examples/storyboard/Display.h>
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -90,14 +91,14 @@ void Progress::Update()
         return;
     }
     int const share = Share();
-    std::string const line =
-        what + ": " + std::to_string(share) + " %, " + Grouped(filesDone) + " of " + Plural(files, "file");
+    auto const line = [&]
+    { return Text(TEXT_PROGRESS, what, std::to_string(share), Grouped(filesDone), Plural(files, TEXT_FILE)); };
     if (width == 0)
     {
         if (share / 25 > quartersTold)
         {
             quartersTold = share / 25;
-            kv::tools::PrintLine(error, line);
+            kv::tools::PrintLine(error, line());
         }
         return;
     }
@@ -108,7 +109,7 @@ void Progress::Update()
     }
     nextUpdate = now + std::chrono::milliseconds(100);
     std::size_t const room = Room();
-    std::string const shown = Shortened(line + "  " + Printable(file), room);
+    std::string const shown = Shortened(line() + "  " + Printable(file), room);
     kv::tools::Print(error, std::string_view('\r' + shown + std::string(room - DisplayWidth(shown), ' ')));
     lineShown = true;
 }

@@ -117,12 +117,12 @@ void CheckSaveTarget(fs::path const & file)
     if (fs::exists(status) && !fs::is_regular_file(status))
     {
         // A device must not be replaced by a file either.
-        throw SystemFailure("cannot make", file, "there is something else of this name that is no regular file");
+        throw SystemFailure(TEXT_CANNOT_MAKE, file, Text(TEXT_NO_REGULAR_FILE));
     }
     fs::path const folder = fs::absolute(target).parent_path();
     if (!fs::is_directory(folder, error))
     {
-        throw SystemFailure("cannot make", file, "its folder does not exist; make that first");
+        throw SystemFailure(TEXT_CANNOT_MAKE, file, Text(TEXT_NO_FOLDER));
     }
 }
 
@@ -138,21 +138,21 @@ ProjectSizes SaveProject(Project const & project, fs::path const & file)
     }
     catch (StreamBase::Exception const & failure)
     {
-        throw SystemFailure("cannot write", file, failure.text.Utf8());
+        throw SystemFailure(TEXT_CANNOT_WRITE, file, failure.text.Utf8());
     }
 }
 
 namespace
 {
 
-/// What a user can make of a failure.
-std::string Hint(StreamBase::Exception const & failure)
+/// The message, with what a user can make of the failure.
+std::string WithHint(std::string const & message, StreamBase::Exception const & failure)
 {
     if (failure.code == 6)
     {
-        return "; it was made by a newer version of this program";
+        return Text(TEXT_NEWER, message);
     }
-    return failure.text == TEXT("Illegal CRC block size") ? "; is it a project that storyboard made?" : "";
+    return failure.text == TEXT("Illegal CRC block size") ? Text(TEXT_IS_IT_OURS, message) : message;
 }
 
 } // namespace
@@ -169,12 +169,11 @@ LoadedProject LoadProject(fs::path const & file)
         constexpr int fileError = 1;
         if (failure.code == fileError)
         {
-            throw SystemFailure("cannot read", file, failure.text.Utf8());
+            throw SystemFailure(TEXT_CANNOT_READ, file, failure.text.Utf8());
         }
-        throw Failure{
-            kv::tools::ExitDamaged,
-            Printable(StoredName(file)) + " is damaged: " + failure.text.Utf8() + " (code " +
-                std::to_string(failure.code) + ")" + Hint(failure)};
+        std::string const message =
+            Text(TEXT_DAMAGED, Printable(StoredName(file)), failure.text.Utf8(), std::to_string(failure.code));
+        throw Failure{kv::tools::ExitDamaged, WithHint(message, failure)};
     }
 }
 

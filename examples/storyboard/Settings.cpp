@@ -2,6 +2,7 @@
 
 #include <kvcore/config/SectionedConfigData.h>
 #include <kvcore/examples/storyboard/Failure.h>
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/files/File.h>
 #include <kvcore/platform/win32.h>
 #include <kvcore/tools/support/ExitCodes.h>
@@ -26,7 +27,7 @@ struct Setting
 constexpr Setting known[] = {
     {"progress.quiet", TEXT("progress"), TEXT("quiet"), 1, 0},
     {"show.summary", TEXT("show"), TEXT("summary"), 1, 0},
-    {"show.width", TEXT("show"), TEXT("width"), 100'000, -1},
+    {"show.width", TEXT("show"), TEXT("width"), Settings::maxWidth, -1},
 };
 
 SectionedConfigData ReadFile(String const & path)
@@ -39,10 +40,10 @@ SectionedConfigData ReadFile(String const & path)
     catch (SectionedConfigData::Exception const & failure)
     {
         std::string const why =
-            failure.kind == 0 || !failure.text.empty() ? failure.text.Utf8() : "a section without any line";
+            failure.kind == 0 || !failure.text.empty() ? failure.text.Utf8() : Text(TEXT_EMPTY_SECTION);
         throw Failure{
             failure.kind == 0 ? kv::tools::ExitIo : kv::tools::ExitDamaged,
-            "cannot read the settings in " + kv::tools::ShownPath(path) + ": " + why};
+            Text(TEXT_CANNOT_READ_SETTINGS, Printable(kv::tools::ShownPath(path)), why)};
     }
     return data;
 }
@@ -58,7 +59,7 @@ int ValueOf(SectionedConfigData const & data, Setting const & setting)
 void PrintSetting(kv::tools::Console & console, SectionedConfigData const & data, Setting const & setting)
 {
     int const value = ValueOf(data, setting);
-    std::string const shown = value < 0 ? "(as wide as the terminal)" : std::to_string(value);
+    std::string const shown = value < 0 ? Text(TEXT_AS_TERMINAL) : std::to_string(value);
     kv::tools::PrintLine(console.output, std::string_view(setting.name + (" = " + shown)));
 }
 
@@ -69,16 +70,13 @@ void SetSetting(String const & path, Setting const & setting, std::string const 
     if (value.empty() || !String::FromUtf8(value).ParseNum(number) || number < 0 || number > setting.largest)
     {
         throw Failure{
-            kv::tools::ExitUsage,
-            std::string(setting.name) + " is a number from 0 to " + std::to_string(setting.largest)};
+            kv::tools::ExitUsage, Text(TEXT_NUMBER_RANGE, setting.name, "0", std::to_string(setting.largest))};
     }
     String const text = String::FromNum(number);
     if (!WritePrivateProfileStringW(setting.section, setting.key, text.c_str(), path.c_str()))
     {
-        throw Failure{
-            kv::tools::ExitIo,
-            "cannot write the settings in " + kv::tools::ShownPath(path) + ": " +
-                String::FromError(GetLastError()).Utf8()};
+        std::string const why = String::FromError(GetLastError()).Utf8();
+        throw Failure{kv::tools::ExitIo, Text(TEXT_CANNOT_WRITE_SETTINGS, Printable(kv::tools::ShownPath(path)), why)};
     }
 }
 
@@ -107,8 +105,8 @@ Settings ReadSettings(String const & path)
 }
 
 int RunSettings(
-    kv::tools::Console & console, String const & path, std::string const & name, std::string const & value,
-    bool setsValue)
+    kv::tools::Console & console, String const & path, std::string const & name,
+    std::optional<std::string> const & value)
 {
     SectionedConfigData const data = ReadFile(path);
     bool found = name.empty();
@@ -119,9 +117,9 @@ int RunSettings(
             continue;
         }
         found = true;
-        if (setsValue)
+        if (value)
         {
-            SetSetting(path, setting, value);
+            SetSetting(path, setting, *value);
         }
         else
         {
@@ -130,7 +128,7 @@ int RunSettings(
     }
     if (!found)
     {
-        throw Failure{kv::tools::ExitUsage, "no setting is called " + name + "; storyboard settings shows all"};
+        throw Failure{kv::tools::ExitUsage, Text(TEXT_NO_SETTING, Printable(name))};
     }
     return kv::tools::ExitOk;
 }

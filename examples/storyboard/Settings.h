@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include <kvcore/core/String.h>
@@ -19,6 +20,8 @@ namespace Storyboard
 /// Other sections and keys, and comments, are other people's and stay.
 struct Settings
 {
+    static constexpr int maxWidth = 100'000;
+
     bool quiet = false;
     bool summary = false;
     int width = -1; ///< as wide as the terminal
@@ -33,7 +36,7 @@ struct Settings
 /// Prints all settings, or one by its name (`show.width`), or sets it. Throws Failure for a name or a value that makes
 /// no sense.
 int RunSettings(
-    kv::tools::Console & console, String const & path, std::string const & name, std::string const & value,
-    bool setsValue);
+    kv::tools::Console & console, String const & path, std::string const & name,
+    std::optional<std::string> const & value);
 
 } // namespace Storyboard

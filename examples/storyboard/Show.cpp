@@ -5,6 +5,7 @@
 
 #include <kvcore/examples/storyboard/Display.h>
 #include <kvcore/examples/storyboard/ProjectFile.h>
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -40,22 +41,21 @@ struct SourceIndex
 
 std::string Size(Media const & media)
 {
-    return HumanSize(static_cast<std::uint64_t>(media.size));
+    return Decimal(HumanSize(static_cast<std::uint64_t>(media.size)));
 }
 
 void PrintFolder(OutputStream & output, Bin const & bin, SourceIndex const & index, std::size_t width)
 {
     PrintLine(output, "");
-    PrintLine(
-        output,
-        "Bin " + Printable(bin.name) + " (" + Plural(static_cast<std::int64_t>(bin.clips.size()), "clip") + ")");
+    std::string const clips = Plural(static_cast<std::int64_t>(bin.clips.size()), TEXT_CLIP);
+    PrintLine(output, Text(TEXT_BIN, Printable(bin.name), clips));
     Table table(
-        {{"CLIP"},
-         {"FORMAT"},
-         {"LENGTH", Align::Right},
-         {"TRANSITION"},
-         {"SIZE", Align::Right},
-         {"SOURCE", Align::Right}},
+        {{Text(TEXT_HEAD_CLIP)},
+         {Text(TEXT_HEAD_FORMAT)},
+         {Text(TEXT_HEAD_LENGTH), Align::Right},
+         {Text(TEXT_HEAD_TRANSITION)},
+         {Text(TEXT_HEAD_SIZE), Align::Right},
+         {Text(TEXT_HEAD_SOURCE), Align::Right}},
         0);
     for (Ptr<Clip> const & clip : bin.clips)
     {
@@ -68,7 +68,12 @@ void PrintFolder(OutputStream & output, Bin const & bin, SourceIndex const & ind
 
 void PrintCollections(OutputStream & output, Project const & project, std::size_t width)
 {
-    Table table({{"COLLECTION"}, {"CLIPS", Align::Right}, {"SIZE", Align::Right}, {"LENGTH", Align::Right}}, 0);
+    Table table(
+        {{Text(TEXT_HEAD_COLLECTION)},
+         {Text(TEXT_HEAD_CLIPS), Align::Right},
+         {Text(TEXT_HEAD_SIZE), Align::Right},
+         {Text(TEXT_HEAD_LENGTH), Align::Right}},
+        0);
     bool any = false;
     for (Ptr<Bin> const & bin : project.bins)
     {
@@ -87,7 +92,7 @@ void PrintCollections(OutputStream & output, Project const & project, std::size_
             size += sources.insert(clip->media.Get()).second ? static_cast<std::uint64_t>(clip->media->size) : 0;
         }
         table.Add(
-            {Printable(bin->name), Grouped(static_cast<std::int64_t>(bin->clips.size())), HumanSize(size),
+            {Printable(bin->name), Grouped(static_cast<std::int64_t>(bin->clips.size())), Decimal(HumanSize(size)),
              length < 9e18 ? Duration(static_cast<Ticks>(length)) : "-"});
     }
     if (any)
@@ -100,14 +105,14 @@ void PrintCollections(OutputStream & output, Project const & project, std::size_
 void PrintSources(OutputStream & output, SourceIndex const & index, std::size_t width)
 {
     PrintLine(output, "");
-    PrintLine(output, "Sources (" + Grouped(static_cast<std::int64_t>(index.sources.size())) + ")");
+    PrintLine(output, Text(TEXT_SOURCE_LIST, Grouped(static_cast<std::int64_t>(index.sources.size()))));
     Table table(
-        {{"SOURCE", Align::Right},
-         {"CLIPS", Align::Right},
-         {"BYTES", Align::Right},
-         {"MD5 SUM"},
-         {"MODIFIED"},
-         {"FIRST FOUND AS"}},
+        {{Text(TEXT_HEAD_SOURCE), Align::Right},
+         {Text(TEXT_HEAD_CLIPS), Align::Right},
+         {Text(TEXT_HEAD_BYTES), Align::Right},
+         {Text(TEXT_HEAD_SUM)},
+         {Text(TEXT_HEAD_MODIFIED)},
+         {Text(TEXT_HEAD_FIRST)}},
         5);
     for (Media const * const media : index.sources)
     {
@@ -125,27 +130,29 @@ void PrintTotals(OutputStream & output, LoadedProject const & loaded)
     ProjectSizes const & sizes = loaded.sizes;
     auto const repeats = [](std::int64_t total, std::int64_t repeated, std::int64_t size)
     {
-        return Grouped(total) + ", " + Grouped(repeated) +
-            " of them repeats: " + Plural(repeated * SharingStatistics::repeatSize, "byte") + " in place of " +
-            Grouped(size);
+        std::string const bytes = Plural(repeated * SharingStatistics::repeatSize, TEXT_BYTE);
+        return Text(TEXT_REPEATS, Grouped(total), Grouped(repeated), bytes, Grouped(size));
     };
     PrintLine(output, "");
-    PrintLine(output, "Totals");
+    PrintLine(output, Text(TEXT_TOTALS));
     PrintLine(
         output,
-        "  Contents     " + Plural(count.folders, "folder") + ", " + Plural(count.collections, "collection") + ", " +
-            Plural(count.clips, "clip"));
-    PrintLine(output, "  Sources      " + Grouped(count.sources) + ", " + HumanSize(count.size));
+        Text(
+            TEXT_TOTAL_CONTENTS, Plural(count.folders, TEXT_FOLDER), Plural(count.collections, TEXT_COLLECTION),
+            Plural(count.clips, TEXT_CLIP)));
+    PrintLine(output, Text(TEXT_TOTAL_SOURCES, Grouped(count.sources), Decimal(HumanSize(count.size))));
     PrintLine(
         output,
-        "  References   " + repeats(sharing.references, sharing.repeatedReferences, sharing.repeatedObjectsSize));
-    PrintLine(output, "  Values       " + repeats(sharing.values, sharing.repeatedValues, sharing.repeatedValuesSize));
-    PrintLine(output, "  Graph        " + Plural(sizes.graph, "byte"));
+        Text(
+            TEXT_TOTAL_REFERENCES,
+            repeats(sharing.references, sharing.repeatedReferences, sharing.repeatedObjectsSize)));
+    PrintLine(
+        output, Text(TEXT_TOTAL_VALUES, repeats(sharing.values, sharing.repeatedValues, sharing.repeatedValuesSize)));
+    PrintLine(output, Text(TEXT_TOTAL_GRAPH, Plural(sizes.graph, TEXT_BYTE)));
     PrintLine(
         output,
-        "  Compressed   " + Plural(sizes.compressed, "byte") + ", " + Percent(sizes.compressed, sizes.graph) +
-            " of the graph");
-    PrintLine(output, "  File         " + Plural(sizes.file, "byte") + ", checksums included");
+        Text(TEXT_TOTAL_COMPRESSED, Plural(sizes.compressed, TEXT_BYTE), Percent(sizes.compressed, sizes.graph)));
+    PrintLine(output, Text(TEXT_TOTAL_FILE, Plural(sizes.file, TEXT_BYTE)));
 }
 
 } // namespace
@@ -155,7 +162,7 @@ int Show(Context const & context, std::filesystem::path const & file, Detail det
     LoadedProject const loaded = LoadProject(file);
     Project const & project = *loaded.project;
     OutputStream & output = context.console.output;
-    PrintLine(output, "Project \"" + Printable(project.title.Utf8()) + "\"");
+    PrintLine(output, Text(TEXT_PROJECT, Printable(project.title.Utf8())));
     SourceIndex const index(project);
     if (detail == Detail::Everything)
     {

@@ -1,12 +1,14 @@
 #include <kvcore/examples/storyboard/Commands.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
 #include <kvcore/examples/storyboard/Display.h>
 #include <kvcore/examples/storyboard/FolderWalk.h>
 #include <kvcore/examples/storyboard/ProjectFile.h>
-#include <kvcore/examples/storyboard/SourceReader.h>
+#include <kvcore/examples/storyboard/SourceJobs.h>
+#include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -37,28 +39,19 @@ public:
     void Run(Project const & project)
     {
         std::vector<Ptr<Clip>> const clips = AllClips(project);
-        Progress progress(context.console.error, context.screen, context.loudness);
-        std::int64_t size = 0;
-        for (Ptr<Clip> const & clip : clips)
-        {
-            auto const found = files.find(clip->path);
-            size += found != files.end() ? found->second->size : 0;
-        }
-        progress.Begin("Verifying", static_cast<std::int64_t>(clips.size()), size);
+        ReadAll(clips);
         std::set<std::string> known;
         for (Ptr<Clip> const & clip : clips)
         {
-            progress.NextFile(clip->path);
             known.insert(clip->path);
-            Check(*clip, progress);
+            Check(*clip);
         }
-        progress.End();
         for (auto const & [path, file] : files)
         {
             if (!known.contains(path))
             {
                 ++added;
-                Report("new", path, "");
+                Report(TEXT_NEW, path, "");
             }
         }
     }
@@ -70,11 +63,13 @@ public:
         {
             kv::tools::PrintLine(output, line);
         }
+        std::string const all = Plural(equal + changed + missing + unread, TEXT_FILE);
         kv::tools::PrintLine(
             output,
-            Plural(equal + changed + missing + unread, "file") + " in the project: " + Grouped(equal) + " unchanged, " +
-                Grouped(changed) + " changed, " + Grouped(missing) + " missing" +
-                (unread != 0 ? ", " + Grouped(unread) + " not readable" : "") + "; " + Grouped(added) + " new on disk");
+            unread == 0 ? Text(TEXT_VERIFIED, all, Grouped(equal), Grouped(changed), Grouped(missing), Grouped(added))
+                        : Text(
+                              TEXT_VERIFIED_UNREAD, all, Grouped(equal), Grouped(changed), Grouped(missing),
+                              Grouped(unread), Grouped(added)));
     }
 
     int Result() const
@@ -86,13 +81,47 @@ public:
     }
 
 private:
-    void Report(std::string const & what, std::string const & path, std::string const & detail)
+    /// What is kept of a file that was read.
+    struct ReadFile
+    {
+        MD5Sum sum;
+        std::int64_t size;
+        std::string failure;
+    };
+
+    void Report(unsigned what, std::string const & path, std::string const & detail)
     {
         constexpr std::size_t columnWidth = 10;
-        lines.push_back(what + std::string(columnWidth - what.size(), ' ') + Printable(path) + detail);
+        std::string const word = Text(what);
+        std::size_t const width = std::min(DisplayWidth(word), columnWidth - 1);
+        lines.push_back(word + std::string(columnWidth - width, ' ') + Printable(path) + detail);
     }
 
-    void Check(Clip const & clip, Progress & progress)
+    /// Reads the files that may be as they were; what has another size has changed.
+    void ReadAll(std::vector<Ptr<Clip>> const & clips)
+    {
+        std::vector<FoundFile> toRead;
+        std::int64_t size = 0;
+        for (Ptr<Clip> const & clip : clips)
+        {
+            auto const found = files.find(clip->path);
+            if (found != files.end() && found->second->size == clip->media->size)
+            {
+                toRead.push_back(*found->second);
+                size += found->second->size;
+            }
+        }
+        Progress progress(context.console.error, context.screen, context.loudness);
+        progress.Begin(Text(TEXT_VERIFYING), static_cast<std::int64_t>(toRead.size()), size);
+        ReadSources(
+            toRead, context.reading, progress,
+            [this](FoundFile const & file, SourceResult const & result) {
+                read[file.path] = {result.content.sum, result.content.size, result.failure};
+            });
+        progress.End();
+    }
+
+    void Check(Clip const & clip)
     {
         auto const found = files.find(clip.path);
         if (found == files.end())
@@ -100,42 +129,44 @@ private:
             CheckAbsent(clip);
             return;
         }
-        Media const & media = *clip.media;
-        FoundFile const & file = *found->second;
-        if (file.size != media.size)
+        auto const content = read.find(clip.path);
+        if (content == read.end())
         {
-            progress.Advance(file.size);
-            ReportSize(clip, file.size);
-            return;
+            ReportSize(clip, found->second->size);
         }
-        try
-        {
-            SourceContent const content = ReadSource(file, [&](int size) { progress.Advance(size); });
-            if (content.size != media.size)
-            {
-                ReportSize(clip, content.size);
-            }
-            else if (content.sum != media.sum)
-            {
-                ++changed;
-                Report("changed", clip.path, ": sum " + content.sum.HexString() + ", was " + media.sum.HexString());
-            }
-            else
-            {
-                ++equal;
-            }
-        }
-        catch (StreamBase::Exception const & failure)
+        else if (!content->second.failure.empty())
         {
             ++unread;
-            Report("unread", clip.path, ": " + failure.text.Utf8());
+            Report(TEXT_UNREAD, clip.path, ": " + content->second.failure);
+        }
+        else
+        {
+            CheckContent(clip, content->second);
+        }
+    }
+
+    void CheckContent(Clip const & clip, ReadFile const & content)
+    {
+        Media const & media = *clip.media;
+        if (content.size != media.size)
+        {
+            ReportSize(clip, content.size);
+        }
+        else if (content.sum != media.sum)
+        {
+            ++changed;
+            Report(TEXT_CHANGED, clip.path, Text(TEXT_SUM_WAS, content.sum.HexString(), media.sum.HexString()));
+        }
+        else
+        {
+            ++equal;
         }
     }
 
     void ReportSize(Clip const & clip, std::int64_t size)
     {
         ++changed;
-        Report("changed", clip.path, ": " + Plural(size, "byte") + ", was " + Grouped(clip.media->size));
+        Report(TEXT_CHANGED, clip.path, Text(TEXT_SIZE_WAS, Plural(size, TEXT_BYTE), Grouped(clip.media->size)));
     }
 
     /// A file that was not found is missing, unless it or a folder above it could not be looked at.
@@ -147,7 +178,7 @@ private:
             if (reason != leftOut.end() && reason->second->why == LeftOut::Why::Unreadable)
             {
                 ++unread;
-                Report("unread", clip.path, ": " + reason->second->reason);
+                Report(TEXT_UNREAD, clip.path, ": " + reason->second->reason);
                 return;
             }
             if (path.find('/') == std::string::npos)
@@ -157,12 +188,13 @@ private:
         }
         auto const instead = leftOut.find(clip.path);
         ++missing;
-        Report("missing", clip.path, instead == leftOut.end() ? "" : ": is now " + instead->second->reason);
+        Report(TEXT_MISSING, clip.path, instead == leftOut.end() ? "" : Text(TEXT_IS_NOW, instead->second->reason));
     }
 
     Context const & context;
     std::map<std::string, FoundFile const *> files;
     std::map<std::string, LeftOut const *> leftOut;
+    std::map<std::string, ReadFile> read;
     std::vector<std::string> lines;
     std::int64_t equal = 0;
     std::int64_t changed = 0;

@@ -1,5 +1,6 @@
 #include <kvcore/examples/storyboard/Storyboard.h>
 
+#include <kvcore/platform/win32.h>
 #include <kvcore/tools/support/Terminal.h>
 
 namespace
@@ -10,7 +11,7 @@ int Run(std::vector<std::string> const & arguments, kv::tools::Console & console
     using kv::tools::StandardStream;
     Storyboard::Screen const screen{
         kv::tools::TerminalWidth(StandardStream::Output), kv::tools::TerminalWidth(StandardStream::Error)};
-    return Storyboard::RunStoryboard(arguments, console, screen);
+    return Storyboard::RunStoryboard(arguments, console, screen, GetUserDefaultLangID());
 }
 
 } // namespace

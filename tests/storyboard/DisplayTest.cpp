@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <kvcore/examples/storyboard/Display.h>
+#include <kvcore/examples/storyboard/Texts.h>
 
 namespace Storyboard
 {
@@ -63,9 +64,9 @@ TEST(Display, NumbersForPeople)
     EXPECT_EQ(Grouped(1000), "1,000");
     EXPECT_EQ(Grouped(1234567), "1,234,567");
     EXPECT_EQ(Grouped(-1234), "-1,234");
-    EXPECT_EQ(Plural(1, "file"), "1 file");
-    EXPECT_EQ(Plural(0, "file"), "0 files");
-    EXPECT_EQ(Plural(2000, "file"), "2,000 files");
+    EXPECT_EQ(Plural(1, TEXT_FILE), "1 file");
+    EXPECT_EQ(Plural(0, TEXT_FILE), "0 files");
+    EXPECT_EQ(Plural(2000, TEXT_FILE), "2,000 files");
     EXPECT_EQ(Percent(1, 3), "33.3 %");
     EXPECT_EQ(Percent(1, 0), "-");
 }
