@@ -121,10 +121,30 @@ private:
         AddFlag(verify, "-q,--quiet,!--no-quiet", request.quiet, TEXT_HELP_QUIET_VERIFY);
         AddReading(verify);
 
+        AddShowing(AddCommand("last", TEXT_HELP_LAST));
+        AddExchange();
+
         CLI::App & settings = AddCommand("settings", TEXT_HELP_SETTINGS);
         Add(settings, "NAME", request.setting, TEXT_HELP_SETTING);
         value = &Add(settings, "VALUE", settingValue, TEXT_HELP_VALUE);
         settings.footer(Text(TEXT_HELP_SETTINGS_END));
+    }
+    void AddExchange()
+    {
+        CLI::App & describe = AddCommand("describe", TEXT_HELP_DESCRIBE);
+        Add(describe, "FILE", request.file, TEXT_HELP_FILE).required();
+        Add(describe, "-o,--output", request.output, TEXT_HELP_OUTPUT, "FILE");
+
+        CLI::App & check = AddCommand("check", TEXT_HELP_CHECK);
+        Add(check, "DESCRIPTION", request.description, TEXT_HELP_DESCRIPTION).required();
+
+        CLI::App & restore = AddCommand("restore", TEXT_HELP_RESTORE);
+        Add(restore, "DESCRIPTION", request.description, TEXT_HELP_DESCRIPTION).required();
+        Add(restore, "FILE", request.file, TEXT_HELP_MAKE_FILE).required();
+
+        CLI::App & page = AddCommand("page", TEXT_HELP_PAGE);
+        Add(page, "FILE", request.file, TEXT_HELP_FILE).required();
+        Add(page, "-o,--output", request.output, TEXT_HELP_OUTPUT, "FILE");
     }
     void AddShowing(CLI::App & command)
     {

@@ -13,6 +13,8 @@ struct Request
     std::string command;
     std::string folder;
     std::string file;
+    std::string description;
+    std::string output; ///< empty for the standard output
 
     std::string settingsFile; ///< empty for the user's own
     std::string setting;      ///< for the command `settings`

@@ -7,6 +7,7 @@
 #include <kvcore/examples/storyboard/Display.h>
 #include <kvcore/examples/storyboard/FolderWalk.h>
 #include <kvcore/examples/storyboard/FormatProbe.h>
+#include <kvcore/examples/storyboard/LastProject.h>
 #include <kvcore/examples/storyboard/ProjectFile.h>
 #include <kvcore/examples/storyboard/RunLog.h>
 #include <kvcore/examples/storyboard/SourceJobs.h>
@@ -219,6 +220,10 @@ int Make(Context const & context, fs::path const & folder, fs::path const & file
     Ptr<Project> const project = Build(folder, content.files, context.reading, progress, losses);
     ProjectSizes const sizes = SaveProject(*project, file);
     Log(LogStep, "Saved " + Printable(StoredName(file)) + ": " + std::to_string(sizes.file) + " bytes");
+    if (!KeepLastProject(*project, file))
+    {
+        progress.Say("storyboard: " + Text(TEXT_NOT_KEPT));
+    }
     if (context.loudness != Progress::Loudness::Quiet)
     {
         PrintSummary(context.console.output, *project, sizes, losses);

@@ -4,6 +4,7 @@
 #include <set>
 
 #include <kvcore/examples/storyboard/Display.h>
+#include <kvcore/examples/storyboard/LastProject.h>
 #include <kvcore/examples/storyboard/ProjectFile.h>
 #include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/Text.h>
@@ -152,16 +153,15 @@ void PrintTotals(OutputStream & output, LoadedProject const & loaded)
     PrintLine(
         output,
         Text(TEXT_TOTAL_COMPRESSED, Plural(sizes.compressed, TEXT_BYTE), Percent(sizes.compressed, sizes.graph)));
-    PrintLine(output, Text(TEXT_TOTAL_FILE, Plural(sizes.file, TEXT_BYTE)));
+    if (sizes.file != 0)
+    {
+        PrintLine(output, Text(TEXT_TOTAL_FILE, Plural(sizes.file, TEXT_BYTE)));
+    }
 }
 
-} // namespace
-
-int Show(Context const & context, std::filesystem::path const & file, Detail detail, std::size_t width)
+void PrintProject(OutputStream & output, LoadedProject const & loaded, Detail detail, std::size_t width)
 {
-    LoadedProject const loaded = LoadProject(file);
     Project const & project = *loaded.project;
-    OutputStream & output = context.console.output;
     PrintLine(output, Text(TEXT_PROJECT, Printable(project.title.Utf8())));
     SourceIndex const index(project);
     if (detail == Detail::Everything)
@@ -180,6 +180,25 @@ int Show(Context const & context, std::filesystem::path const & file, Detail det
         PrintSources(output, index, width);
     }
     PrintTotals(output, loaded);
+}
+
+} // namespace
+
+int Show(Context const & context, std::filesystem::path const & file, Detail detail, std::size_t width)
+{
+    PrintProject(context.console.output, LoadProject(file), detail, width);
+    return kv::tools::ExitOk;
+}
+
+int ShowLast(Context const & context, Detail detail, std::size_t width)
+{
+    LastProject const last = LoadLastProject();
+    PrintProject(context.console.output, last.loaded, detail, width);
+    if (!last.file.empty())
+    {
+        PrintLine(context.console.output, "");
+        PrintLine(context.console.output, Text(TEXT_LAST_FILE, last.file));
+    }
     return kv::tools::ExitOk;
 }
 

@@ -145,9 +145,28 @@ private:
         {
             return Verify(context, file, folder);
         }
+        std::filesystem::path const description = NativePath(request.description);
+        std::filesystem::path const output = NativePath(request.output);
+        if (request.command == "describe")
+        {
+            return WriteXml(context, file, output);
+        }
+        if (request.command == "check")
+        {
+            return Check(context, description);
+        }
+        if (request.command == "restore")
+        {
+            return Restore(description, file);
+        }
+        if (request.command == "page")
+        {
+            return WritePage(context, file, output);
+        }
         int const width = request.width.value_or(kept.width);
         Detail const detail = request.summary.value_or(kept.summary) ? Detail::TotalsOnly : Detail::Everything;
-        return Show(context, file, detail, static_cast<std::size_t>(width >= 0 ? width : screen.outputWidth));
+        std::size_t const columns = static_cast<std::size_t>(width >= 0 ? width : screen.outputWidth);
+        return request.command == "last" ? ShowLast(context, detail, columns) : Show(context, file, detail, columns);
     }
 
     int Fail(int code, std::string const & message)

@@ -362,7 +362,7 @@ TEST_F(StoryboardProgram, UsageErrorsNameTheProblem)
         std::vector<std::string> arguments;
         char const * part;
     } const cases[] = {
-        {{}, "make, show, verify or settings"},
+        {{}, "make, show, verify, "},
         {{"paint"}, "paint"},
         {{"show"}, "FILE"},
         {{"show", file, "more"}, "more"},
