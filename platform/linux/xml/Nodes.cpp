@@ -571,10 +571,11 @@ HRESULT GiveXml(SharedTree const & tree, xmlNode * node, BSTR * xml)
     std::string text;
     if (TypeOf(node) == NODE_DOCUMENT)
     {
-        constexpr int noDeclaration = -2;
+        constexpr int noDeclaration = -1; // -2 is one that does not say
         if (node != nullptr && tree->document->standalone != noDeclaration)
         {
-            text = "<?xml version=\"1.0\"?>\n";
+            text = tree->document->standalone == 1 ? "<?xml version=\"1.0\" standalone=\"yes\"?>\n"
+                                                   : "<?xml version=\"1.0\"?>\n";
         }
         text += node == nullptr ? std::string() : Serialized(node);
     }

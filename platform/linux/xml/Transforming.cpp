@@ -145,11 +145,14 @@ HRESULT Transform(NodeAccess & source, IXMLDOMNode * stylesheet, BSTR * target)
         return E_INVALIDARG;
     }
     *target = nullptr;
-    Transformed const done = Run(source, stylesheet);
+    Transformed done = Run(source, stylesheet);
     if (!done.result)
     {
         return E_FAIL;
     }
+    // The result is a text, and not in the encoding that the style sheet asks for.
+    xmlFree(done.stylesheet->encoding);
+    done.stylesheet->encoding = xmlStrdup(BAD_CAST "UTF-8");
     xmlChar * text = nullptr;
     int length = 0;
     if (xsltSaveResultToString(&text, &length, done.result.get(), done.stylesheet.get()) != 0)
