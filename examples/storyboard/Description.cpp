@@ -10,6 +10,7 @@
 #include <kvcore/examples/storyboard/resources/DescriptionIds.h>
 #include <kvcore/platform/win32.h>
 #include <kvcore/streams/MemoryStreams.h>
+#include <kvcore/tools/support/ComUse.h>
 
 namespace Storyboard
 {
@@ -324,29 +325,10 @@ private:
     std::set<Clip const *> usedClips;
 };
 
-/// The component needs COM on the thread that uses it; a thread that has it keeps what it has.
-class ComUse
-{
-public:
-    ComUse() : initialised(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
-    ComUse(ComUse const &) = delete;
-    ComUse & operator=(ComUse const &) = delete;
-    ~ComUse()
-    {
-        if (initialised)
-        {
-            CoUninitialize();
-        }
-    }
-
-private:
-    bool const initialised;
-};
-
 template <typename Action>
 auto WithComponent(Action action)
 {
-    ComUse const com;
+    kv::tools::ComUse const com;
     try
     {
         return action();

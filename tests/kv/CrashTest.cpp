@@ -51,13 +51,13 @@ TEST(KvCrash, ShowsAnyBytes)
 TEST(KvCrash, ShowsEqualFramesOnce)
 {
     ScratchFolder const folder;
-    std::string const report = "Stack\n   0 0xA1 a\n   1 0xB2 b\n   2 0xB2 b\n   3 0xB2 b\n   4 0xC3 c\n   5 0xC3 c\n";
-    std::u8string const path = folder.Write("deep", report).generic_u8string();
+    std::string const frames = "Stack\n   0 0xA1 a\n   1 0xB2 b\n   2 0xB2 b\n   3 0xB2 b\n   4 0xC3 c\n   5 0xC3 c\n";
+    std::u8string const path = folder.Write("deep", frames).generic_u8string();
     std::string const name(path.begin(), path.end());
     EXPECT_EQ(
         RunTool(RunKv, {"crash", name}).output,
         "Stack\n   0 0xA1 a\n   1 0xB2 b\n     and 2 more of the same\n   4 0xC3 c\n     and 1 more of the same\n");
-    EXPECT_EQ(RunTool(RunKv, {"crash", "--raw", name}).output, report);
+    EXPECT_EQ(RunTool(RunKv, {"crash", "--raw", name}).output, frames);
 }
 
 TEST(KvCrash, TellsOfAReportThatIsNotThere)

@@ -95,9 +95,10 @@ public:
 
 /// In the order of the help text.
 constexpr AddCommand addCommands[] = {
-    AddEncodeCommand, AddDecodeCommand, AddSumCommand,       AddClassIdCommand, AddFindCommand,  AddSizeCommand,
-    AddRemoveCommand, AddInfoCommand,   AddPathCommand,      AddUrlCommand,     AddCatCommand,   AddLogCommand,
-    AddIniCommand,    AddRegCommand,    AddResourcesCommand, AddModulesCommand, AddCrashCommand, AddSysInfoCommand,
+    AddEncodeCommand,  AddDecodeCommand, AddSumCommand,     AddClassIdCommand, AddFindCommand,
+    AddSizeCommand,    AddRemoveCommand, AddInfoCommand,    AddPathCommand,    AddUrlCommand,
+    AddCatCommand,     AddLogCommand,    AddIniCommand,     AddRegCommand,     AddResourcesCommand,
+    AddModulesCommand, AddCrashCommand,  AddSysInfoCommand, AddXmlCommand,
 };
 
 class Program

@@ -151,7 +151,7 @@
         </xsl:if>
       </td>
       <td><span class="kind {$clip/format/@kind}"><xsl:value-of select="$clip/format/@kind"/></span></td>
-      <td><xsl:apply-templates select="$clip/format"/></td>
+      <td class="value"><xsl:apply-templates select="$clip/format"/></td>
       <td class="number">
         <xsl:call-template name="duration">
           <xsl:with-param name="seconds" select="$clip/range/@start"/>
@@ -162,7 +162,7 @@
           <xsl:with-param name="seconds" select="$clip/range/@length"/>
         </xsl:call-template>
       </td>
-      <td>
+      <td class="value">
         <xsl:value-of select="$clip/transition/@kind"/>
         <xsl:if test="$clip/transition/@length">
           <xsl:text> </xsl:text>
@@ -357,6 +357,7 @@ th { padding: .3rem .7rem; color: var(--dim); font-size: .75rem; font-weight: 60
 td { padding: .4rem .7rem; border-top: 1px solid var(--line); vertical-align: top; }
 th.number, td.number { text-align: right; white-space: nowrap; font-variant-numeric: tabular-nums; }
 .path { min-width: 12rem; overflow-wrap: anywhere; } .path small { display: block; }
+.value { white-space: nowrap; }
 .time { white-space: nowrap; font-variant-numeric: tabular-nums; }
 .sum { color: var(--dim); font: .8rem ui-monospace, Consolas, monospace; }
 .kind { font-size: .85rem; color: var(--other); white-space: nowrap; }

@@ -39,6 +39,7 @@ Command AddResourcesCommand(CLI::App & program);
 Command AddModulesCommand(CLI::App & program);
 Command AddCrashCommand(CLI::App & program);
 Command AddSysInfoCommand(CLI::App & program);
+Command AddXmlCommand(CLI::App & program);
 
 /// The exit codes that all commands share, for the end of a help text.
 extern char const * const exitCodesHelp;

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kv::tools
+{
+
+/// How `kv xml format` lays a document out.
+struct XmlLayout
+{
+    std::string unit = "  "; ///< of the indent
+    bool compact = false;    ///< no line breaks and indents at all
+};
+
+/// Lays out a well-formed document: each tag, comment and instruction on a line of its own. White space between tags is
+/// layout, and is replaced; an element that has other text keeps its content as it is, as does one with xml:space
+/// "preserve", and one that holds nothing but white space.
+std::string LaidOut(std::string_view xml, XmlLayout const & layout);
+
+} // namespace kv::tools
