@@ -1,7 +1,7 @@
 #pragma once
 
-#include <kvcore/platform/export.h>
 #include <cstddef>
+#include <kvcore/platform/export.h>
 
 #include <kvcore/platform/types.h>
 
