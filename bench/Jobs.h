@@ -87,6 +87,24 @@ void AddLong(std::string const & name, std::size_t bytes, Prepare prepare, Work 
         ->UseRealTime();
 }
 
+/// The same for work that is all done by the calling thread: that thread's processor time is what counts.
+template <class Prepare, class Work>
+void AddOnce(std::string const & name, std::size_t bytes, Prepare prepare, Work work)
+{
+    benchmark::RegisterBenchmark(
+        name.c_str(),
+        [bytes, prepare, work](benchmark::State & state) mutable
+        {
+            prepare();
+            for (auto _ : state)
+            {
+                work();
+            }
+            state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(bytes));
+        })
+        ->Iterations(1);
+}
+
 /// Adds a contestant of which only a part counts: `work` does the whole job and returns the seconds of that part.
 template <class Work>
 void AddTimed(std::string const & name, Work work)

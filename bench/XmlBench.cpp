@@ -7,6 +7,7 @@
 #include <QtCore/QBuffer>
 #include <QtCore/QXmlStreamWriter>
 
+#include <libxml/c14n.h>
 #include <libxml/parser.h>
 #include <libxml/xmlwriter.h>
 #include <libxml/xpath.h>
@@ -68,7 +69,8 @@ void WriteWithLibrary(std::size_t count, MemoryOutputStream & target)
     writer.WriteEndElement();
 }
 
-std::size_t WriteWithLibxml(std::size_t count)
+/// `content` gets what was written, if somebody wants it.
+std::size_t WriteWithLibxml(std::size_t count, std::string * content = nullptr)
 {
     static Texts<std::string> const texts = MakeTexts<std::string>([](char const * text) { return text; });
     auto const name = [](char const * text) { return reinterpret_cast<xmlChar const *>(text); };
@@ -95,11 +97,15 @@ std::size_t WriteWithLibxml(std::size_t count)
     xmlTextWriterEndDocument(writer);
     xmlFreeTextWriter(writer);
     std::size_t const size = static_cast<std::size_t>(xmlBufferLength(buffer));
+    if (content != nullptr)
+    {
+        content->assign(reinterpret_cast<char const *>(xmlBufferContent(buffer)), size);
+    }
     xmlBufferFree(buffer);
     return size;
 }
 
-std::size_t WriteWithQt(std::size_t count)
+std::size_t WriteWithQt(std::size_t count, std::string * content = nullptr)
 {
     static Texts<QString> const texts = MakeTexts<QString>([](char const * text) { return QString::fromUtf8(text); });
     static QString const catalogue("catalogue"), record("record"), id("id"), title("title"), text("text"), code("code"),
@@ -123,21 +129,44 @@ std::size_t WriteWithQt(std::size_t count)
     }
     writer.writeEndElement();
     writer.writeEndDocument();
+    if (content != nullptr)
+    {
+        *content = bytes.toStdString();
+    }
     return static_cast<std::size_t>(bytes.size());
+}
+
+/// What a document says, whoever wrote it and wherever its lines break. Empty if it is none.
+std::string MeaningOf(std::string const & content)
+{
+    xmlDoc * const document = xmlReadMemory(
+        content.data(), static_cast<int>(content.size()), nullptr, nullptr, XML_PARSE_NOBLANKS | XML_PARSE_NONET);
+    xmlChar * canonical = nullptr;
+    int const size =
+        document != nullptr ? xmlC14NDocDumpMemory(document, nullptr, XML_C14N_1_0, nullptr, 1, &canonical) : 0;
+    std::string const meaning(reinterpret_cast<char const *>(canonical), size > 0 ? static_cast<std::size_t>(size) : 0);
+    xmlFree(canonical);
+    xmlFreeDoc(document);
+    return meaning;
 }
 
 void AddWriting()
 {
-    // The contestants break lines in different places, and that is all.
-    std::size_t const some = 100;
+    std::size_t const some = 2000;
     MemoryOutputStream written;
     WriteWithLibrary(some, written);
-    std::size_t const ours = written.GetContent().size();
-    bench::Require(WriteWithLibxml(some) * 10 > ours * 9 && WriteWithQt(some) * 10 > ours * 9, "XmlWrite");
+    std::string const ours = written.GetContent();
+    std::string libxml;
+    std::string qt;
+    WriteWithLibxml(some, &libxml);
+    WriteWithQt(some, &qt);
+    std::string const meaning = MeaningOf(ours);
+    bench::Require(
+        meaning.size() > ours.size() / 2 && meaning == MeaningOf(libxml) && meaning == MeaningOf(qt), "XmlWrite");
     std::size_t const count = bench::Scaled(records, 3000);
-    std::size_t const bytes = ours / some * count;
+    std::size_t const bytes = ours.size() / some * count;
     auto const nothing = [] {};
-    bench::AddLong(
+    bench::AddOnce(
         "XmlWrite/mixed/ours", bytes, nothing,
         [count]
         {
@@ -145,9 +174,9 @@ void AddWriting()
             WriteWithLibrary(count, target);
             benchmark::DoNotOptimize(&target);
         });
-    bench::AddLong(
+    bench::AddOnce(
         "XmlWrite/mixed/libxml2", bytes, nothing, [count] { benchmark::DoNotOptimize(WriteWithLibxml(count)); });
-    bench::AddLong("XmlWrite/mixed/Qt", bytes, nothing, [count] { benchmark::DoNotOptimize(WriteWithQt(count)); });
+    bench::AddOnce("XmlWrite/mixed/Qt", bytes, nothing, [count] { benchmark::DoNotOptimize(WriteWithQt(count)); });
 }
 
 std::string Query(std::size_t count, int number)
@@ -185,24 +214,50 @@ std::size_t ReadWithLibxml(std::string const & path, std::size_t count)
     return size;
 }
 
+/// A document on the disk, by both its names.
+struct Catalogue
+{
+    std::size_t count;
+    std::string native;
+    String path;
+    std::size_t bytes = 0;
+
+    Catalogue(char const * name, std::size_t recordCount)
+        : count(recordCount),
+          native((bench::ScratchFolder::Path() / name).native()),
+          path(bench::ScratchFolder::Name(name))
+    {
+    }
+    void Write()
+    {
+        if (bytes == 0)
+        {
+            MemoryOutputStream target;
+            WriteWithLibrary(count, target);
+            std::string const content = target.GetContent();
+            std::ofstream(native, std::ios::binary) << content;
+            bytes = content.size();
+        }
+    }
+};
+
 void AddReading()
 {
-    static std::size_t const count = bench::Scaled(documentRecords, 2000);
-    MemoryOutputStream target;
-    WriteWithLibrary(count, target);
-    std::string const content = target.GetContent();
-    std::size_t const bytes = content.size();
-    static std::string const native = (bench::ScratchFolder::Path() / "catalogue.xml").native();
-    static String const path = bench::ScratchFolder::Name("catalogue.xml");
-    std::ofstream(native, std::ios::binary) << content;
-    static HRESULT const com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    bench::Require(SUCCEEDED(com) && ReadWithLibrary(path, count) == ReadWithLibxml(native, count), "XmlRead");
-    auto const nothing = [] {};
-    bench::AddLong(
-        "XmlRead/file-queries/ours", bytes, nothing, [] { benchmark::DoNotOptimize(ReadWithLibrary(path, count)); });
-    bench::AddLong(
-        "XmlRead/file-queries/libxml2", bytes, nothing,
-        [] { benchmark::DoNotOptimize(ReadWithLibxml(native, count)); });
+    HRESULT const com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    Catalogue small("small.xml", 1500);
+    small.Write();
+    std::size_t const size = ReadWithLibrary(small.path, small.count);
+    bench::Require(
+        SUCCEEDED(com) && size > small.bytes / 4 && size == ReadWithLibxml(small.native, small.count), "XmlRead");
+    auto const document = std::make_shared<Catalogue>("catalogue.xml", bench::Scaled(documentRecords, 3000));
+    std::size_t const bytes = small.bytes / small.count * document->count;
+    auto const write = [document] { document->Write(); };
+    bench::AddOnce(
+        "XmlRead/file-queries/ours", bytes, write,
+        [document] { benchmark::DoNotOptimize(ReadWithLibrary(document->path, document->count)); });
+    bench::AddOnce(
+        "XmlRead/file-queries/libxml2", bytes, write,
+        [document] { benchmark::DoNotOptimize(ReadWithLibxml(document->native, document->count)); });
 }
 
 bench::Source const writing(AddWriting);
