@@ -40,6 +40,9 @@ endfunction()
 function(kv_precompile target)
     target_precompile_headers(
         ${target} PRIVATE <kvcore/platform/win32.h> <map> <memory> <mutex> <string> <vector> ${ARGN})
+    if(WIN32) # whose headers claim names such as `byte` for themselves; the same sources are looked through elsewhere
+        target_compile_options(${target} PRIVATE -Wno-shadow)
+    endif()
 endfunction()
 
 # kv_compile_quickly(<target>): for programs whose own code is never what takes the time, other than the library's.
