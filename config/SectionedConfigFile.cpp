@@ -54,6 +54,7 @@ void WriteHeader(String const & path, std::string const & header)
 
 std::vector<String> ReadSectionNames(String const & path, WCHAR * buffer)
 {
+    buffer[0] = 0; // some systems leave it alone when the file is in no folder
     SetLastError(ERROR_SUCCESS);
     if (GetPrivateProfileSectionNamesW(buffer, capacity, path.c_str()) == cut)
     {

@@ -178,6 +178,7 @@ TEST(ConfigFiles, MissingFileFailsOnlyWhereAHeaderIsLookedFor)
     ScratchFolder const folder;
     SectionedConfigData data = Sample();
     EXPECT_EQ(ReadFailure(data, folder.Name("none.ini")).kind, -1);
+    EXPECT_EQ(ReadFailure(data, folder.Name("none\\none.ini")).kind, -1) << "nor is the folder";
     EXPECT_EQ(data.GetNumSections(), 2);
     data.SetHeader(TEXT("header"));
     Failure const failure = ReadFailure(data, folder.Name("none.ini"));
