@@ -22,7 +22,7 @@
 typedef DWORD REGSAM;
 typedef LONG LSTATUS;
 
-#define HKEY_CLASSES_ROOT ((HKEY)(ULONG_PTR)(LONG)0x80000000)  ///< Software\Classes of the machine
+#define HKEY_CLASSES_ROOT ((HKEY)(ULONG_PTR)(LONG)0x80000000)  ///< classes of objects and files
 #define HKEY_CURRENT_USER ((HKEY)(ULONG_PTR)(LONG)0x80000001)  ///< this user's key below HKEY_USERS
 #define HKEY_LOCAL_MACHINE ((HKEY)(ULONG_PTR)(LONG)0x80000002) ///< this user's view of the machine
 #define HKEY_USERS ((HKEY)(ULONG_PTR)(LONG)0x80000003)

@@ -36,8 +36,9 @@ extern "C"
     /// Copies the block, or the `size` bytes of it that fit. `ignored` is not looked at.
     KVCORE_API BOOL WINAPI GetFileVersionInfoW(LPCWSTR file, DWORD ignored, DWORD size, LPVOID block);
 
-    /// Finds a value in such a block: "\" is the VS_FIXEDFILEINFO, "\VarFileInfo\Translation" the languages,
-    /// "\StringFileInfo\<language><code page>\<name>" a text. Case does not matter. `length` is in bytes, of a text in
-    /// elements with its NUL. FALSE with ERROR_RESOURCE_TYPE_NOT_FOUND and a length of 0 if it is not there.
+    /// Finds a value in such a block: `\` is the VS_FIXEDFILEINFO, `\VarFileInfo\Translation` the languages,
+    /// `\StringFileInfo\`, language and code page as eight digits, `\` and a name a text. Case does not matter.
+    /// `length` is in bytes, of a text in elements with its NUL. FALSE with ERROR_RESOURCE_TYPE_NOT_FOUND and a length
+    /// of 0 if it is not there.
     KVCORE_API BOOL WINAPI VerQueryValueW(LPCVOID block, LPCWSTR name, LPVOID * value, UINT * length);
 }
