@@ -174,7 +174,8 @@ __attribute__((noinline, no_sanitize("address", "undefined", "thread"))) void Da
 #    ifdef __SANITIZE_ADDRESS__
     overrun = std::malloc(24);
     ULONG_PTR volatile * const header = static_cast<ULONG_PTR *>(overrun) - 2;
-    header[0] = header[1] = garbage;
+    header[0] = garbage;
+    header[1] = garbage;
 #    endif
 }
 

@@ -8,6 +8,9 @@
 
 #include <kvcore/platform/linux/threads/StackBounds.h>
 
+// There if the address sanitizer is.
+extern "C" [[gnu::weak]] void __asan_unpoison_memory_region(void const volatile * address, std::size_t size);
+
 namespace kv::platform
 {
 
@@ -135,6 +138,7 @@ void FaultStacks::Release() noexcept
         mprotect(reinterpret_cast<void *>(ReserveStart()), stackBounds.reserve, PROT_READ | PROT_WRITE);
         stackBounds.reserve = 0;
     }
+    ForgetFrames(spareLow, spareHigh);
     munmap(reinterpret_cast<void *>(mapping), mappingSize);
     *this = {};
 }
@@ -233,6 +237,14 @@ void FaultStacks::CloseReserve(ULONG_PTR pointer) noexcept
     ULONG_PTR const lowest = openedEnd - reserveSize - growthGap;
     munmap(reinterpret_cast<void *>(lowest), openedEnd - lowest);
     isOpen = false;
+}
+
+void ForgetFrames(ULONG_PTR low, ULONG_PTR high) noexcept
+{
+    if (__asan_unpoison_memory_region != nullptr)
+    {
+        __asan_unpoison_memory_region(reinterpret_cast<void *>(low), high - low);
+    }
 }
 
 } // namespace kv::platform

@@ -48,4 +48,8 @@ struct FaultStacks
     unsigned long openedLimit; // first thread: the limit before
 };
 
+/// Takes the address sanitizer's marks, where it is in the program, off frames that an exception unwound: it takes the
+/// spare stack for none, and leaves them.
+void ForgetFrames(ULONG_PTR low, ULONG_PTR high) noexcept;
+
 } // namespace kv::platform

@@ -16,9 +16,6 @@
 #include "SignalHandlers.h"
 #include "Trampoline.h"
 
-// There if the address sanitizer is.
-extern "C" [[gnu::weak]] void __asan_unpoison_memory_region(void const volatile * address, std::size_t size);
-
 namespace kv::platform
 {
 
@@ -84,6 +81,7 @@ bool TranslateFault(int signal, siginfo_t const & information, ucontext_t & cont
     {
         thread.stacks.OpenReserve(exhausted ? reinterpret_cast<ULONG_PTR>(information.si_addr) : pointer);
         place = thread.stacks.spareHigh;
+        ForgetFrames(thread.stacks.spareLow, thread.stacks.spareHigh); // of the exception before
     }
     EnterTrampoline(context, place, fault, exhausted);
     return true;
@@ -189,15 +187,6 @@ void WatchEndOfException() noexcept {}
 
 #endif
 
-// The sanitizer's marks on the frames that are unwound: it takes the spare stack for none, and leaves them.
-void ForgetFrames(ULONG_PTR pointer)
-{
-    if (__asan_unpoison_memory_region != nullptr && threadFaults.stacks.IsOwn(pointer))
-    {
-        __asan_unpoison_memory_region(reinterpret_cast<void *>(pointer), stackBounds.high - pointer);
-    }
-}
-
 } // namespace
 
 void ThrowFault(TrampolineFrame & frame)
@@ -206,7 +195,10 @@ void ThrowFault(TrampolineFrame & frame)
     {
         Translate(frame.fault);
     }
-    ForgetFrames(frame.stackPointer);
+    if (threadFaults.stacks.IsOwn(frame.stackPointer))
+    {
+        ForgetFrames(frame.stackPointer, stackBounds.high);
+    }
     try
     {
         Translate(frame.fault);

@@ -63,7 +63,7 @@ LSTATUS GiveName(std::string_view bytes, LPWSTR name, LPDWORD size) noexcept
     {
         return ERROR_MORE_DATA;
     }
-    std::memcpy(name, bytes.data(), length * sizeof(WCHAR));
+    std::copy_n(bytes.data(), length * sizeof(WCHAR), reinterpret_cast<char *>(name)); // which may be none at no place
     name[length] = 0;
     *size = static_cast<DWORD>(length);
     return ERROR_SUCCESS;
