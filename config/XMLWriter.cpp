@@ -3,7 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string>
 #include <utility>
+
+#ifdef __SSE2__
+#    include <emmintrin.h>
+#endif
 
 namespace
 {
@@ -44,6 +49,78 @@ constexpr std::array<unsigned char, 256> byteKinds = MakeByteKinds();
 unsigned char KindOf(char byte)
 {
     return byteKinds[static_cast<unsigned char>(byte)];
+}
+
+#ifdef __SSE2__
+
+/// Whether none of the 16 bytes at `bytes` is to be replaced or ends the text. Some control characters are taken for
+/// such as well; the slow way tells them apart.
+bool AreOrdinary(char const * bytes)
+{
+    __m128i const c = _mm_loadu_si128(reinterpret_cast<__m128i const *>(bytes));
+    __m128i const controls = _mm_cmpeq_epi8(_mm_min_epu8(c, _mm_set1_epi8('\r')), c);
+    // '"' and '&' differ in one bit, and so do '<' and '>'.
+    __m128i const quotes = _mm_cmpeq_epi8(_mm_and_si128(c, _mm_set1_epi8(~('"' ^ '&'))), _mm_set1_epi8('"' & '&'));
+    __m128i const brackets = _mm_cmpeq_epi8(_mm_and_si128(c, _mm_set1_epi8(~('<' ^ '>'))), _mm_set1_epi8('<' & '>'));
+    return _mm_movemask_epi8(_mm_or_si128(controls, _mm_or_si128(quotes, brackets))) == 0;
+}
+
+#endif
+
+/// The first byte from `run` on that does not stand for itself. The text's last byte, before `end`, is a NUL.
+char const * EndOfRun(char const * run, [[maybe_unused]] char const * end)
+{
+    for (;;)
+    {
+#ifdef __SSE2__
+        while (end - run >= 16 && AreOrdinary(run))
+        {
+            run += 16;
+        }
+#endif
+        for (int left = 16; left != 0; --left, ++run)
+        {
+            if (KindOf(*run) != ordinary)
+            {
+                return run;
+            }
+        }
+    }
+}
+
+/// Most texts are short and of ASCII alone, and need no memory to be converted.
+constexpr std::size_t longestShort = 512;
+
+/// Converts such a text, and appends a NUL. False for any other.
+bool NarrowShort(String const & text, char * bytes)
+{
+    if (text.size() > longestShort)
+    {
+        return false;
+    }
+    std::size_t at = 0;
+    WCHAR const * const units = text.data();
+#ifdef __SSE2__
+    __m128i seen = _mm_setzero_si128();
+    for (; text.size() - at >= 16; at += 16)
+    {
+        __m128i const low = _mm_loadu_si128(reinterpret_cast<__m128i const *>(units + at));
+        __m128i const high = _mm_loadu_si128(reinterpret_cast<__m128i const *>(units + at + 8));
+        seen = _mm_or_si128(seen, _mm_or_si128(low, high));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(bytes + at), _mm_packus_epi16(low, high));
+    }
+    __m128i const above = _mm_and_si128(seen, _mm_set1_epi16(static_cast<short>(0xFF80)));
+    bool ascii = _mm_movemask_epi8(_mm_cmpeq_epi16(above, _mm_setzero_si128())) == 0xFFFF;
+#else
+    bool ascii = true;
+#endif
+    for (; at < text.size(); ++at)
+    {
+        ascii = ascii && units[at] < 0x80;
+        bytes[at] = static_cast<char>(units[at]);
+    }
+    bytes[at] = '\0';
+    return ascii;
 }
 
 } // namespace
@@ -110,15 +187,21 @@ void XMLWriter::Write(char const * bytes, std::size_t size)
 
 void XMLWriter::WriteEscaped(String const & text)
 {
-    std::string const bytes = text.Utf8();
-    // The NUL behind the text ends it as well as one inside.
-    for (char const * run = bytes.c_str();;)
+    char narrow[longestShort + 1];
+    std::string encoded;
+    char const * run = narrow;
+    std::size_t size = text.size();
+    if (!NarrowShort(text, narrow))
     {
-        char const * end = run;
-        while (KindOf(*end) == ordinary)
-        {
-            ++end;
-        }
+        encoded = text.Utf8();
+        run = encoded.c_str();
+        size = encoded.size();
+    }
+    char const * const textEnd = run + size + 1;
+    // The NUL behind the text ends it as well as one inside.
+    for (;;)
+    {
+        char const * const end = EndOfRun(run, textEnd);
         if (end != run)
         {
             Write(run, static_cast<std::size_t>(end - run));

@@ -177,6 +177,52 @@ TEST(XMLWriter, SevenCharactersAreEscapedEverywhere)
         "<a x=\"" + escaped + "\">" + escaped + "<!-- " + escaped + " -->");
 }
 
+TEST(XMLWriter, EscapesAtEveryPlaceOfATextOfAnyLength)
+{
+    struct
+    {
+        WCHAR character;
+        char const * written;
+    } const cases[] = {
+        {'\t', "&#9;"},
+        {'\n', "&#10;"},
+        {'\r', "&#13;"},
+        {'"', "&quot;"},
+        {'&', "&amp;"},
+        {'<', "&lt;"},
+        {'>', "&gt;"},
+        {0x0B, "\x0B"},
+        {0x01, "\x01"},
+        {'!', "!"},
+        {'$', "$"},
+        {'\'', "'"},
+        {'=', "="},
+        {';', ";"},
+        {0x7F, "\x7F"},
+        {0x80, "\xC2\x80"},
+        {0x2022, "\xE2\x80\xA2"},
+        {0xFF22, "\xEF\xBC\xA2"},
+        {0, nullptr}};
+    for (std::size_t const length : {1u, 15u, 16u, 17u, 33u, 50u, 511u, 512u, 513u, 530u})
+    {
+        for (std::size_t place = 0; place<length; place += length> 60 && place > 40 && place + 40 < length ? 23 : 1)
+        {
+            for (auto const & one : cases)
+            {
+                WString text(length, 'x');
+                text[place] = one.character;
+                std::string expected = "<a>" + std::string(place, 'x');
+                if (one.written != nullptr)
+                {
+                    expected += one.written + std::string(length - place - 1, 'x');
+                }
+                std::string shown = EscapedText(String(text));
+                ASSERT_EQ(shown, expected) << length << ' ' << place << ' ' << unsigned(one.character);
+            }
+        }
+    }
+}
+
 TEST(XMLWriter, OtherCharactersPassAsUtf8)
 {
     EXPECT_EQ(EscapedText(TEXT("\u00E4\u20AC\U0001F600")), "<a>\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
