@@ -1,8 +1,10 @@
-#include <cstdlib>
+#include <kvcore/config/LeadingNumber.h>
+
 #include <limits>
 #include <string>
 
-#include <kvcore/config/LeadingNumber.h>
+#include <kvcore/core/NumberText.h>
+#include <kvcore/platform/CharacterClass.h>
 
 namespace kv::detail
 {
@@ -12,21 +14,28 @@ namespace
 
 std::size_t SkipSpace(WString const & text)
 {
-    std::size_t const start = text.find_first_not_of(TEXT(" \t\n\v\f\r"));
-    return start == WString::npos ? text.size() : start;
+    std::size_t start = 0;
+    while (start < text.size() && kv::platform::IsSpace(text[start]))
+    {
+        ++start;
+    }
+    return start;
 }
 
 } // namespace
 
 double LeadingDouble(WString const & text)
 {
-    // No element of a number lies beyond ASCII, and the C++ library's own narrow routine takes the same forms.
+    // No element of a number lies beyond ASCII: the first one that does ends it.
     std::string narrow;
     for (std::size_t i = SkipSpace(text); i < text.size() && text[i] != 0 && text[i] < 0x80; ++i)
     {
-        narrow += static_cast<char>(text[i]);
+        bool const upper = text[i] >= TEXT('A') && text[i] <= TEXT('Z');
+        narrow += static_cast<char>(upper ? text[i] | 0x20 : text[i]);
     }
-    return std::strtod(narrow.c_str(), nullptr);
+    double value = 0;
+    ReadDouble(narrow.data(), narrow.data() + narrow.size(), value);
+    return value;
 }
 
 __int64 LeadingInt64(WString const & text)

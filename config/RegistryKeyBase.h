@@ -35,7 +35,8 @@ public:
 
     /// @name Reading
     /// False for a value that is missing or of another type than the one it is stored as, with the output untouched. A
-    /// value of size 0 is read as true, with the output untouched too; only GetString clears it.
+    /// value of size 0 is read as true, with the output untouched too; only GetString clears it. Kept: GetFloat, which
+    /// reads that text, gives 0.
     /// @{
     virtual bool GetBinary(String name, std::string & value) const = 0;
     /// A REG_DWORD. Kept: only the number 1 is true, any other is false.
@@ -61,8 +62,8 @@ public:
     virtual bool SetBinary(String name, std::string const & value) = 0;
     virtual bool SetBinary(String name, unsigned char const * data, unsigned int size) = 0;
     virtual bool SetBoolean(String name, bool value) = 0;
-    /// Stores text with six digits behind the point. False, with nothing stored, for a number that takes more than 31
-    /// characters so.
+    /// Stores text with six digits behind a '.', whatever the locale. False, with nothing stored, for a number that
+    /// takes more than 31 characters so.
     virtual bool SetFloat(String name, double value) = 0;
     virtual bool SetInteger(String name, DWORD value) = 0;
     /// Kept: stores an empty text, whatever the number is, and GetInt64 reads 0 then. Programs that store such numbers

@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
-#include <string>
 #include <type_traits>
 
+#include <kvcore/config/LeadingNumber.h>
 #include <kvcore/config/SectionedConfigData.h>
-#include <kvcore/core/NumberText.h>
 #include <kvcore/platform/CharacterClass.h>
 #include <kvcore/platform/win32.h>
 
@@ -70,20 +69,6 @@ unsigned int Unsigned32In(String const & text)
 bool BooleanIn(String const & text)
 {
     return IntegerIn<int>(text) != 0;
-}
-
-/// Numbers are ASCII: the first unit that is not ends them.
-double FloatIn(String const & text)
-{
-    std::string narrow;
-    for (WCHAR const * at = SkipSpaces(text.c_str()); *at != 0 && *at < 0x80; at++)
-    {
-        bool const upper = *at >= 'A' && *at <= 'Z';
-        narrow += static_cast<char>(upper ? *at | 0x20 : *at);
-    }
-    double value = 0;
-    kv::detail::ReadDouble(narrow.data(), narrow.data() + narrow.size(), value);
-    return value;
 }
 
 } // namespace
@@ -199,7 +184,7 @@ bool SectionedConfigData::SetBoolean(String const & section, String const & key,
 
 bool SectionedConfigData::GetFloat(String const & section, String const & key, double & value) const
 {
-    return Get(implementation->Find(section, key), value, FloatIn);
+    return Get(implementation->Find(section, key), value, kv::detail::LeadingDouble);
 }
 
 bool SectionedConfigData::SetFloat(String const & section, String const & key, double value)

@@ -331,9 +331,9 @@ bool SysRegKey::SetBoolean(String name, bool value)
 
 bool SysRegKey::SetFloat(String name, double value)
 {
-    WCHAR text[32];
-    int const length = _snwprintf(text, 32, TEXT("%lf"), value);
-    return length >= 0 && length < 32 && SetString(name, String(text));
+    constexpr std::size_t longest = 31; // a cut text would be read as another number
+    String const text = String::FromFormat(TEXT("%lf"), value);
+    return text.size() <= longest && SetString(name, text);
 }
 
 bool SysRegKey::SetInteger(String name, DWORD value)
@@ -363,7 +363,7 @@ bool SysRegKey::DeleteValue(String name)
 
 bool SysRegKey::DeleteAllValues()
 {
-    WString buffer(520, 0);
+    WString buffer(520, 0); // Kept: a longer name ends it, with that value and those behind it left
     for (;;)
     {
         LSTATUS const status = EnumValueName(shared->key, 0, buffer);

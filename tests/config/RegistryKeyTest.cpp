@@ -367,6 +367,25 @@ TEST_F(SysRegKeyTest, EmptyValuesLeaveTheOutputButOfATextClearIt)
     EXPECT_EQ(wide, 7);
     EXPECT_EQ(binary, "old");
     EXPECT_EQ(text, String());
+    double real = 7;
+    EXPECT_TRUE(key.GetFloat(TEXT("text"), real));
+    EXPECT_EQ(real, 0) << "it is read from the cleared text";
+}
+
+TEST_F(SysRegKeyTest, NumbersOfOtherSizesAreTheirFirstFourBytes)
+{
+    struct
+    {
+        std::string bytes;
+        DWORD number;
+    } const rows[] = {{"\5", 5}, {std::string("\1\0\0\0\7\7", 6), 1}};
+    for (auto const & row : rows)
+    {
+        EXPECT_EQ(Put(TEXT("v"), REG_DWORD, row.bytes), 0u);
+        unsigned int number = 99;
+        EXPECT_TRUE(key.GetInteger(TEXT("v"), number));
+        EXPECT_EQ(number, row.number);
+    }
 }
 
 TEST_F(SysRegKeyTest, TextsLoseOneNulAndAnOddByte)
@@ -428,6 +447,7 @@ TEST_F(SysRegKeyTest, WideNumbersAreReadFromTextButStoredAsNone)
         {TEXT("+5"), 5},
         {TEXT("x"), 0},
         {TEXT("-"), 0},
+        {TEXT("\x2003") TEXT("8"), 8},
         {TEXT("9223372036854775807"), 9223372036854775807LL},
         {TEXT("-9223372036854775808"), -9223372036854775807LL - 1},
     };
@@ -448,6 +468,9 @@ TEST_F(SysRegKeyTest, FloatsAreTextWithSixDigits)
     key.SetString(TEXT("v"), TEXT("none"));
     EXPECT_TRUE(key.GetFloat(TEXT("v"), value));
     EXPECT_EQ(value, 0);
+    key.SetString(TEXT("v"), TEXT("\x2003") TEXT("2.5E1"));
+    EXPECT_TRUE(key.GetFloat(TEXT("v"), value));
+    EXPECT_EQ(value, 25);
     EXPECT_TRUE(key.SetFloat(TEXT("v"), 0.0000001));
     EXPECT_TRUE(key.GetFloat(TEXT("v"), value));
     EXPECT_EQ(value, 0);
@@ -492,6 +515,33 @@ TEST_F(SysRegKeyTest, ValuesAreDeletedOneByOneOrAll)
     EXPECT_FALSE(readOnly.SetInteger(TEXT("b"), 1));
 }
 
+TEST_F(SysRegKeyTest, AllValuesAreDeletedUpToANameOfMoreThanTheBuffer)
+{
+    key.SetInteger(TEXT("a"), 1);
+    key.SetInteger(String(WString(519, TEXT('v'))), 1);
+    EXPECT_TRUE(key.DeleteAllValues());
+    String const longName(WString(520, TEXT('v')));
+    key.SetInteger(TEXT("a"), 1);
+    key.SetInteger(longName, 1);
+    EXPECT_FALSE(key.DeleteAllValues());
+    std::vector<String> names;
+    EXPECT_TRUE(key.GetValueNames(names));
+    EXPECT_EQ(names, std::vector<String>{longName});
+}
+
+TEST_F(SysRegKeyTest, AMatchBehindAnotherNameIsLeft)
+{
+    // They are listed without regard to case, and matched with it.
+    for (WCHAR const * const name : {TEXT("a1"), TEXT("A2"), TEXT("a3")})
+    {
+        key.SetInteger(name, 1);
+    }
+    EXPECT_TRUE(key.DeleteMultipleValues(TEXT("a*")));
+    std::vector<String> names;
+    EXPECT_TRUE(key.GetValueNames(names));
+    EXPECT_EQ(names, (std::vector<String>{TEXT("A2"), TEXT("a3")}));
+}
+
 TEST_F(SysRegKeyTest, OnlyALeadingRunOfMatchesIsDeleted)
 {
     for (WCHAR const * const name : {TEXT("a1"), TEXT("b1"), TEXT("c2"), TEXT("d1")})
@@ -527,6 +577,8 @@ TEST_F(SysRegKeyTest, KeysBelowComeAndGo)
     DWORD disposition = 0;
     EXPECT_TRUE(key.CreateSubkey(TEXT("a\\b"), 0, KEY_READ, &disposition).IsValid());
     EXPECT_EQ(disposition, DWORD{REG_CREATED_NEW_KEY});
+    EXPECT_TRUE(key.CreateSubkey(TEXT("A\\B"), 0, KEY_READ, &disposition).IsValid());
+    EXPECT_EQ(disposition, DWORD{REG_OPENED_EXISTING_KEY});
     EXPECT_TRUE(key.OpenSubkey(TEXT("A"), KEY_READ).IsValid());
     EXPECT_FALSE(key.OpenSubkey(TEXT("none"), KEY_READ).IsValid());
     EXPECT_FALSE(key.CreateSubkey(TEXT("\\bad"), 0, KEY_READ, nullptr).IsValid());

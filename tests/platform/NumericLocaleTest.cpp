@@ -11,8 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <kvcore/config/SectionedConfigData.h>
+#include <kvcore/config/SysRegKey.h>
 #include <kvcore/platform/NumericLocale.h>
 #include <kvcore/platform/win32.h>
+#include <support/ScratchKey.h>
 
 namespace
 {
@@ -146,6 +149,26 @@ TEST(InvariantNumbers, LeaveTheLocaleAsItIs)
     EXPECT_EQ(PrintHalfInvariant(), "1.5");
     EXPECT_EQ(PrintHalf(), "1,5");
     EXPECT_EQ(CurrentName(), name);
+}
+
+TEST(InvariantNumbers, AreThoseOfStoredSettings)
+{
+    CommaLocale const comma;
+    String text;
+    double value = 0;
+    SectionedConfigData data;
+    EXPECT_TRUE(data.SetFloat(TEXT("s"), TEXT("k"), 1.5));
+    EXPECT_TRUE(data.GetString(TEXT("s"), TEXT("k"), text));
+    EXPECT_EQ(text, TEXT("1.500000"));
+    EXPECT_TRUE(data.GetFloat(TEXT("s"), TEXT("k"), value));
+    EXPECT_EQ(value, 1.5);
+    ScratchKey const scratch;
+    SysRegKey key = SysRegKey(HKEY_CURRENT_USER).OpenSubkey(scratch.Path(), KEY_ALL_ACCESS);
+    EXPECT_TRUE(key.SetFloat(TEXT("v"), 2.5));
+    EXPECT_TRUE(key.GetString(TEXT("v"), text));
+    EXPECT_EQ(text, TEXT("2.500000"));
+    EXPECT_TRUE(key.GetFloat(TEXT("v"), value));
+    EXPECT_EQ(value, 2.5);
 }
 
 TEST(InvariantNumbers, LeaveOtherThreadsAlone)
