@@ -91,7 +91,7 @@ public:
 
     /// An empty node if there is none.
     XMLNode GetParentNode() const;
-    /// The document that the node is of, as a node. A document is of none: an empty node.
+    /// The document that the node is of, as a node; a document is of itself. An empty node is of none.
     XMLNode GetDocumentNode() const;
 
     /// The first node that the XPath expression `path` selects from here.

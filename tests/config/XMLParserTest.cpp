@@ -66,6 +66,15 @@ bool Contains(std::string const & text, std::string const & part)
     return text.find(part) != std::string::npos;
 }
 
+/// Whether a report's last line is that of a place in this line of the document.
+bool EndsInPlace(std::string const & report, std::string const & line)
+{
+    std::string const start = "\nLine/Pos: " + line + '/';
+    std::size_t const at = report.rfind(start);
+    std::string const rest = at == std::string::npos ? std::string() : report.substr(at + start.size());
+    return rest.size() >= 2 && rest.find_first_not_of("0123456789") == rest.size() - 1 && rest.back() == '\n';
+}
+
 std::string Names(std::vector<XMLNode> const & nodes)
 {
     std::string names;
@@ -104,8 +113,7 @@ TEST_F(XMLParsing, MalformedTextGivesReasonLineAndPosition)
         EXPECT_TRUE(StartsWith(failure, "2: ")) << text << ": " << failure;
         EXPECT_GT(failure.size(), std::string("2: ").size()) << text;
         EXPECT_FALSE(Contains(failure, "File: ")) << failure;
-        EXPECT_TRUE(!IsStrictComponent() || (Contains(failure, "\nLine/Pos: 1/") && EndsWith(failure, "\n")))
-            << text << ": " << failure;
+        EXPECT_TRUE(!IsStrictComponent() || EndsInPlace(failure, "1")) << text << ": " << failure;
     }
     EXPECT_TRUE(!IsStrictComponent() || StartsWith(ParseFailure("<p:a/>"), "2: "));
 }
@@ -114,7 +122,7 @@ TEST_F(XMLParsing, ThePositionIsWhereTheTextGoesWrong)
 {
     std::string const failure = ParseFailure("<a>\n  <b>\n</a>");
     EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
-    EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "\nLine/Pos: 3/")) << failure;
+    EXPECT_TRUE(!IsStrictComponent() || EndsInPlace(failure, "3")) << failure;
 }
 
 TEST_F(XMLParsing, EncodingsAreRead)
@@ -161,6 +169,7 @@ TEST_F(XMLParsing, AMalformedFileIsNamed)
     EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
     EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "\nFile: ")) << failure;
     EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "wrong.xml\nLine/Pos: 2/")) << failure;
+    EXPECT_TRUE(!IsStrictComponent() || EndsInPlace(failure, "2")) << failure;
 }
 
 TEST_F(XMLParsing, AMissingFileIsAWrongDocument)
@@ -399,6 +408,18 @@ TEST_F(XMLSchemas, ADocumentFollowsItsSchemaOrNot)
         EXPECT_TRUE(StartsWith(failure, "2: ")) << text << ": " << failure;
         EXPECT_TRUE(!IsStrictComponent() || failure.size() > 4) << text;
     }
+}
+
+TEST_F(XMLSchemas, AViolationInAFileIsToldWithFileAndLine)
+{
+    ScratchPaths const scratch;
+    String const path = scratch.Make("bad.xml", "<a>\n<n>x</n></a>");
+    XMLDocument document = XMLParser::ParseFile(path.c_str());
+    std::string const failure = FailureOf([&] { document.ValidateSchema(schema, -1); });
+    EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
+    EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "\nFile: ")) << failure;
+    EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "bad.xml\nLine/Pos: 2/")) << failure;
+    EXPECT_TRUE(!IsStrictComponent() || EndsInPlace(failure, "2")) << failure;
 }
 
 TEST_F(XMLSchemas, AnEmptyDocumentFollowsEverySchema)

@@ -1,5 +1,6 @@
 #include <kvcore/config/XMLWriter.h>
 
+#include <algorithm>
 #include <functional>
 
 #include <kvcore/streams/MemoryStreams.h>
@@ -291,6 +292,28 @@ TEST(XMLWriter, EveryCallReachesTheStreamAtOnce)
     EXPECT_EQ(target.GetContent(), std::string(declaration) + "<a");
     writer.WriteCharacters(TEXT("t"));
     EXPECT_EQ(target.GetContent(), std::string(declaration) + "<a>t");
+}
+
+TEST(XMLWriter, BlanksGoOutInPiecesOfSixteenAndRunsOfTextWhole)
+{
+    RecordingOutputStream target;
+    XMLWriter writer(target, true);
+    auto const countOf = [&target](std::string const & piece)
+    { return std::count(target.writes.begin(), target.writes.end(), piece); };
+    for (int i = 0; i < 17; ++i)
+    {
+        writer.WriteStartElement("e");
+    }
+    target.writes.clear();
+    writer.WriteStartElement("last"); // behind 34 blanks
+    EXPECT_EQ(countOf(std::string(16, ' ')), 2);
+    EXPECT_EQ(countOf("  "), 1);
+    target.writes.clear();
+    writer.WriteAttribute("x", TEXT("one run<another")).WriteCharacters(TEXT("third&fourth"));
+    for (char const * const piece : {"one run", "another", "third", "fourth"})
+    {
+        EXPECT_EQ(countOf(piece), 1) << piece;
+    }
 }
 
 TEST(XMLWriter, FailuresOfTheStreamPassThrough)

@@ -13,6 +13,7 @@
 #    include <kvcore/config/XMLParser.h>
 
 #    include <support/ComApartment.h>
+#    include <support/ScratchFolder.h>
 
 namespace
 {
@@ -128,6 +129,26 @@ TEST(LinuxXml, NothingIsFetchedOverTheNetwork)
     EXPECT_FALSE(listener.WasCalled());
     listener.Call();
     EXPECT_TRUE(listener.WasCalled());
+}
+
+TEST(LinuxXml, SchemasIncludeFiles)
+{
+    kv::test::ComApartment const com;
+    ScratchFolder const folder;
+    std::string const start = "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'>";
+    folder.Write("part.xsd", start + "<xs:element name='n' type='xs:int'/></xs:schema>");
+    std::string const schema =
+        start + "<xs:include schemaLocation='" + (folder / "part.xsd").string() + "'/></xs:schema>";
+    EXPECT_NO_THROW(XMLParser::ParseData("<n>1</n>", -1).ValidateSchema(schema.c_str(), -1));
+    try
+    {
+        XMLParser::ParseData("<n>x</n>", -1).ValidateSchema(schema.c_str(), -1);
+        ADD_FAILURE() << "the included part was not looked at";
+    }
+    catch (XMLParser::Exception const & failure)
+    {
+        EXPECT_EQ(failure.code, 2) << failure.message.Utf8();
+    }
 }
 
 #endif
