@@ -83,6 +83,26 @@ TEST(ConfigFiles, SectionsEndInAnEmptyLine)
     EXPECT_EQ(folder.Read("x.ini"), "[s]\r\na=w\r\nk=v\r\n\r\n");
 }
 
+TEST(ConfigFiles, SectionsAndKeysAreWrittenInTheOrderOfTheirUnits)
+{
+    ScratchFolder const folder;
+    SectionedConfigData data;
+    for (WCHAR const * const section : {TEXT("c"), TEXT("B"), TEXT("a")})
+    {
+        data.SetString(section, TEXT("z"), TEXT("1"));
+        data.SetString(section, TEXT("Y"), TEXT("2"));
+    }
+    data.WriteWindowsProfile(folder.Name("x.ini"));
+    std::string const written = folder.Read("x.ini");
+    std::size_t place = 0;
+    for (char const * const line : {"[B]\r\n", "Y=2\r\n", "z=1\r\n", "[a]\r\n", "[c]\r\n"})
+    {
+        std::size_t const found = written.find(line, place);
+        ASSERT_NE(found, std::string::npos) << line << " in " << written;
+        place = found + 1;
+    }
+}
+
 TEST(ConfigFiles, NoSectionsWriteNoFile)
 {
     ScratchFolder const folder;
@@ -356,6 +376,31 @@ TEST(ConfigFiles, SectionNamesAreReadUpToTheLimit)
         EXPECT_EQ(ReadFailure(read, folder.Name("x.ini")).kind, length == longest ? -1 : 0);
         EXPECT_EQ(read.GetNumSections(), length == longest ? 1 : 0);
     }
+}
+
+TEST(ConfigFiles, WhatDoesNotFitFailsWithTheSystemsText)
+{
+    constexpr DWORD room = 0x7FFF;
+    ScratchFolder const folder;
+    folder.Write("section.ini", "[s]\r\nk=" + std::string(room, 'x') + "\r\n");
+    folder.Write("names.ini", "[" + std::string(room, 'n') + "]\r\nk=v\r\n");
+    String const section = folder.Name("section.ini");
+    String const names = folder.Name("names.ini");
+    WString buffer(room, 0);
+    SetLastError(ERROR_SUCCESS);
+    ASSERT_EQ(GetPrivateProfileSectionW(TEXT("s"), buffer.data(), room, section.c_str()), room - 2);
+    String const sectionText = String::FromError(GetLastError());
+    SetLastError(ERROR_SUCCESS);
+    ASSERT_EQ(GetPrivateProfileSectionNamesW(buffer.data(), room, names.c_str()), room - 2);
+    String const namesText = String::FromError(GetLastError());
+
+    SectionedConfigData data;
+    Failure const longSection = ReadFailure(data, section);
+    EXPECT_EQ(longSection.kind, 1);
+    EXPECT_EQ(longSection.text, sectionText);
+    Failure const longNames = ReadFailure(data, names);
+    EXPECT_EQ(longNames.kind, 0);
+    EXPECT_EQ(longNames.text, namesText);
 }
 
 // Failures

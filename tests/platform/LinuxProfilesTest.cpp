@@ -8,6 +8,7 @@
 #    include <sys/wait.h>
 #    include <unistd.h>
 
+#    include <kvcore/config/SectionedConfigData.h>
 #    include <kvcore/platform/win32.h>
 #    include <support/ScratchFolder.h>
 
@@ -199,6 +200,58 @@ TEST(LinuxProfiles, AWriteThatFailsLeavesTheFileAsItWas)
     EXPECT_EQ(status, 0);
     EXPECT_EQ(folder.Read("x.ini"), "[a]\nk=v\n");
     EXPECT_EQ(EntriesIn(folder), 1u);
+}
+
+/// The process's exit code for a store that could not be written: 0 if it says so as it should.
+int WritesAndFails(SectionedConfigData const & data, String const & path, DWORD error)
+{
+    try
+    {
+        data.WriteWindowsProfile(path);
+        return 1;
+    }
+    catch (SectionedConfigData::Exception const & exception)
+    {
+        return exception.kind != 0 ? 2 : exception.text != String::FromError(error) ? 3 : 0;
+    }
+}
+
+TEST(LinuxProfiles, AStoreThatDoesNotFitTheDiskLeavesItsFirstSectionsThere)
+{
+    ScratchFolder const folder;
+    String const path = folder.Name("x.ini");
+    SectionedConfigData data;
+    data.SetString(TEXT("a"), TEXT("k"), TEXT("v"));
+    data.SetString(TEXT("b"), TEXT("k"), String::FromChar('x', 10000));
+    data.SetString(TEXT("c"), TEXT("k"), TEXT("v"));
+    pid_t const child = fork();
+    if (child == 0)
+    {
+        rlimit const limit = {4096, 4096};
+        signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        _exit(WritesAndFails(data, path, ERROR_FILE_TOO_LARGE));
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(folder.Read("x.ini"), "[a]\r\nk=v\r\n\r\n");
+    EXPECT_EQ(EntriesIn(folder), 1u);
+}
+
+TEST(LinuxProfiles, AStoreIsNotWrittenToAReadOnlyFile)
+{
+    ScratchFolder const folder;
+    folder.Write("x.ini", "[a]\nk=v\n");
+    ASSERT_EQ(chmod(folder.Path().c_str(), 0777), 0);
+    ASSERT_EQ(chmod((folder / "x.ini").c_str(), 0444), 0);
+    String const path = folder.Name("x.ini");
+    SectionedConfigData data;
+    data.SetString(TEXT("a"), TEXT("k"), TEXT("w"));
+    EXPECT_EQ(AsNobody([&] { return WritesAndFails(data, path, ERROR_ACCESS_DENIED); }), 0);
+    data.SetHeader(TEXT("header"));
+    EXPECT_EQ(AsNobody([&] { return WritesAndFails(data, path, ERROR_ACCESS_DENIED); }), 0);
+    EXPECT_EQ(folder.Read("x.ini"), "[a]\nk=v\n");
 }
 
 TEST(LinuxProfiles, PipesAreNotWaitedFor)

@@ -9,6 +9,7 @@
 
 #    include <signal.h>
 #    include <sys/file.h>
+#    include <sys/resource.h>
 #    include <sys/wait.h>
 #    include <unistd.h>
 
@@ -291,6 +292,32 @@ TEST_F(LinuxRegistry, AStoreThatIsLockedForLongIsBusyAndLosesNothing)
     EXPECT_EQ(Set(key, TEXT("v"), 3), 0u);
     EXPECT_EQ(Get(key, TEXT("v")), 3u);
     EXPECT_EQ(sqlite3_close(other), SQLITE_OK);
+}
+
+/// The limit on the size of files stands in for a full disk.
+TEST_F(LinuxRegistry, AValueThatDoesNotFitTheDiskIsRefusedAndTheOthersStay)
+{
+    ASSERT_EQ(WriteInChild(), 0);
+    EXPECT_EQ(
+        InChild(
+            []
+            {
+                rlimit const limit = {1 << 18, 1 << 18};
+                signal(SIGXFSZ, SIG_IGN);
+                setrlimit(RLIMIT_FSIZE, &limit);
+                ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Stored"));
+                std::string const large(1 << 21, 'x');
+                LSTATUS const refused = RegSetValueExW(
+                    key, TEXT("large"), 0, REG_BINARY, reinterpret_cast<BYTE const *>(large.data()),
+                    static_cast<DWORD>(large.size()));
+                return refused == ERROR_SUCCESS ? 1 : Get(key, TEXT("v")) != 77 ? 2 : 0;
+            }),
+        0);
+    ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Stored"));
+    EXPECT_EQ(Get(key, TEXT("v")), 77u);
+    EXPECT_EQ(Code(RegQueryValueExW(key, TEXT("large"), nullptr, nullptr, nullptr, nullptr)), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Set(key, TEXT("w"), 78), 0u);
+    EXPECT_EQ(Get(key, TEXT("w")), 78u);
 }
 
 TEST_F(LinuxRegistry, AWriterWaitsForAnotherThatEnds)
