@@ -69,6 +69,28 @@ TEST(CommandLines, CopyWhatTheyHold)
     EXPECT_FALSE(third.IsUnregistering());
 }
 
+TEST(CommandLines, TakeBothSwitchesInEitherOrder)
+{
+    CommandLine commandLine;
+    commandLine.Parse(TEXT("unregserver"), true, false);
+    EXPECT_FALSE(commandLine.IsRegistering());
+    commandLine.Parse(TEXT("regserver"), true, true);
+    EXPECT_TRUE(commandLine.IsRegistering());
+    EXPECT_TRUE(commandLine.IsUnregistering());
+}
+
+TEST(CommandLines, ForgetEverythingWhenTheyBegin)
+{
+    CommandLine commandLine;
+    commandLine.Parse(TEXT("regserver"), true, false);
+    commandLine.Parse(TEXT("unregserver"), true, false);
+    commandLine.Parse(TEXT("a.txt"), false, true);
+    commandLine.BeginParse();
+    EXPECT_FALSE(commandLine.IsRegistering());
+    EXPECT_FALSE(commandLine.IsUnregistering());
+    EXPECT_TRUE(commandLine.GetDocPath().empty());
+}
+
 /// What an application of a process of its own, started with these arguments, tells of them and of its course.
 std::string ToldByApplication(std::vector<std::string> arguments)
 {
@@ -98,6 +120,33 @@ TEST(ConsoleApplications, HandOverTheirArguments)
 TEST(ConsoleApplications, ParseAfreshEachTime)
 {
     EXPECT_EQ(ToldByApplication({"twice"}), "init begin[twice]end begin[twice]end main free ");
+}
+
+TEST(ConsoleApplications, UnderstandTheirArgumentsAfreshEachTime)
+{
+    struct
+    {
+        std::vector<std::string> arguments;
+        std::string understood;
+    } const cases[] = {
+        {{}, "[]"},
+        {{"-regserver"}, "[] register"},
+        {{"/REGSERVER"}, "[] register"},
+        {{"/UnRegServer"}, "[] unregister"},
+        {{"-unregserver", "-regserver"}, "[] register unregister"},
+        {{"a.txt", "b.txt"}, "[a.txt]"},
+        {{"-foo", "a.txt"}, "[a.txt]"},
+        {{"", "a.txt", "/regserver"}, "[a.txt] register"},
+        {{"--regserver", "regserver"}, "[regserver]"},
+    };
+    for (auto const & one : cases)
+    {
+        ScratchFolder const scratch;
+        std::vector<std::string> arguments = {"parse", "told=" + (scratch / "told.txt").string()};
+        arguments.insert(arguments.end(), one.arguments.begin(), one.arguments.end());
+        EXPECT_EQ(RunChildProgram("frame_child", arguments), 0);
+        EXPECT_EQ(scratch.Read("told.txt"), one.understood + ";" + one.understood + ";");
+    }
 }
 
 } // namespace

@@ -9,12 +9,18 @@
 
 #include <kvcore/files/FileStreams.h>
 #include <kvcore/frame/detail/LogLine.h>
+#include <kvcore/platform/NativePaths.h>
 #include <kvcore/platform/win32.h>
 #include <support/ChildProgram.h>
 #include <support/SystemCalls.h>
 
 #include "LogRig.h"
 #include "plugin/LoggingPlugin.h"
+
+#ifndef _WIN32 // for disks that are really full
+#    include <csignal>
+#    include <sys/resource.h>
+#endif
 
 namespace
 {
@@ -128,6 +134,19 @@ TEST_F(KVLogFiles, FormLinesOfTheModuleAtAnAddress)
     EXPECT_EQ(own.substr(10), TEXT(" test_frame x\r\n"));
 }
 
+TEST_F(KVLogFiles, StampLinesWithTheLocalTime)
+{
+    kv::test::SystemCalls calls;
+    calls.GetLocalTime = [](SYSTEMTIME * now)
+    {
+        *now = {};
+        now->wHour = 9;
+        now->wMinute = 5;
+        now->wSecond = 7;
+    };
+    EXPECT_EQ(log->GetLogText(nullptr, TEXT("x")), TEXT("[09:05:07] <---MT---> x\r\n"));
+}
+
 TEST_F(KVLogFiles, FormALineEndOfAnEmptyText)
 {
     EXPECT_EQ(log->GetLogText(nullptr, String()), TEXT("\r\n"));
@@ -213,6 +232,38 @@ TEST_F(KVLogFiles, AreEmptiedByResetWhichSaysFailure)
     EXPECT_EQ(log->GetFilename(), Name());
     log->AddLine(TEXT("after"));
     EXPECT_EQ(TextsOf(Bytes()), Texts({"after"}));
+}
+
+TEST_F(KVLogFiles, KeepTheirFirstNameAndSayFailureForEveryOther)
+{
+    std::filesystem::create_directory(scratch / "sub");
+    String const first = scratch.Name("sub\\first.txt");
+    ASSERT_TRUE(log->SetFilename(first.c_str()));
+    {
+        // The folder goes while the log has its file closed.
+        kv::test::SystemCalls calls;
+        calls.CloseHandle = [this](HANDLE handle)
+        {
+            BOOL const closed = kv::test::SystemCalls::RealCloseHandle(handle);
+            std::error_code refused; // as long as the file is open
+            std::filesystem::remove_all(scratch / "sub", refused);
+            return closed;
+        };
+        EXPECT_THROW(log->Reset(), BasicFileStream::Exception);
+    }
+    ASSERT_FALSE(std::filesystem::exists(scratch / "sub"));
+    EXPECT_EQ(log->GetFilename(), first);
+    EXPECT_EQ(log->Reset(), static_cast<HRESULT>(0x8000FFFF)) << "no file is open";
+    log->AddLine(TEXT("lost"));
+
+    EXPECT_FALSE(log->SetFilename(Name().c_str())) << "though it opens the file";
+    EXPECT_EQ(log->GetFilename(), first);
+    log->AddLine(TEXT("kept"));
+    std::filesystem::create_directory(scratch / "sub");
+    EXPECT_EQ(log->Reset(), static_cast<HRESULT>(0x80004005));
+    log->AddLine(TEXT("in the first"));
+    EXPECT_EQ(TextsOf(Bytes()), Texts({"kept"}));
+    EXPECT_EQ(TextsOf(scratch.Read("sub/first.txt")), Texts({"in the first"}));
 }
 
 TEST_F(KVLogFiles, ThrowIfTheFileCannotBeOpened)
@@ -376,6 +427,39 @@ TEST_F(KVLogFiles, HoldEveryLineOfAllThreadsInOrder)
     EXPECT_EQ(texts.size(), std::size_t(threadCount) * linesEach);
 }
 
+TEST_F(KVLogFiles, KeepTheLinesOfOneTextTogether)
+{
+    constexpr int threadCount = 4;
+    constexpr int textsEach = 2000;
+    Open();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread)
+    {
+        threads.emplace_back(
+            [this, thread]
+            {
+                for (int i = 0; i < textsEach; ++i)
+                {
+                    String const text = String::FromFormat(TEXT("%i.%i "), thread, i);
+                    log->AddLine(text + TEXT("a\n") + text + TEXT("b\r\n") + text + TEXT("c"));
+                }
+            });
+    }
+    for (std::thread & thread : threads)
+    {
+        thread.join();
+    }
+    Texts const texts = TextsOf(Bytes());
+    ASSERT_EQ(texts.size(), std::size_t(threadCount) * textsEach * 3);
+    std::size_t apart = 0;
+    for (std::size_t i = 0; i < texts.size(); i += 3)
+    {
+        std::string const begin = texts[i].substr(0, texts[i].find(' ') + 1);
+        apart += texts[i] != begin + "a" || texts[i + 1] != begin + "b" || texts[i + 2] != begin + "c";
+    }
+    EXPECT_EQ(apart, 0u);
+}
+
 TEST_F(KVLogFiles, TakeOneLineEachOfTenThousandThreads)
 {
     constexpr int rounds = 625;
@@ -430,6 +514,87 @@ TEST_F(KVLogFiles, LoseOnlyWhatAFullDiskDoesNotTake)
     EXPECT_EQ(std::size_t(std::count(bytes.begin(), bytes.end(), '\0')), 3 * (stampLength + 8));
 }
 
+#ifndef _WIN32 // disks that are really full, which this system can be asked for
+TEST_F(KVLogFiles, SayNothingOfADeviceThatIsAlwaysFull)
+{
+    ASSERT_TRUE(log->SetFilename(kv::platform::PathFromNative("/dev/full").c_str()));
+    for (int i = 0; i < 300; ++i)
+    {
+        EXPECT_NO_THROW(log->AddLine(String::FromFormat(TEXT("line %i"), i)));
+    }
+    EXPECT_EQ(log->AddFormattedLine(TEXT("%s"), TEXT("the last")), S_OK);
+    EXPECT_EQ(log->Reset(), static_cast<HRESULT>(0x80004005)) << "as ever";
+    EXPECT_NO_THROW(log->AddLine(WString(100'000, WCHAR(0x79))));
+    EXPECT_NO_THROW(log.End());
+}
+
+/// While it lives, the process's files grow to a size and no further.
+class SmallFiles
+{
+public:
+    explicit SmallFiles(rlim_t size) : handler(std::signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RLIMIT_FSIZE, &before);
+        rlimit limit = before;
+        limit.rlim_cur = size;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    SmallFiles(SmallFiles const &) = delete;
+    SmallFiles & operator=(SmallFiles const &) = delete;
+    ~SmallFiles()
+    {
+        setrlimit(RLIMIT_FSIZE, &before);
+        std::signal(SIGXFSZ, handler);
+    }
+
+private:
+    void (*handler)(int);
+    rlimit before = {};
+};
+
+TEST_F(KVLogFiles, KeepWhatFitsOnADiskThatFillsUp)
+{
+    constexpr std::size_t room = 4096;
+    Open();
+    {
+        SmallFiles const small(room);
+        for (int i = 0; i < 1000; ++i)
+        {
+            EXPECT_NO_THROW(log->AddLine(String::FromFormat(TEXT("line %i"), i)));
+        }
+        EXPECT_NO_THROW(log.End()); // with the last of the writes
+    }
+    std::string bytes = scratch.Read("log.txt");
+    EXPECT_LE(bytes.size(), room);
+    bytes.resize(bytes.rfind("\r\n") + 2); // the last line may be there in part
+    Texts const texts = TextsOf(bytes);
+    EXPECT_GE(texts.size(), 100u);
+    for (std::size_t i = 0; i < texts.size(); ++i)
+    {
+        EXPECT_EQ(texts[i], "line " + std::to_string(i));
+    }
+}
+#endif
+
+TEST_F(KVLogFiles, GoOnWhenTheirFolderIsRemoved)
+{
+    std::filesystem::create_directory(scratch / "sub");
+    ASSERT_TRUE(log->SetFilename(scratch.Name("sub\\log.txt").c_str()));
+    log->AddLine(TEXT("x"));
+    std::error_code refused; // an open file keeps its folder where the system says so
+    std::filesystem::remove_all(scratch / "sub", refused);
+    EXPECT_NO_THROW(log->AddLine(TEXT("y")));
+    EXPECT_NO_THROW(log.End());
+    if (std::filesystem::exists(scratch / "sub"))
+    {
+        EXPECT_EQ(TextsOf(scratch.Read("sub/log.txt")), Texts({"x", "y"}));
+    }
+    else
+    {
+        EXPECT_EQ(refused.value(), 0) << "the folder is gone with all that was in it";
+    }
+}
+
 TEST_F(KVLogFiles, GoOnWhenTheirFolderIsMovedAway)
 {
     std::filesystem::create_directory(scratch / "sub");
@@ -468,6 +633,8 @@ TEST_P(LogsOfProcesses, LoseNoLine)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Endings, LogsOfProcesses, testing::Values("log-leave", "log-abort"));
+INSTANTIATE_TEST_SUITE_P(
+    Endings, LogsOfProcesses,
+    testing::Values("log-leave", "log-abort", "log-fault", "log-fault-after-scope", "log-break-point"));
 
 } // namespace

@@ -36,6 +36,7 @@
     CALL(DWORD, GetEnvironmentVariableW, (LPCWSTR name, LPWSTR buffer, DWORD size), (name, buffer, size))              \
     CALL(BOOL, EnumSystemCodePagesW, (CODEPAGE_ENUMPROCW callback, DWORD flags), (callback, flags))                    \
     CALL(void, GetSystemInfo, (SYSTEM_INFO * information), (information))                                              \
+    CALL(void, GetLocalTime, (SYSTEMTIME * now), (now))                                                                \
     CALL(int, GetSystemMetrics, (int metric), (metric))                                                                \
     CALL(DWORD, GetModuleFileNameW, (HMODULE module, LPWSTR buffer, DWORD capacity), (module, buffer, capacity))       \
     CALL(BOOL, IsWindow, (HWND window), (window))                                                                      \

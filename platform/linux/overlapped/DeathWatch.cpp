@@ -14,7 +14,7 @@ namespace kv::platform
 namespace
 {
 
-constexpr int deathSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+constexpr int deathSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP};
 constexpr long pauseNanoseconds = 1'000'000;
 constexpr int mostPauses = 2000; // the workers may be what is broken
 

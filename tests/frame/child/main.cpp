@@ -9,10 +9,13 @@
 #include <kvcore/files/FileStreams.h>
 #include <kvcore/frame/ConsoleApplication.h>
 #include <kvcore/frame/KVLogFile.h>
+#include <kvcore/frame/SEHException.h>
 #include <kvcore/frame/SysInfo.h>
 #include <kvcore/library/StartRecord.h>
 #include <kvcore/platform/NativePaths.h>
 #include <kvcore/platform/win32.h>
+#include <support/FaultKinds.h>
+#include <support/PlatformDefault.h>
 
 #include "../DiagnosticsOfTest.h"
 
@@ -31,6 +34,24 @@ int LogAndAbort(char const * file)
         log.AddFormattedLine(TEXT("line %i of a process that dies"), i);
     }
     std::abort();
+}
+
+/// Dies of a fault in the middle of logging, outside of any scope that would translate it.
+int LogAndFault(char const * file, void (*provoke)(), bool afterScope)
+{
+    kv::test::HaveThePlatformsDefault();
+    if (afterScope)
+    {
+        SEHTryCatchEnabler const scope(TEXT("over"));
+    }
+    KVLogFile & log = KVLogFile::Object();
+    log.SetFilename(kv::platform::PathFromNative(file).c_str());
+    for (int i = 0; i < linesBeforeCrash; ++i)
+    {
+        log.AddFormattedLine(TEXT("line %i of a process that faults"), i);
+    }
+    provoke();
+    return 0; // which the test takes for no crash
 }
 
 /// Cannot open the log of a process that runs; its own lines go nowhere.
@@ -169,6 +190,59 @@ bool TellingApplication::InitInstance()
     return commandLine.first != "stop";
 }
 
+/// What an application that derives nothing understands of its arguments, all but the scenario and the file.
+class PlainCommandLine : public CommandLine
+{
+public:
+    void BeginParse() override
+    {
+        CommandLine::BeginParse();
+        seen = 0;
+    }
+
+protected:
+    void ParseNonOption(String const & text) override
+    {
+        if (++seen > 2)
+        {
+            CommandLine::ParseNonOption(text);
+        }
+    }
+
+private:
+    int seen = 0;
+};
+
+/// An application that writes down what it has understood.
+class ParsingApplication : public ConsoleApplication
+{
+public:
+    explicit ParsingApplication(char const * file) : told(file, std::ios::binary) {}
+
+    bool InitInstance() override
+    {
+        PlainCommandLine commandLine;
+        ParseCommandLine(commandLine);
+        Tell(commandLine);
+        // What an earlier command line left is gone with the next one.
+        commandLine.Parse(TEXT("regserver"), true, false);
+        commandLine.Parse(TEXT("unregserver"), true, false);
+        commandLine.Parse(TEXT("left.txt"), false, true);
+        ParseCommandLine(commandLine);
+        Tell(commandLine);
+        return true;
+    }
+
+private:
+    void Tell(CommandLine const & commandLine)
+    {
+        told << '[' << commandLine.GetDocPath().Utf8() << ']' << (commandLine.IsRegistering() ? " register" : "")
+             << (commandLine.IsUnregistering() ? " unregister" : "") << ';';
+    }
+
+    std::ofstream told;
+};
+
 } // namespace
 
 int main(int argc, char ** argv)
@@ -176,6 +250,18 @@ int main(int argc, char ** argv)
     if (argc == 3 && std::strcmp(argv[1], "log-abort") == 0)
     {
         return LogAndAbort(argv[2]);
+    }
+    if (argc == 3 && std::strcmp(argv[1], "log-fault") == 0)
+    {
+        return LogAndFault(argv[2], kv::test::ReadThroughNull, false);
+    }
+    if (argc == 3 && std::strcmp(argv[1], "log-fault-after-scope") == 0)
+    {
+        return LogAndFault(argv[2], kv::test::ReadThroughNull, true);
+    }
+    if (argc == 3 && std::strcmp(argv[1], "log-break-point") == 0)
+    {
+        return LogAndFault(argv[2], kv::test::HitBreakPoint, false);
     }
     if (argc == 3 && std::strcmp(argv[1], "log-leave") == 0)
     {
@@ -196,6 +282,11 @@ int main(int argc, char ** argv)
     if (argc >= 3 && std::strcmp(argv[1], "application") == 0)
     {
         TellingApplication application(argv[2] + std::strlen("told="));
+        return KVRunConsoleApplication(application);
+    }
+    if (argc >= 3 && std::strcmp(argv[1], "parse") == 0)
+    {
+        ParsingApplication application(argv[2] + std::strlen("told="));
         return KVRunConsoleApplication(application);
     }
     std::cerr << "frame_child: unknown scenario\n";
