@@ -13,6 +13,8 @@
 #include <support/FaultKinds.h>
 #include <support/LogOfTest.h>
 
+#include "LogRig.h"
+
 namespace
 {
 
@@ -322,6 +324,50 @@ TEST_F(CrashReporting, AReportThatFaultsOrThrowsDoesNotStopTheTranslation)
     current.reportFault = ReportFaultHere;
     EXPECT_THROW(kv::test::ReadThroughNull(), SEHException);
     EXPECT_EQ(faultReports, 2);
+}
+
+TEST_F(CrashReporting, WithoutALibraryAFaultIsThrownAndNothingIsLogged)
+{
+    ProcessReporter const process;
+    CrashReporter & current = *CrashReporter::Current();
+    FreeLibrary(current.faultReporting);
+    current.faultReporting = nullptr;
+    current.reportFault = nullptr;
+    ULONG code = 0;
+    String const logged = LoggedBy(
+        [&code]
+        {
+            SEHTryCatchEnabler const scope(TEXT("unreported"));
+            try
+            {
+                kv::test::ReadThroughNull();
+            }
+            catch (SEHException const & exception)
+            {
+                code = exception.GetCode();
+            }
+        });
+    EXPECT_EQ(code, 0xC0000005u);
+    EXPECT_EQ(logged, TEXT(""));
+    EXPECT_EQ(faultReports, 0);
+}
+
+TEST_F(CrashReporting, KnowsTheLogFromItsFirstOpeningOn)
+{
+    ProcessReporter const process;
+    CrashReporter & current = *CrashReporter::Current();
+    current.errorReporting = SomeModule();
+    current.registerFile = RegisterFile;
+    ScratchFolder const scratch;
+    String const name = scratch.Name("log.txt");
+    LooseLog const log;
+    EXPECT_TRUE(log->SetFilename(name.c_str()));
+    EXPECT_EQ(library.calls, "register ");
+    EXPECT_EQ(library.name, name);
+    EXPECT_FALSE(log->SetFilename(scratch.Name("other.txt").c_str()));
+    log->Reset();
+    EXPECT_EQ(library.calls, "register ") << "once is enough";
+    log.End();
 }
 
 TEST_F(CrashReporting, EndsWithItsApplication)

@@ -4,6 +4,7 @@
 #include <functional>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include <kvcore/frame/detail/CrashReporter.h>
 #include <kvcore/frame/detail/ThreadName.h>
@@ -16,6 +17,7 @@
 
 #include <support/FaultKinds.h>
 #include <support/PlatformDefault.h>
+#include <support/SystemCalls.h>
 
 namespace
 {
@@ -145,6 +147,40 @@ TEST(SEHException, SaysAllInOneSentence)
     {
         String const farther = SEHException(1, Location(static_cast<ULONG_PTR>(0x1234567890ABull))).GetMsg();
         EXPECT_TRUE(WString(farther).ends_with(WString(TEXT(" at location 0x1234567890AB")))) << farther.Utf8();
+    }
+}
+
+TEST(SEHException, NamesTheModuleThatTheSystemNames)
+{
+    kv::test::SystemCalls calls;
+    calls.GetModuleFileNameW = [](HMODULE, LPWSTR buffer, DWORD capacity) -> DWORD
+    {
+        WString const path = TEXT("c:\\app\\a.exe");
+        return static_cast<DWORD>(path.copy(buffer, capacity));
+    };
+    EXPECT_EQ(
+        SEHException(0xC0000005, Location(0x00401000)).GetMsg(),
+        TEXT("Fatal exception 'Access violation' caused by module 'c:\\app\\a.exe' at location 0x00401000"));
+}
+
+TEST(SEHException, TakesTheWholeOfALongPath)
+{
+    struct
+    {
+        std::size_t length;
+        std::vector<DWORD> capacities;
+    } const cases[] = {{259, {260}}, {260, {260, 780}}, {779, {260, 780}}, {780, {260, 780, 1820}}};
+    for (auto const & one : cases)
+    {
+        kv::test::SystemCalls calls;
+        std::vector<DWORD> capacities;
+        calls.GetModuleFileNameW = [&](HMODULE, LPWSTR buffer, DWORD capacity) -> DWORD
+        {
+            capacities.push_back(capacity);
+            return static_cast<DWORD>(WString(one.length, 'p').copy(buffer, capacity));
+        };
+        EXPECT_EQ(SEHException(0, nullptr).GetModuleFileNameW(), String::FromChar('p', static_cast<int>(one.length)));
+        EXPECT_EQ(capacities, one.capacities) << one.length;
     }
 }
 
