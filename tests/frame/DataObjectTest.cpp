@@ -20,6 +20,15 @@ private:
     bool & destroyed;
 };
 
+TEST(DataObjects, AreDestroyedByTheirFirstReleaseIfNobodyElseHoldsThem)
+{
+    bool destroyed = false;
+    DataObject * const object = new Watched(destroyed);
+    EXPECT_FALSE(destroyed);
+    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_TRUE(destroyed);
+}
+
 TEST(DataObjects, BelongToTheirCreator)
 {
     bool destroyed = false;

@@ -1,12 +1,14 @@
 #include <kvcore/frame/ObjectServices.h>
 
 #include <atomic>
+#include <cstring>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <kvcore/core/KVUnknown.h>
+#include <kvcore/frame/detail/ServiceTables.h>
 #include <kvcore/platform/win32.h>
 
 namespace
@@ -264,6 +266,39 @@ TEST(ObjectServices, AnswerForACreatorThatMakesNothing)
     EXPECT_EQ(ObjectServices::CreateClassObject(id, &object), fail);
     EXPECT_EQ(object, nullptr);
     ObjectServices::UnregisterClassW(id);
+}
+
+TEST(ObjectServices, OrderIdentifiersByTheirBytesInMemory)
+{
+    static_assert(sizeof(GUID) == 16);
+    // All that differ from one in the middle by one byte, or by two that pull in different directions.
+    std::vector<GUID> ids;
+    for (std::size_t first = 0; first < sizeof(GUID); ++first)
+    {
+        for (std::size_t second = first; second < sizeof(GUID); ++second)
+        {
+            for (unsigned char const value : {0x00, 0x7F, 0x80, 0xFF})
+            {
+                unsigned char bytes[sizeof(GUID)];
+                std::memset(bytes, 0x40, sizeof bytes);
+                bytes[second] = static_cast<unsigned char>(~value);
+                bytes[first] = value;
+                GUID id;
+                std::memcpy(&id, bytes, sizeof id);
+                ids.push_back(id);
+            }
+        }
+    }
+    std::size_t wrong = 0;
+    for (GUID const & left : ids)
+    {
+        for (GUID const & right : ids)
+        {
+            bool const isBefore = std::memcmp(&left, &right, sizeof(GUID)) < 0;
+            wrong += kv::detail::GuidLess()(left, right) != isBefore;
+        }
+    }
+    EXPECT_EQ(wrong, 0u);
 }
 
 TEST(ObjectServices, ServeSeveralThreads)
