@@ -124,12 +124,19 @@ namespace
 /// The map that an enumeration on this thread fills: the system's callback is given nothing to find it by.
 thread_local std::map<unsigned int, String> * listedPages = nullptr;
 
+/// The largest number for one that is larger, which is no code page's: not another one that its lowest bits would be.
 unsigned int ParseNumber(WCHAR const * text)
 {
+    constexpr unsigned int largest = 0xFFFFFFFF;
     unsigned int number = 0;
     for (; *text >= '0' && *text <= '9'; ++text)
     {
-        number = number * 10 + static_cast<unsigned int>(*text - '0');
+        unsigned int const digit = static_cast<unsigned int>(*text - '0');
+        if (number > (largest - digit) / 10)
+        {
+            return largest;
+        }
+        number = number * 10 + digit;
     }
     return number;
 }
