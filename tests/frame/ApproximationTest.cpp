@@ -1,5 +1,6 @@
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <stdexcept>
 #include <vector>
 
@@ -188,4 +189,15 @@ TEST(QuadraticApproximation, WithoutToleranceEndsWhereTwoValuesAreEqual)
     double const x = quadratic(&f, 0, 10, 1.0 / 3, tolerance);
     EXPECT_NEAR(x, 1.0 / 3, 1e-15);
     EXPECT_EQ(tolerance, x - 1.0 / 3);
+}
+
+TEST(QuadraticApproximation, AsksForWhatIsNoNumberWhereThereIsNoRoot)
+{
+    Noting f([](double x) { return x == 0 ? -std::numeric_limits<double>::infinity() : std::isnan(x) ? 1.5 : x; });
+    double tolerance = 0.1;
+    EXPECT_TRUE(std::isnan(quadratic(&f, 0, 2, 1.5, tolerance)));
+    EXPECT_EQ(tolerance, 0);
+    ASSERT_EQ(f.asked.size(), 5u);
+    EXPECT_EQ(f.asked[2], 1);
+    EXPECT_TRUE(std::isnan(f.asked[3]));
 }
