@@ -149,6 +149,37 @@ TEST(LinuxFaults, AThreadsOwnAlternateStackStays)
         .join();
 }
 
+void * FaultFarDown(void * alternate)
+{
+    stack_t own = {};
+    own.ss_sp = alternate;
+    own.ss_size = 128 * 1024;
+    stack_t before = {};
+    EXPECT_EQ(sigaltstack(&own, &before), 0);
+    char volatile * const far = static_cast<char *>(__builtin_alloca(64 * 1024));
+    far[0] = 1;
+    EXPECT_EQ(CodeOf(kv::test::ReadThroughNull), 0xC0000005u);
+    sigaltstack(&before, nullptr);
+    return nullptr;
+}
+
+// Then the handler's frame lies as close below the fault's as one on the same stack would.
+TEST(LinuxFaults, TheAlternateStackMayLieRightBelowTheThreads)
+{
+    constexpr std::size_t alternateSize = 128 * 1024;
+    constexpr std::size_t size = alternateSize + 128 * 1024;
+    void * const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, static_cast<char *>(memory) + alternateSize, size - alternateSize);
+    pthread_t thread;
+    EXPECT_EQ(pthread_create(&thread, &attributes, FaultFarDown, memory), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    munmap(memory, size);
+}
+
 TEST(LinuxFaults, ASignalStaysUnblockedAfterAFault)
 {
     EXPECT_EQ(CodeOf(kv::test::ReadThroughNull), 0xC0000005u);

@@ -38,8 +38,7 @@ constinit thread_local ThreadFaults threadFaults [[gnu::tls_model("initial-exec"
 // faults, the stack is so damaged that no exception will ever leave it.
 constexpr int mostTranslators = 3;
 
-constexpr std::size_t redZone = 128;       // below the stack pointer, and in use
-constexpr std::size_t handlerSize = 65536; // a handler on the same stack has its frame so close below the fault's
+constexpr std::size_t redZone = 128; // below the stack pointer, and in use
 
 // Whether the unwinder may look at the stack at all. On the thread's own stack it is not asked: that is there.
 bool IsReadable(ULONG_PTR address) noexcept
@@ -50,13 +49,20 @@ bool IsReadable(ULONG_PTR address) noexcept
     return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(sizeof value);
 }
 
+// Whether the handler runs on a stack of its own, and not below the fault: on the thread's, because somebody has taken
+// the alternate stack away, or on that one, because another handler has faulted there.
+bool HasOwnStack(ucontext_t const & context) noexcept
+{
+    ULONG_PTR const low = reinterpret_cast<ULONG_PTR>(context.uc_stack.ss_sp);
+    ULONG_PTR const here = reinterpret_cast<ULONG_PTR>(__builtin_frame_address(0));
+    return here - low < context.uc_stack.ss_size && StackPointerOf(context) - low > context.uc_stack.ss_size;
+}
+
 bool TranslateFault(int signal, siginfo_t const & information, ucontext_t & context)
 {
     ThreadFaults & thread = threadFaults;
     ULONG_PTR const pointer = StackPointerOf(context);
-    ULONG_PTR const here = reinterpret_cast<ULONG_PTR>(__builtin_frame_address(0));
-    if (thread.translator == nullptr || thread.depth >= mostTranslators ||
-        (here < pointer && pointer - here < handlerSize)) // somebody has taken the alternate stack away
+    if (thread.translator == nullptr || thread.depth >= mostTranslators || !HasOwnStack(context))
     {
         return false;
     }
@@ -117,20 +123,24 @@ pthread_key_t ReleaseKey()
     return true;
 }
 
+// What an exception passes on the spare stack is not for the address sanitizer: at each step it would look for marks to
+// take off, and take those of the frames that were left for an overrun of its own.
+#define KV_ON_SPARE_STACK [[gnu::no_sanitize("address")]]
+
 struct DepthCount
 {
-    DepthCount()
+    KV_ON_SPARE_STACK DepthCount()
     {
         ++threadFaults.depth;
     }
-    ~DepthCount()
+    KV_ON_SPARE_STACK ~DepthCount()
     {
         --threadFaults.depth;
     }
 };
 
 // Whatever its translator does, the thread must not go on at the fault.
-[[noreturn]] void Translate(Fault & fault)
+KV_ON_SPARE_STACK [[noreturn]] void Translate(Fault & fault)
 {
     EXCEPTION_POINTERS pointers = {&fault.record, &fault.context};
     FaultTranslator const translator = threadFaults.translator;
@@ -189,7 +199,7 @@ void WatchEndOfException() noexcept {}
 
 } // namespace
 
-void ThrowFault(TrampolineFrame & frame)
+KV_ON_SPARE_STACK void ThrowFault(TrampolineFrame & frame)
 {
     if (!frame.exhausted)
     {

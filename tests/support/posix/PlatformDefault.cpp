@@ -1,6 +1,7 @@
 #include <support/PlatformDefault.h>
 
 #include <csignal>
+#include <initializer_list>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
