@@ -6,6 +6,7 @@
 #include <utility>
 
 #include <kvcore/files/File.h>
+#include <kvcore/platform/StringResources.h>
 #include <kvcore/platform/win32.h>
 
 // What a module is and from where its resources come. Its dialogs, and what it does for the process, stand in
@@ -227,14 +228,14 @@ namespace
 {
 
 /// A text that may lie at any address, and nearly always lies at an even one.
-String Text(char const * bytes, std::size_t length)
+String Text(kv::platform::StringResource const & found)
 {
-    if (reinterpret_cast<ULONG_PTR>(bytes) % alignof(WCHAR) == 0)
+    if (reinterpret_cast<ULONG_PTR>(found.units) % alignof(WCHAR) == 0)
     {
-        return String(WString(reinterpret_cast<WCHAR const *>(bytes), length));
+        return String(WString(static_cast<WCHAR const *>(found.units), found.length));
     }
-    WString text(length, 0);
-    std::memcpy(text.data(), bytes, length * sizeof(WCHAR));
+    WString text(found.length, 0);
+    std::memcpy(text.data(), found.units, found.length * sizeof(WCHAR));
     return String(std::move(text));
 }
 
@@ -242,39 +243,10 @@ String Text(char const * bytes, std::size_t length)
 
 String ModuleBase::LoadStringW(HINSTANCE source, unsigned int id)
 {
-    if (id == 0)
-    {
-        return String();
-    }
     constexpr unsigned stringsInBlock = 16;
-    DWORD size = 0;
-    HGLOBAL const block = LoadFrom(source, id / stringsInBlock + 1, MAKEINTRESOURCEW(6), &size); // RT_STRING
-    auto const * const bytes = static_cast<char const *>(LockResource(block));
-    if (bytes == nullptr)
-    {
-        return String();
-    }
-    // Counted strings, one behind the other, at any address. What points behind the block is not there.
-    std::size_t at = 0;
-    for (unsigned skipped = id % stringsInBlock;; --skipped)
-    {
-        WCHAR length = 0;
-        if (size - at < sizeof length)
-        {
-            return String();
-        }
-        std::memcpy(&length, bytes + at, sizeof length);
-        at += sizeof length;
-        if ((size - at) / sizeof(WCHAR) < length)
-        {
-            return String();
-        }
-        if (skipped == 0)
-        {
-            return Text(bytes + at, length);
-        }
-        at += length * sizeof(WCHAR);
-    }
+    WORD const block = static_cast<WORD>(id / stringsInBlock + 1);
+    kv::platform::StringResource const found = kv::platform::FindStringResource(source, block, id % stringsInBlock);
+    return id == 0 || found.units == nullptr ? String() : Text(found);
 }
 
 HACCEL ModuleBase::LoadAcceleratorsFromResource(unsigned int id)

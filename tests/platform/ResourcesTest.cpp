@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <kvcore/platform/NativePaths.h>
+#include <kvcore/platform/StringResources.h>
 #include <kvcore/platform/win32.h>
 
 namespace
@@ -170,6 +171,25 @@ TEST_P(Resources, LoadedStringsAreCutOrLentWhereTheyLie)
     EXPECT_EQ(21, LoadStringW(module, 47, reinterpret_cast<WCHAR *>(&lent), 0));
     ASSERT_NE(nullptr, lent);
     EXPECT_EQ(TEXT("the last of its block"), WString(lent, 21));
+}
+
+TEST_P(Resources, StringsAreFoundWhereTheyStand)
+{
+    kv::platform::StringResource const last = kv::platform::FindStringResource(module, 3, 15);
+    ASSERT_EQ(21u, last.length);
+    WString text(last.length, 0);
+    std::memcpy(text.data(), last.units, last.length * sizeof(WCHAR));
+    EXPECT_EQ(TEXT("the last of its block"), text);
+    EXPECT_EQ(last.units, kv::platform::FindStringResource(module, 3, 15).units) << "the module's own";
+
+    kv::platform::StringResource const empty = kv::platform::FindStringResource(module, 1, 2);
+    EXPECT_NE(nullptr, empty.units);
+    EXPECT_EQ(0u, empty.length);
+    EXPECT_EQ(15u, kv::platform::FindStringResource(module, 4096, 15).length) << "the last that LoadStringW knows";
+    for (WORD const missing : {WORD{0}, WORD{63}, WORD{4097}, WORD{0xFFFF}})
+    {
+        EXPECT_EQ(nullptr, kv::platform::FindStringResource(module, missing, 0).units) << missing;
+    }
 }
 
 TEST_P(Resources, StringsThatAreMissingAreEmpty)

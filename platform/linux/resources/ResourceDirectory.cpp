@@ -47,6 +47,9 @@ constexpr std::uint32_t NumberKey(WORD type, WORD name) noexcept
     return std::uint32_t{type} << 16 | name;
 }
 
+constexpr WORD stringType = 6;
+constexpr unsigned stringsInBlock = 16;
+
 /// Nobody names a resource at such length; a damaged file may, over and over.
 constexpr std::size_t longestText = 512;
 
@@ -393,7 +396,32 @@ void ResourceDirectory::Index()
         {
             numbers.push_back(NumberKey(resource.type.number, resource.name.number));
             places.push_back(static_cast<std::uint32_t>(i));
+            if (resource.type.number == stringType)
+            {
+                IndexStrings(resource.name.number, resource.languages[resource.preferred]);
+            }
         }
+    }
+}
+
+/// Each string is a length and as many units, one behind the other. Behind one that is not all there, none is.
+void ResourceDirectory::IndexStrings(WORD block, ResourceData const & data)
+{
+    if (stringRows.size() <= block)
+    {
+        strings.resize(std::max<std::size_t>(strings.size(), stringsInBlock));
+        stringRows.resize(std::size_t{block} + 1);
+    }
+    stringRows[block] = static_cast<std::uint32_t>(strings.size());
+    Bytes const bytes(data.data, data.size);
+    std::uint64_t at = 0;
+    for (unsigned i = 0; i < stringsInBlock; ++i)
+    {
+        std::uint64_t const begin = at + sizeof(WORD);
+        std::size_t const length = Get<WORD>(bytes, at);
+        bool const isThere = begin <= bytes.size() && length <= (bytes.size() - begin) / 2;
+        strings.push_back(isThere ? StringPlace{data.data + begin, length} : StringPlace{data.data, 0});
+        at = isThere ? begin + length * 2 : bytes.size();
     }
 }
 

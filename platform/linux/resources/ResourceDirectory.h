@@ -39,6 +39,13 @@ struct ResourceData
     WORD language;
 };
 
+/// A text of the tables of strings where it stands, which may be any address.
+struct StringPlace
+{
+    unsigned char const * units; // null where its block is not there
+    std::size_t length;          // in units; 0 for a text that is not all there
+};
+
 /// What a look-up found: a resource, or which step failed.
 struct FoundResource
 {
@@ -86,6 +93,11 @@ public:
     }
     /// The quick way to numbers in the language of those who ask for none; null if it is not there.
     ResourceData const * FindNumbers(WORD type, WORD name) const noexcept;
+    /// One of a block's 16 strings, in the language of those who ask for none.
+    StringPlace FindString(WORD block, unsigned index) const noexcept
+    {
+        return block < stringRows.size() ? strings[stringRows[block] + index] : StringPlace{nullptr, 0};
+    }
     /// A resource whatever its type and name are.
     FoundResource Find(ResourceId const & type, ResourceId const & name, WORD language) const noexcept;
     /// The resource, or the first of a type if `name` is null; null with the error.
@@ -102,6 +114,7 @@ private:
     friend class PeTree;
     void ReadRecords(std::span<unsigned char const> records);
     void Index();
+    void IndexStrings(WORD block, ResourceData const & data);
     std::u16string_view Keep(std::span<unsigned char const> units);
 
     std::vector<Collected> collected;
@@ -111,6 +124,9 @@ private:
     /// Those with a number for a type and for a name, both in one, in order; and their places in `resources`.
     std::vector<std::uint32_t> numbers;
     std::vector<std::uint32_t> places;
+    /// Every block's 16 strings, measured once; and for each block where its own begin. The first 16 are of no block.
+    std::vector<StringPlace> strings;
+    std::vector<std::uint32_t> stringRows;
 };
 
 /// What a caller gives for a type or a name: MAKEINTRESOURCE, "#12" or a text. False with the last error set.

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <new>
 
+#include <kvcore/platform/StringResources.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
@@ -184,32 +185,12 @@ EnumResourceLanguagesW(HMODULE module, LPCWSTR type, LPCWSTR name, ENUMRESLANGPR
         [&](ResourceData const & data) { return function(module, type, name, data.language, argument) != FALSE; });
 }
 
-namespace
+StringResource kv::platform::FindStringResource(HINSTANCE module, WORD block, unsigned index) noexcept
 {
-
-/// A string of a block of 16, each a length and as many units; what is not all there is empty.
-std::size_t FindString(ResourceData const & block, unsigned index, unsigned char const *& units) noexcept
-{
-    std::size_t at = 0;
-    std::size_t length = 0;
-    for (unsigned i = 0; i <= index; ++i)
-    {
-        at += length * 2;
-        std::uint16_t stated = 0;
-        if (block.size < sizeof(stated) || at > block.size - sizeof(stated))
-        {
-            units = block.data;
-            return 0;
-        }
-        std::memcpy(&stated, block.data + at, sizeof(stated));
-        at += sizeof(stated);
-        length = stated;
-    }
-    units = block.data + at;
-    return length <= (block.size - at) / 2 ? length : 0;
+    ResourceDirectory const * const resources = ResourcesOf(module);
+    StringPlace const found = resources != nullptr ? resources->FindString(block, index) : StringPlace{nullptr, 0};
+    return {found.units, found.length};
 }
-
-} // namespace
 
 int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int capacity)
 {
@@ -218,20 +199,20 @@ int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int capacity)
         return 0;
     }
     WORD const number = static_cast<WORD>(id);
-    HRSRC const block = FindResourceW(module, MAKEINTRESOURCEW((number >> 4) + 1), RT_STRING);
-    if (block == nullptr)
+    WORD const block = static_cast<WORD>((number >> 4) + 1);
+    StringResource const found = FindStringResource(module, block, number & 15);
+    if (found.units == nullptr)
     {
+        FindAny(module, RT_STRING, MAKEINTRESOURCEW(block), 0); // which says what is missing
         return 0;
     }
-    unsigned char const * units = nullptr;
-    std::size_t const length = FindString(*DataOf(block), number & 15, units);
     if (capacity == 0)
     {
-        std::memcpy(static_cast<void *>(buffer), &units, sizeof(units));
-        return static_cast<int>(length);
+        std::memcpy(static_cast<void *>(buffer), &found.units, sizeof(found.units));
+        return static_cast<int>(found.length);
     }
-    std::size_t const copied = std::min(length, static_cast<std::size_t>(std::max(capacity, 1) - 1));
-    std::memcpy(buffer, units, copied * sizeof(WCHAR));
+    std::size_t const copied = std::min(found.length, static_cast<std::size_t>(std::max(capacity, 1) - 1));
+    std::memcpy(buffer, found.units, copied * sizeof(WCHAR));
     buffer[copied] = 0;
     return static_cast<int>(copied);
 }
