@@ -48,6 +48,9 @@ endfunction()
 # kv_compile_quickly(<target>): for programs whose own code is never what takes the time, other than the library's.
 function(kv_compile_quickly target)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+    if(KVCORE_SANITIZE MATCHES undefined) # checks of every access, which the address sanitizer checks anyway
+        target_compile_options(${target} PRIVATE -fno-sanitize=null,alignment,object-size,vptr)
+    endif()
 endfunction()
 
 # kv_configure_library(<target>): the same for what is installed, which has no losing conversions unwritten.

@@ -46,6 +46,14 @@ need_packages() {
 need_build_packages() {
     need_packages g++ cmake ninja-build pkg-config libicu-dev zlib1g-dev libsqlite3-dev libxml2-dev libxslt1-dev \
         binutils-mingw-w64-x86-64 libcli11-dev libgtest-dev
+    use_compiler_cache
+}
+
+# use_compiler_cache: what was compiled before, for another form of the library or another change, is not again.
+use_compiler_cache() {
+    need_packages ccache
+    export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$kv_root CCACHE_NOHASHDIR=1
+    export CCACHE_SLOPPINESS=pch_defines,time_macros # which headers that are read once need
 }
 
 # build_preset PRESET TARGET...: configures build/PRESET and builds the targets, or everything if none is named.
