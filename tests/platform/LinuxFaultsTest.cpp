@@ -156,7 +156,8 @@ void * FaultFarDown(void * alternate)
     own.ss_size = 128 * 1024;
     stack_t before = {};
     EXPECT_EQ(sigaltstack(&own, &before), 0);
-    char volatile * const far = static_cast<char *>(__builtin_alloca(64 * 1024));
+    std::size_t const left = kv::platform::StackBytesLeft();
+    char volatile * const far = static_cast<char *>(__builtin_alloca(left - 56 * 1024));
     far[0] = 1;
     EXPECT_EQ(CodeOf(kv::test::ReadThroughNull), 0xC0000005u);
     sigaltstack(&before, nullptr);
@@ -167,7 +168,7 @@ void * FaultFarDown(void * alternate)
 TEST(LinuxFaults, TheAlternateStackMayLieRightBelowTheThreads)
 {
     constexpr std::size_t alternateSize = 128 * 1024;
-    constexpr std::size_t size = alternateSize + 128 * 1024;
+    constexpr std::size_t size = alternateSize + 2048 * 1024;
     void * const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
     pthread_attr_t attributes;
