@@ -10,6 +10,8 @@
 #    include <emmintrin.h>
 #endif
 
+#include <kvcore/core/AsciiBytes.h>
+
 namespace
 {
 
@@ -98,29 +100,8 @@ bool NarrowShort(String const & text, char * bytes)
     {
         return false;
     }
-    std::size_t at = 0;
-    WCHAR const * const units = text.data();
-#ifdef __SSE2__
-    __m128i seen = _mm_setzero_si128();
-    for (; text.size() - at >= 16; at += 16)
-    {
-        __m128i const low = _mm_loadu_si128(reinterpret_cast<__m128i const *>(units + at));
-        __m128i const high = _mm_loadu_si128(reinterpret_cast<__m128i const *>(units + at + 8));
-        seen = _mm_or_si128(seen, _mm_or_si128(low, high));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(bytes + at), _mm_packus_epi16(low, high));
-    }
-    __m128i const above = _mm_and_si128(seen, _mm_set1_epi16(static_cast<short>(0xFF80)));
-    bool ascii = _mm_movemask_epi8(_mm_cmpeq_epi16(above, _mm_setzero_si128())) == 0xFFFF;
-#else
-    bool ascii = true;
-#endif
-    for (; at < text.size(); ++at)
-    {
-        ascii = ascii && units[at] < 0x80;
-        bytes[at] = static_cast<char>(units[at]);
-    }
-    bytes[at] = '\0';
-    return ascii;
+    bytes[text.size()] = '\0';
+    return kv::detail::NarrowAscii(text.data(), text.size(), bytes) == text.size();
 }
 
 } // namespace

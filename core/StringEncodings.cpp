@@ -8,6 +8,7 @@
 #    include <emmintrin.h>
 #endif
 
+#include <kvcore/core/AsciiBytes.h>
 #include <kvcore/core/ScratchBuffer.h>
 #include <kvcore/core/String.h>
 #include <kvcore/platform/win32.h>
@@ -245,25 +246,6 @@ bool IsLowSurrogate(WCHAR c)
 
 #ifdef __SSE2__
 
-/// Copies ASCII in steps of 16 elements, as far as it goes.
-inline void CopyAscii(WCHAR const *& text, WCHAR const * end, char *& target)
-{
-    __m128i const aboveAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
-    while (end - text >= 16)
-    {
-        __m128i const low = _mm_loadu_si128(reinterpret_cast<__m128i const *>(text));
-        __m128i const high = _mm_loadu_si128(reinterpret_cast<__m128i const *>(text + 8));
-        __m128i const above = _mm_and_si128(_mm_or_si128(low, high), aboveAscii);
-        if (_mm_movemask_epi8(_mm_cmpeq_epi16(above, _mm_setzero_si128())) != 0xFFFF)
-        {
-            break;
-        }
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(target), _mm_packus_epi16(low, high));
-        text += 16;
-        target += 16;
-    }
-}
-
 /// The UTF-8 sequences of four 32-bit elements, each from the lowest byte up, and how many bytes of each count.
 inline void EncodeFour(__m128i c, std::uint32_t * sequences, std::uint32_t * lengths)
 {
@@ -347,7 +329,7 @@ char * EncodeUtf8(WCHAR const * text, WCHAR const * end, char * target)
     while (text != end)
     {
 #ifdef __SSE2__
-        CopyAscii(text, end, target);
+        kv::detail::CopyAscii(text, end, target);
         if (end - text >= 8 && EncodeEight(text, target))
         {
             continue;

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 
+#include <kvcore/core/AsciiBytes.h>
 #include <kvcore/files/AsyncFileStream.h>
 #include <kvcore/files/RecursiveLock.h>
 #include <kvcore/frame/ModuleBase.h>
@@ -60,7 +62,9 @@ class ModuleNames
 public:
     LogText Of(LogText path)
     {
-        if (path != lastPath)
+        // Of two texts that are equal nearly always, the library compares one element after the other.
+        if (path.size() != lastPath.size() ||
+            std::memcmp(path.data(), lastPath.data(), path.size() * sizeof(WCHAR)) != 0)
         {
             lastPath = path;
             name[0] = 0;
@@ -100,17 +104,17 @@ private:
 
 bool EndsLine(WCHAR unit)
 {
-    return unit == '\r' || unit == '\n';
+    return (unit == '\r') | (unit == '\n');
 }
 
 /// Whether any element is one of those that `isOne` tells. Looks at all: the compiler takes many at once.
 template <class IsOne>
 bool HasAny(LogText text, IsOne isOne)
 {
-    unsigned found = 0;
+    WCHAR found = 0;
     for (WCHAR const unit : text)
     {
-        found |= isOne(unit) ? 1u : 0u;
+        found = static_cast<WCHAR>(found | (isOne(unit) ? 1 : 0));
     }
     return found != 0;
 }
@@ -119,10 +123,9 @@ bool HasAny(LogText text, IsOne isOne)
 void ToAnsi(LogText text, std::string & bytes)
 {
     // ASCII is the same in all of them.
-    if (!HasAny(text, [](WCHAR unit) { return unit >= 0x80; }))
+    bytes.resize(text.size());
+    if (kv::detail::NarrowAscii(text.data(), text.size(), bytes.data()) == text.size())
     {
-        bytes.resize(text.size());
-        std::transform(text.begin(), text.end(), bytes.begin(), [](WCHAR unit) { return static_cast<char>(unit); });
         return;
     }
     constexpr std::size_t stretch = 65536;
