@@ -1,5 +1,6 @@
 #include <kvcore/files/FileStreams.h>
 
+#include <cstdint>
 #include <cstring>
 
 #include <kvcore/platform/win32.h>
@@ -250,21 +251,22 @@ constexpr DWORD bufferSize = 4096;
 /// half, which may overlap.
 void CopyPiece(char * target, char const * source, DWORD size)
 {
-    struct Half
-    {
-        char bytes[32];
-    };
-    if (size < sizeof(Half) || size > 2 * sizeof(Half))
+    using Quarter = std::uint64_t __attribute__((vector_size(16)));
+    constexpr DWORD half = 2 * sizeof(Quarter);
+    if (size < half || size > 2 * half)
     {
         kv::detail::CopyBytes(target, source, size);
         return;
     }
-    Half first;
-    Half last;
-    std::memcpy(&first, source, sizeof(Half));
-    std::memcpy(&last, source + size - sizeof(Half), sizeof(Half));
-    std::memcpy(target, &first, sizeof(Half));
-    std::memcpy(target + size - sizeof(Half), &last, sizeof(Half));
+    Quarter quarters[4];
+    std::memcpy(&quarters[0], source, sizeof(Quarter));
+    std::memcpy(&quarters[1], source + sizeof(Quarter), sizeof(Quarter));
+    std::memcpy(&quarters[2], source + size - half, sizeof(Quarter));
+    std::memcpy(&quarters[3], source + size - sizeof(Quarter), sizeof(Quarter));
+    std::memcpy(target, &quarters[0], sizeof(Quarter));
+    std::memcpy(target + sizeof(Quarter), &quarters[1], sizeof(Quarter));
+    std::memcpy(target + size - half, &quarters[2], sizeof(Quarter));
+    std::memcpy(target + size - sizeof(Quarter), &quarters[3], sizeof(Quarter));
 }
 
 [[noreturn, gnu::cold]] void ThrowEndOfFile()
@@ -297,14 +299,16 @@ DWORD BufferedFileStream::Read(void * data, DWORD count)
     // Most reads lie within the buffer and leave something in it.
     if (position != 0 && position < limit && count < limit - position)
     {
-        CopyPiece(static_cast<char *>(data), buffer + position, count);
+        char const * const source = buffer + position;
         position += count;
+        CopyPiece(static_cast<char *>(data), source, count);
         return count;
     }
     return ReadOn(static_cast<char *>(data), count);
 }
 
-DWORD BufferedFileStream::ReadOn(char * data, DWORD count)
+// Apart, so that what nearly every read does needs no registers saved.
+[[gnu::noinline]] DWORD BufferedFileStream::ReadOn(char * data, DWORD count)
 {
     if (count == 0)
     {
@@ -356,15 +360,16 @@ DWORD BufferedFileStream::Write(void const * data, DWORD count)
 {
     if (count <= bufferSize - position)
     {
-        CopyPiece(buffer + position, static_cast<char const *>(data), count);
+        char * const target = buffer + position;
         position += count; // Kept: the buffer may be full now, and waits for the next byte
+        CopyPiece(target, static_cast<char const *>(data), count);
         return count;
     }
     return WriteOn(static_cast<char const *>(data), count);
 }
 
-// For more bytes than the buffer has room for.
-DWORD BufferedFileStream::WriteOn(char const * data, DWORD count)
+// For more bytes than the buffer has room for; apart for the same reason.
+[[gnu::noinline]] DWORD BufferedFileStream::WriteOn(char const * data, DWORD count)
 {
     DWORD const copied = bufferSize - position;
     kv::detail::CopyBytes(buffer + position, data, copied);
