@@ -125,7 +125,7 @@ pthread_key_t ReleaseKey()
 
 // What an exception passes on the spare stack is not for the address sanitizer: at each step it would look for marks to
 // take off, and take those of the frames that were left for an overrun of its own.
-#define KV_ON_SPARE_STACK [[gnu::no_sanitize("address")]]
+#define KV_ON_SPARE_STACK __attribute__((no_sanitize("address")))
 
 struct DepthCount
 {
@@ -140,7 +140,7 @@ struct DepthCount
 };
 
 // Whatever its translator does, the thread must not go on at the fault.
-KV_ON_SPARE_STACK [[noreturn]] void Translate(Fault & fault)
+[[noreturn]] KV_ON_SPARE_STACK void Translate(Fault & fault)
 {
     EXCEPTION_POINTERS pointers = {&fault.record, &fault.context};
     FaultTranslator const translator = threadFaults.translator;
