@@ -28,7 +28,7 @@ class Rounds
 public:
     explicit Rounds(unsigned seed) : random(seed), stream(folder.Name("a")) {}
 
-    void Run(int count)
+    void ExpectTheModelsContentAfter(int count)
     {
         for (int round = 0; round < count && !testing::Test::HasFailure(); ++round)
         {
@@ -242,5 +242,5 @@ private:
 
 TEST(AsyncRounds, TenThousandEndInTheContentOfTheModel)
 {
-    Rounds(20240607).Run(10'000);
+    Rounds(20240607).ExpectTheModelsContentAfter(10'000);
 }

@@ -1,6 +1,7 @@
 #include <kvcore/frame/SysParamWatcher.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -328,8 +329,18 @@ TEST(SysParamWatcher, MayBeDestroyedWhileItsTimerRings)
         }
         return TRUE;
     };
-    calls.timeSetEvent = [](UINT, UINT resolution, LPTIMECALLBACK callback, DWORD_PTR user, UINT flags)
-    { return SystemCalls::RealtimeSetEvent(1, resolution, callback, user, flags); };
+    std::multiset<UINT> timers; // that ring
+    calls.timeSetEvent = [&](UINT, UINT resolution, LPTIMECALLBACK callback, DWORD_PTR user, UINT flags)
+    {
+        UINT const timer = SystemCalls::RealtimeSetEvent(1, resolution, callback, user, flags);
+        timers.insert(timer);
+        return timer;
+    };
+    calls.timeKillEvent = [&](UINT timer)
+    {
+        EXPECT_EQ(1u, timers.erase(timer));
+        return SystemCalls::RealtimeKillEvent(timer);
+    };
     for (int i = 0; i < 100; ++i)
     {
         Watcher watcher;
@@ -342,5 +353,7 @@ TEST(SysParamWatcher, MayBeDestroyedWhileItsTimerRings)
             watcher.SetUpdateInterval(2);
             watcher.RemoveParamFromWatchlist(101);
         }
+        EXPECT_EQ(1u, timers.size());
     }
+    EXPECT_TRUE(timers.empty()) << "the last watcher's has been killed, too";
 }

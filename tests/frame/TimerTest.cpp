@@ -181,11 +181,12 @@ TEST(Timer, LetsItsTargetGoOnceItIsKilled)
 
 TEST(Timer, CanBeMadeAndKilledOnAnyThread)
 {
+    std::atomic<int> rung{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
     {
         threads.emplace_back(
-            []
+            [&rung]
             {
                 for (int i = 0; i < 20; ++i)
                 {
@@ -193,6 +194,7 @@ TEST(Timer, CanBeMadeAndKilledOnAnyThread)
                     unsigned int const id = KVSetTimer(0, 1, &target, true);
                     target.AwaitTicks(1);
                     KVKillTimer(id);
+                    rung += id != 0 && target.lastId == id ? 1 : 0;
                 }
             });
     }
@@ -200,4 +202,5 @@ TEST(Timer, CanBeMadeAndKilledOnAnyThread)
     {
         thread.join();
     }
+    EXPECT_EQ(4 * 20, rung) << "each by its own number";
 }
