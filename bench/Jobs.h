@@ -66,43 +66,32 @@ void Add(std::string const & name, std::size_t bytes, Work work)
         });
 }
 
-/// Adds a contestant whose work is long, or is done by other threads or the system: each repetition does it once, and
-/// the clock on the wall is what counts. `prepare` runs before it and is not timed: what is dear to set up is not set
-/// up for other jobs.
+/// Adds a contestant whose work is long and all done by the calling thread, whose processor time is what counts: each
+/// repetition does it once. `prepare` runs before it and is not timed: what is dear to set up is not set up for other
+/// jobs.
+template <class Prepare, class Work>
+benchmark::internal::Benchmark * AddOnce(std::string const & name, std::size_t bytes, Prepare prepare, Work work)
+{
+    return benchmark::RegisterBenchmark(
+               name.c_str(),
+               [bytes, prepare, work](benchmark::State & state) mutable
+               {
+                   prepare();
+                   for (auto _ : state)
+                   {
+                       work();
+                   }
+                   state.SetBytesProcessed(
+                       static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(bytes));
+               })
+        ->Iterations(1);
+}
+
+/// The same for work of which other threads or the system do a part: the clock on the wall is what counts.
 template <class Prepare, class Work>
 void AddLong(std::string const & name, std::size_t bytes, Prepare prepare, Work work)
 {
-    benchmark::RegisterBenchmark(
-        name.c_str(),
-        [bytes, prepare, work](benchmark::State & state) mutable
-        {
-            prepare();
-            for (auto _ : state)
-            {
-                work();
-            }
-            state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(bytes));
-        })
-        ->Iterations(1)
-        ->UseRealTime();
-}
-
-/// The same for work that is all done by the calling thread: that thread's processor time is what counts.
-template <class Prepare, class Work>
-void AddOnce(std::string const & name, std::size_t bytes, Prepare prepare, Work work)
-{
-    benchmark::RegisterBenchmark(
-        name.c_str(),
-        [bytes, prepare, work](benchmark::State & state) mutable
-        {
-            prepare();
-            for (auto _ : state)
-            {
-                work();
-            }
-            state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(bytes));
-        })
-        ->Iterations(1);
+    AddOnce(name, bytes, prepare, work)->UseRealTime();
 }
 
 /// Adds a contestant of which only a part counts: `work` does the whole job and returns the seconds of that part.

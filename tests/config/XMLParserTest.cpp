@@ -10,6 +10,7 @@
 #include <support/ComApartment.h>
 #include <support/ScratchPaths.h>
 #include <support/XmlComponent.h>
+#include <support/XmlFailure.h>
 
 using namespace kv::test;
 
@@ -31,24 +32,9 @@ XMLDocument Parsed(std::string const & text)
     return XMLParser::ParseData(text.data(), static_cast<int>(text.size()));
 }
 
-/// A failure as text: the code and the message, or "none".
-template <typename Action>
-std::string FailureOf(Action action)
-{
-    try
-    {
-        action();
-    }
-    catch (XMLParser::Exception const & failure)
-    {
-        return std::to_string(failure.code) + ": " + failure.message.Utf8();
-    }
-    return "none";
-}
-
 std::string ParseFailure(std::string const & text)
 {
-    return FailureOf([&] { Parsed(text); });
+    return XmlFailureOf([&] { Parsed(text); });
 }
 
 bool StartsWith(std::string const & text, std::string const & start)
@@ -165,7 +151,7 @@ TEST_F(XMLParsing, AMalformedFileIsNamed)
 {
     ScratchPaths const scratch;
     String const path = scratch.Make("wrong.xml", "<a>\n<b></a>");
-    std::string const failure = FailureOf([&] { XMLParser::ParseFile(path.c_str()); });
+    std::string const failure = XmlFailureOf([&] { XMLParser::ParseFile(path.c_str()); });
     EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
     EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "\nFile: ")) << failure;
     EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "wrong.xml\nLine/Pos: 2/")) << failure;
@@ -176,7 +162,7 @@ TEST_F(XMLParsing, AMissingFileIsAWrongDocument)
 {
     ScratchPaths const scratch;
     String const path = scratch(TEXT("missing.xml"));
-    std::string const failure = FailureOf([&] { XMLParser::ParseFile(path.c_str()); });
+    std::string const failure = XmlFailureOf([&] { XMLParser::ParseFile(path.c_str()); });
     EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
     EXPECT_FALSE(Contains(failure, "Line/Pos")) << failure;
 }
@@ -216,8 +202,8 @@ TEST_F(XMLNodes, RequiringSomethingOfAnEmptyNodeIsANullPointer)
     XMLNode const empty;
     String value;
     for (std::string const & failure :
-         {FailureOf([&] { empty.GetChildNode("a", true); }), FailureOf([&] { empty.GetChildNodes("a", true); }),
-          FailureOf([&] { empty.GetAttribute("a", value, true); })})
+         {XmlFailureOf([&] { empty.GetChildNode("a", true); }), XmlFailureOf([&] { empty.GetChildNodes("a", true); }),
+          XmlFailureOf([&] { empty.GetAttribute("a", value, true); })})
     {
         EXPECT_TRUE(StartsWith(failure, "0: Unexpected COM error.\nMessage: ")) << failure;
         EXPECT_TRUE(EndsWith(failure, "\n"));
@@ -258,10 +244,10 @@ TEST_F(XMLNodes, OnlyElementsTextsAndDocumentsAreFound)
     EXPECT_FALSE(root.GetChildNode("processing-instruction()", false));
     // The first result decides, also where a later one would count.
     EXPECT_FALSE(root.GetChildNode("node()", false));
-    EXPECT_EQ(FailureOf([&] { root.GetChildNode("@x", true); }), "2: element '@x' missing under <a>");
+    EXPECT_EQ(XmlFailureOf([&] { root.GetChildNode("@x", true); }), "2: element '@x' missing under <a>");
     EXPECT_EQ(Names(root.GetChildNodes("node()", true)), "b #text ");
     EXPECT_TRUE(root.GetChildNodes("@*", false).empty());
-    EXPECT_EQ(FailureOf([&] { root.GetChildNodes("@x", true); }), "2: element <@x> missing under <a>");
+    EXPECT_EQ(XmlFailureOf([&] { root.GetChildNodes("@x", true); }), "2: element <@x> missing under <a>");
 }
 
 TEST_F(XMLNodes, WhatIsMissingIsNamed)
@@ -270,9 +256,9 @@ TEST_F(XMLNodes, WhatIsMissingIsNamed)
     XMLNode const root = document.GetChildNode("a", true);
     EXPECT_FALSE(root.GetChildNode("b", false));
     EXPECT_TRUE(root.GetChildNodes("b", false).empty());
-    EXPECT_EQ(FailureOf([&] { root.GetChildNode("b", true); }), "2: element 'b' missing under <a>");
-    EXPECT_EQ(FailureOf([&] { root.GetChildNodes("b", true); }), "2: element <b> missing under <a>");
-    EXPECT_EQ(FailureOf([&] { document.GetChildNode("b", true); }), "2: element 'b' missing under <#document>");
+    EXPECT_EQ(XmlFailureOf([&] { root.GetChildNode("b", true); }), "2: element 'b' missing under <a>");
+    EXPECT_EQ(XmlFailureOf([&] { root.GetChildNodes("b", true); }), "2: element <b> missing under <a>");
+    EXPECT_EQ(XmlFailureOf([&] { document.GetChildNode("b", true); }), "2: element 'b' missing under <#document>");
 }
 
 TEST_F(XMLNodes, PathsAreXPath)
@@ -331,7 +317,7 @@ TEST_F(XMLNodes, AWrongPathIsAFailureOfTheComponent)
     XMLDocument const document = Parsed("<a/>");
     for (char const * const path : {"", "a[", "]", "@", "a//", "f(", "unknown()", "u:a", "a b"})
     {
-        std::string const failure = FailureOf([&] { document.GetChildNodes(path, false); });
+        std::string const failure = XmlFailureOf([&] { document.GetChildNodes(path, false); });
         EXPECT_TRUE(StartsWith(failure, "0: Unexpected COM error.\n")) << path << ": " << failure;
     }
 }
@@ -347,14 +333,14 @@ TEST_F(XMLNodes, AttributesAreReadAndRequired)
     EXPECT_TRUE(root.GetAttribute("p:z", value, true));
     EXPECT_EQ(value, TEXT("3"));
     EXPECT_FALSE(root.HasAttribute("z"));
-    EXPECT_EQ(FailureOf([&] { root.GetAttribute("w", value, true); }), "2: attribute 'w' missing for <a>");
+    EXPECT_EQ(XmlFailureOf([&] { root.GetAttribute("w", value, true); }), "2: attribute 'w' missing for <a>");
 }
 
 TEST_F(XMLNodes, ARequiredAttributeMustNotBeEmpty)
 {
     XMLNode const root = Parsed("<a x=''/>").GetChildNode("a", true);
     String value = TEXT("before");
-    EXPECT_EQ(FailureOf([&] { root.GetAttribute("x", value, true); }), "2: attribute 'x' missing for <a>");
+    EXPECT_EQ(XmlFailureOf([&] { root.GetAttribute("x", value, true); }), "2: attribute 'x' missing for <a>");
     EXPECT_TRUE(root.HasAttribute("x"));
     EXPECT_TRUE(root.GetAttribute("x", value, false));
     EXPECT_EQ(value, TEXT(""));
@@ -368,7 +354,7 @@ TEST_F(XMLNodes, OnlyElementsHaveAttributes)
     EXPECT_FALSE(text.GetAttribute("x", value, false));
     EXPECT_FALSE(document.GetAttribute("x", value, false));
     EXPECT_EQ(value, TEXT("before"));
-    EXPECT_EQ(FailureOf([&] { text.GetAttribute("x", value, true); }), "2: attribute 'x' missing for <#text>");
+    EXPECT_EQ(XmlFailureOf([&] { text.GetAttribute("x", value, true); }), "2: attribute 'x' missing for <#text>");
 }
 
 TEST_F(XMLNodes, ANodeKeepsItsDocumentAlive)
@@ -393,7 +379,7 @@ constexpr char schema[] = "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema
 
 std::string ValidationFailure(std::string const & text, std::string const & rules)
 {
-    return FailureOf([&] { Parsed(text).ValidateSchema(rules.data(), static_cast<int>(rules.size())); });
+    return XmlFailureOf([&] { Parsed(text).ValidateSchema(rules.data(), static_cast<int>(rules.size())); });
 }
 
 } // namespace
@@ -401,7 +387,7 @@ std::string ValidationFailure(std::string const & text, std::string const & rule
 TEST_F(XMLSchemas, ADocumentFollowsItsSchemaOrNot)
 {
     EXPECT_EQ(ValidationFailure("<a><n>1</n></a>", schema), "none");
-    EXPECT_EQ(FailureOf([] { Parsed("<a><n>1</n></a>").ValidateSchema(schema, -1); }), "none");
+    EXPECT_EQ(XmlFailureOf([] { Parsed("<a><n>1</n></a>").ValidateSchema(schema, -1); }), "none");
     for (char const * const text : {"<a/>", "<b/>", "<a><n>x</n></a>", "<a><n>1</n><n>1</n><n>1</n><n>1</n></a>"})
     {
         std::string const failure = ValidationFailure(text, schema);
@@ -415,7 +401,7 @@ TEST_F(XMLSchemas, AViolationInAFileIsToldWithFileAndLine)
     ScratchPaths const scratch;
     String const path = scratch.Make("bad.xml", "<a>\n<n>x</n></a>");
     XMLDocument document = XMLParser::ParseFile(path.c_str());
-    std::string const failure = FailureOf([&] { document.ValidateSchema(schema, -1); });
+    std::string const failure = XmlFailureOf([&] { document.ValidateSchema(schema, -1); });
     EXPECT_TRUE(StartsWith(failure, "2: ")) << failure;
     EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "\nFile: ")) << failure;
     EXPECT_TRUE(!IsStrictComponent() || Contains(failure, "bad.xml\nLine/Pos: 2/")) << failure;
@@ -424,8 +410,8 @@ TEST_F(XMLSchemas, AViolationInAFileIsToldWithFileAndLine)
 
 TEST_F(XMLSchemas, AnEmptyDocumentFollowsEverySchema)
 {
-    EXPECT_EQ(FailureOf([] { XMLDocument().ValidateSchema(schema, -1); }), "none");
-    EXPECT_EQ(FailureOf([] { XMLDocument().ValidateSchema("nonsense", -1); }), "none");
+    EXPECT_EQ(XmlFailureOf([] { XMLDocument().ValidateSchema(schema, -1); }), "none");
+    EXPECT_EQ(XmlFailureOf([] { XMLDocument().ValidateSchema("nonsense", -1); }), "none");
 }
 
 TEST_F(XMLSchemas, ABadSchemaIsAnInternalFailure)
@@ -446,9 +432,9 @@ TEST_F(XMLSchemas, ADocumentCanBeValidatedAgain)
     std::string const texts(schema);
     std::string const loose =
         "<xs:schema xmlns:xs='http://www.w3.org/2001/XMLSchema'><xs:element name='a'/></xs:schema>";
-    EXPECT_TRUE(StartsWith(FailureOf([&] { document.ValidateSchema(schema, -1); }), "2: "));
-    EXPECT_EQ(FailureOf([&] { document.ValidateSchema(loose.c_str(), -1); }), "none");
-    EXPECT_TRUE(StartsWith(FailureOf([&] { document.ValidateSchema(schema, -1); }), "2: "));
+    EXPECT_TRUE(StartsWith(XmlFailureOf([&] { document.ValidateSchema(schema, -1); }), "2: "));
+    EXPECT_EQ(XmlFailureOf([&] { document.ValidateSchema(loose.c_str(), -1); }), "none");
+    EXPECT_TRUE(StartsWith(XmlFailureOf([&] { document.ValidateSchema(schema, -1); }), "2: "));
 }
 
 TEST_F(XMLTransformations, MakeANewDocument)
@@ -466,7 +452,7 @@ TEST_F(XMLTransformations, MakeANewDocument)
 
 TEST_F(XMLTransformations, WhatIsNoStyleSheetFails)
 {
-    std::string const failure = FailureOf(
+    std::string const failure = XmlFailureOf(
         []
         {
             Parsed("<a/>").TransformNode(
@@ -543,7 +529,7 @@ TEST_F(XMLParsing, WhatADocumentNamesOutsideOfItselfIsNotLoaded)
     {
         String const path = scratch.Make("document.xml", text);
         std::string found;
-        std::string const failure = FailureOf(
+        std::string const failure = XmlFailureOf(
             [&]
             {
                 XMLNode const root = XMLParser::ParseFile(path.c_str()).GetChildNode("a", true);

@@ -8,6 +8,7 @@
 #    include <kvcore/platform/xmldom.h>
 
 #    include <support/ComApartment.h>
+#    include <support/XmlFailure.h>
 
 namespace
 {
@@ -199,20 +200,6 @@ private:
     HRESULT const result;
 };
 
-template <typename Action>
-std::string FailureOf(Action action)
-{
-    try
-    {
-        action();
-    }
-    catch (XMLParser::Exception const & failure)
-    {
-        return std::to_string(failure.code) + ": " + failure.message.Utf8();
-    }
-    return "none";
-}
-
 } // namespace
 
 TEST(LinuxXmlFailures, ResultsWithoutATextAreToldByTheirNumbers)
@@ -230,11 +217,11 @@ TEST(LinuxXmlFailures, ResultsWithoutATextAreToldByTheirNumbers)
     {
         FailingNode node(row.result);
         std::string const expected = std::string("0: Unexpected COM error.\nMessage: ") + row.message + '\n';
-        EXPECT_EQ(FailureOf([&] { XMLNode(&node).GetName(); }), expected);
-        EXPECT_EQ(FailureOf([&] { XMLNode(&node).GetType(); }), expected);
-        EXPECT_EQ(FailureOf([&] { XMLNode(&node).GetParentNode(); }), expected);
-        EXPECT_EQ(FailureOf([&] { XMLNode(&node).GetChildNodes("a", false); }), expected);
-        EXPECT_EQ(FailureOf([&] { XMLNode(&node).GetChildNode("a", false); }), expected);
+        EXPECT_EQ(kv::test::XmlFailureOf([&] { XMLNode(&node).GetName(); }), expected);
+        EXPECT_EQ(kv::test::XmlFailureOf([&] { XMLNode(&node).GetType(); }), expected);
+        EXPECT_EQ(kv::test::XmlFailureOf([&] { XMLNode(&node).GetParentNode(); }), expected);
+        EXPECT_EQ(kv::test::XmlFailureOf([&] { XMLNode(&node).GetChildNodes("a", false); }), expected);
+        EXPECT_EQ(kv::test::XmlFailureOf([&] { XMLNode(&node).GetChildNode("a", false); }), expected);
     }
 }
 
@@ -248,7 +235,7 @@ TEST(LinuxXmlFailures, WhatTheComponentSaysStandsBeforeTheSystemsText)
 {
     kv::test::ComApartment const com;
     XMLDocument const document = XMLParser::ParseData("<a/>", -1);
-    std::string const failure = FailureOf([&] { document.GetChildNodes("1 + 1", false); });
+    std::string const failure = kv::test::XmlFailureOf([&] { document.GetChildNodes("1 + 1", false); });
     std::string const start = "0: Unexpected COM error.\nDescription: The path selects no nodes.\nMessage: Unspecified";
     EXPECT_EQ(failure.substr(0, start.size()), start);
     EXPECT_EQ(failure.find('\n', start.size()), failure.size() - 1);
