@@ -18,8 +18,6 @@ namespace kv::platform
 namespace
 {
 
-constexpr std::uint64_t appending = ~std::uint64_t{0};
-
 /// The kernel moves no more at once.
 constexpr DWORD largestTransfer = 0x7FFFF000;
 

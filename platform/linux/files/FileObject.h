@@ -15,6 +15,9 @@ namespace kv::platform
 
 struct SharedFile;
 
+/// The place of a write that goes to the end of its file, wherever that is then.
+constexpr std::uint64_t appending = ~std::uint64_t{0};
+
 /// What lies behind a descriptor, as far as calls differ by it.
 enum class FileType
 {

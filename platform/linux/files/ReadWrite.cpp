@@ -10,7 +10,6 @@ using namespace kv::platform;
 namespace
 {
 
-constexpr std::uint64_t appending = ~std::uint64_t{0};
 constexpr std::uint64_t atPosition = appending - 1;
 
 /// The place of a transfer. False for what is none; `appending` is one for a write only.

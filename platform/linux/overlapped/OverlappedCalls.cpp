@@ -10,8 +10,6 @@ namespace kv::platform
 namespace
 {
 
-constexpr std::uint64_t appending = ~std::uint64_t{0};
-
 std::uint64_t PlaceOf(OVERLAPPED const & overlapped)
 {
     return std::uint64_t{overlapped.OffsetHigh} << 32 | overlapped.Offset;
