@@ -68,6 +68,10 @@ function(kv_configure_library target)
     if(NOT BUILD_SHARED_LIBS)
         target_compile_definitions(${target} PUBLIC KVCORE_STATIC)
     endif()
+    # What one source of a library calls of another goes there directly, as it does on Windows.
+    if(NOT WIN32)
+        target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)
+    endif()
     set_target_properties(
         ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON
                              INSTALL_RPATH "$ORIGIN") # the libraries lie side by side wherever they are installed

@@ -35,7 +35,8 @@ bool TryTake(std::atomic_ref<LONG> state)
     return state.compare_exchange_strong(expected, isHeld, std::memory_order_acquire, std::memory_order_relaxed);
 }
 
-void TakeSlowly(CRITICAL_SECTION & section)
+/// Apart, so that the usual case is short.
+[[gnu::noinline]] void TakeSlowly(CRITICAL_SECTION & section)
 {
     std::atomic_ref<LONG> const state(section.LockCount);
     for (ULONG_PTR spins = section.SpinCount; spins != 0; --spins)
@@ -50,6 +51,11 @@ void TakeSlowly(CRITICAL_SECTION & section)
     {
         state.wait(isAwaited, std::memory_order_relaxed);
     }
+}
+
+[[gnu::noinline]] void WakeOne(CRITICAL_SECTION & section)
+{
+    std::atomic_ref<LONG>(section.LockCount).notify_one();
 }
 
 } // namespace
@@ -104,10 +110,9 @@ void WINAPI LeaveCriticalSection(CRITICAL_SECTION * section)
         return;
     }
     std::atomic_ref<HANDLE>(section->OwningThread).store(nullptr, std::memory_order_relaxed);
-    std::atomic_ref<LONG> const state(section->LockCount);
-    if (state.exchange(isFree, std::memory_order_release) == isAwaited)
+    if (std::atomic_ref<LONG>(section->LockCount).exchange(isFree, std::memory_order_release) == isAwaited)
     {
-        state.notify_one();
+        WakeOne(*section);
     }
 }
 
