@@ -1,3 +1,4 @@
+#include <kvcore/platform/CoarseClock.h>
 #include <kvcore/platform/win32.h>
 
 namespace
@@ -34,6 +35,21 @@ TEST(Clock, AllClocksShowTheSameTime)
     // The calendar's time ends at milliseconds.
     EXPECT_LE(TicksOf(first) / ticksPerMillisecond, TicksOf(calendar) / ticksPerMillisecond);
     EXPECT_LE(TicksOf(calendar), TicksOf(last));
+}
+
+TEST(Clock, TheCoarseOneIsNeverAheadAndNotFarBehind)
+{
+    constexpr unsigned __int64 second = 1000 * ticksPerMillisecond;
+    for (int i = 0; i < 1000; ++i)
+    {
+        FILETIME first;
+        FILETIME last;
+        GetSystemTimeAsFileTime(&first);
+        std::uint64_t const coarse = kv::platform::CoarseTicks();
+        GetSystemTimeAsFileTime(&last);
+        ASSERT_LE(coarse, TicksOf(last));
+        ASSERT_GE(coarse + second, TicksOf(first));
+    }
 }
 
 TEST(Clock, LocalTimeIsTheClocksTimeInTheSystemsZone)

@@ -1,7 +1,10 @@
 #include <cstring>
+#include <filesystem>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include <kvcore/platform/ModulePaths.h>
 #include <kvcore/platform/NativePaths.h>
 #include <kvcore/platform/win32.h>
 #include <support/ScopedHandle.h>
@@ -192,6 +195,38 @@ TEST(Modules, PathsThatDoNotFitAreCut)
     EXPECT_EQ(
         DWORD{ERROR_MOD_NOT_FOUND},
         ErrorOf([&] { return GetModuleFileNameW(Inside(GetModuleHandleW(nullptr)), buffer.data(), length); }));
+}
+
+TEST(Modules, PathsThatAreKeptAreTheModules)
+{
+    auto const keptPathOf = [](void const * address) { return WString(kv::platform::KeptModulePath(address)); };
+    // A system may keep none; where it does, they are those that it tells.
+    WString const program = keptPathOf(reinterpret_cast<void const *>(&PathOf));
+    bool const keepsAny = !program.empty();
+    EXPECT_EQ(program, keepsAny ? PathOf(nullptr) : WString());
+    // Libraries that may get each other's address.
+    ScratchFolder const folder;
+    WString const path = PathOf(Loaded(moduleName));
+    auto const copy =
+        folder.Path() / ("copy" + std::filesystem::path(kv::platform::PathToNative(path)).extension().string());
+    std::filesystem::copy_file(kv::platform::PathToNative(path), copy);
+    for (int round = 0; round < 3; ++round)
+    {
+        for (WString const & name : {path, kv::platform::PathFromNative(copy.string())})
+        {
+            Loaded const module(name);
+            ASSERT_NE(module, nullptr);
+            SetLastError(1234);
+            WString const kept = keptPathOf(Base(module));
+            EXPECT_EQ(GetLastError(), 1234u);
+            EXPECT_EQ(kept, keepsAny ? name : WString());
+            EXPECT_EQ(
+                kv::platform::KeptModulePath(Base(module)).data(), kv::platform::KeptModulePath(Inside(module)).data());
+        }
+    }
+    std::vector<char> const heap(100);
+    EXPECT_EQ(keptPathOf(heap.data()), WString());
+    EXPECT_EQ(keptPathOf(nullptr), WString());
 }
 
 TEST(Modules, WhatIsMissingOrNoModuleDoesNotLoad)

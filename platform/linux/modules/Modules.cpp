@@ -12,6 +12,7 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include <kvcore/platform/ModulePaths.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/include/memoryapi.h>
@@ -665,33 +666,79 @@ DWORD CopyPath(std::basic_string_view<WCHAR> path, LPWSTR buffer, DWORD capacity
     return capacity;
 }
 
+char const * NameOf(LoadedElf const & module) noexcept
+{
+    return module.map->l_name != nullptr ? module.map->l_name : "";
+}
+
+KnownPath const * FindKnown(LoadedElf const & module) noexcept
+{
+    char const * const name = NameOf(module);
+    KnownPath const * known = knownPaths.load(std::memory_order_acquire);
+    auto const isIt = [&](KnownPath const & path)
+    {
+        bool const isProgram = path.name.empty() && *name == '\0';
+        return path.map == module.map && (isProgram || std::strcmp(path.name.c_str(), name) == 0);
+    };
+    while (known != nullptr && !isIt(*known))
+    {
+        known = known->next;
+    }
+    return known;
+}
+
+/// Adds a path to those that are known; null if it cannot be kept or there are many.
+KnownPath const * Keep(LoadedElf const & module, std::string const & native, WString const & path)
+{
+    if (!CanBeKept(module, native) || knownCount.fetch_add(1, std::memory_order_relaxed) >= mostKnown)
+    {
+        return nullptr;
+    }
+    auto * const added = new KnownPath{module.map, NameOf(module), path, knownPaths.load(std::memory_order_acquire)};
+    while (!knownPaths.compare_exchange_weak(added->next, added, std::memory_order_release))
+    {
+    }
+    return added;
+}
+
 DWORD CopyElfPath(LoadedElf const & module, LPWSTR buffer, DWORD capacity)
 {
-    char const * const name = module.map->l_name != nullptr ? module.map->l_name : "";
-    KnownPath const * const first = knownPaths.load(std::memory_order_acquire);
-    for (KnownPath const * known = first; known != nullptr; known = known->next)
+    if (KnownPath const * const known = FindKnown(module))
     {
-        if (known->map == module.map && known->name == name)
-        {
-            return CopyPath(known->path, buffer, capacity);
-        }
+        return CopyPath(known->path, buffer, capacity);
     }
     std::string const native = PathOfElf(reinterpret_cast<void *>(module.base));
-    WString path = native.empty() ? WString() : Win32PathOf(native.data(), native.size());
-    DWORD const copied = CopyPath(path, buffer, capacity);
-    if (CanBeKept(module, native) && knownCount.fetch_add(1, std::memory_order_relaxed) < mostKnown)
-    {
-        DWORD const error = GetLastError();
-        auto * const added = new KnownPath{module.map, name, std::move(path), first};
-        while (!knownPaths.compare_exchange_weak(added->next, added, std::memory_order_release))
-        {
-        }
-        SetLastError(error);
-    }
-    return copied;
+    WString const path = native.empty() ? WString() : Win32PathOf(native.data(), native.size());
+    Keep(module, native, path);
+    return CopyPath(path, buffer, capacity);
 }
 
 } // namespace
+
+std::basic_string_view<WCHAR> kv::platform::KeptModulePath(void const * address) noexcept
+{
+    auto const module = FindElf(address);
+    if (!module)
+    {
+        return {};
+    }
+    KnownPath const * known = FindKnown(*module);
+    if (known == nullptr)
+    {
+        DWORD const error = GetLastError();
+        try
+        {
+            std::string const native = PathOfElf(reinterpret_cast<void *>(module->base));
+            known = native.empty() ? nullptr : Keep(*module, native, Win32PathOf(native.data(), native.size()));
+        }
+        catch (std::bad_alloc const &)
+        {
+            // Then it is not to be had.
+        }
+        SetLastError(error);
+    }
+    return known != nullptr ? std::basic_string_view<WCHAR>(known->path) : std::basic_string_view<WCHAR>();
+}
 
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD capacity)
 try

@@ -1,5 +1,6 @@
 #include <ctime>
 
+#include <kvcore/platform/CoarseClock.h>
 #include <kvcore/platform/include/timeapi.h>
 
 #include "Ticks.h"
@@ -25,6 +26,11 @@ std::int64_t Read(clockid_t clock, std::int64_t unitsPerSecond)
 std::int64_t kv::platform::TicksNow()
 {
     return ticksAtUnixEpoch + Read(CLOCK_REALTIME, ticksPerSecond);
+}
+
+std::uint64_t kv::platform::CoarseTicks() noexcept
+{
+    return static_cast<std::uint64_t>(ticksAtUnixEpoch + Read(CLOCK_REALTIME_COARSE, ticksPerSecond));
 }
 
 void WINAPI GetSystemTimeAsFileTime(FILETIME * now)
