@@ -1,5 +1,6 @@
 #include <kvcore/files/AsyncFileStream.h>
 
+#include <cstdint>
 #include <mutex>
 
 #include <kvcore/platform/win32.h>
@@ -21,16 +22,24 @@ bool IsPending(OVERLAPPED & request)
 
 } // namespace
 
-BasicAsyncFileStream::BasicAsyncFileStream() : position(0), lastError(0), awaited(nullptr) {}
+BasicAsyncFileStream::BasicAsyncFileStream() : BasicAsyncFileStream(ownPositionLock) {}
+
+BasicAsyncFileStream::BasicAsyncFileStream(RecursiveLock & ownersLock)
+    : positionLock(ownersLock), position(0), lastError(0), hasQueue(false), awaited(nullptr)
+{
+}
 
 BasicAsyncFileStream::BasicAsyncFileStream(
     String const & newPath, FileAccessMode access, FileShareMode share, FileCreationMode creation,
     FileAttributes attributes)
     : BasicFileStream(newPath, access, share, creation, attributes | asyncAttributes),
+      positionLock(ownPositionLock),
       position(0),
       lastError(0),
+      hasQueue(false),
       awaited(nullptr)
 {
+    writesBehind.Attach(GetHandle());
 }
 
 BasicAsyncFileStream::~BasicAsyncFileStream() noexcept(false)
@@ -61,6 +70,7 @@ void BasicAsyncFileStream::Open(
     FileAttributes attributes)
 {
     BasicFileStream::Open(newPath, access, share, creation, attributes | asyncAttributes);
+    writesBehind.Attach(GetHandle());
 }
 
 void BasicAsyncFileStream::Close()
@@ -72,6 +82,7 @@ void BasicAsyncFileStream::Close()
         position = 0;
     }
     lastError = 0;
+    writesBehind.Detach();
     BasicFileStream::Close();
 }
 
@@ -193,12 +204,16 @@ void BasicAsyncFileStream::Purge()
         delete requestQueue.front();
         requestQueue.pop_front();
     }
+    hasQueue.store(!requestQueue.empty(), std::memory_order_relaxed);
 }
 
 template <typename Operation>
 void BasicAsyncFileStream::IssueAndForget(DWORD count, __int64 const * newPosition, Operation operation)
 {
-    Purge();
+    if (hasQueue.load(std::memory_order_relaxed))
+    {
+        Purge();
+    }
     Guard const guard(positionLock);
     if (newPosition != nullptr)
     {
@@ -214,6 +229,7 @@ void BasicAsyncFileStream::IssueAndForget(DWORD count, __int64 const * newPositi
     try
     {
         requestQueue.push_back(request.get());
+        hasQueue.store(true, std::memory_order_relaxed);
     }
     catch (...)
     {
@@ -236,17 +252,32 @@ void BasicAsyncFileStream::ReadAsync(void * data, DWORD count, __int64 newPositi
         [&](OVERLAPPED * request) { return ReadFile(GetHandle(), data, count, nullptr, request); });
 }
 
+// Nobody is told how it ends, so small pieces can go without a request of their own where the system offers that.
+void BasicAsyncFileStream::WriteAndForget(void const * data, DWORD count, __int64 const * newPosition)
+{
+    {
+        Guard const guard(positionLock);
+        __int64 const place = newPosition != nullptr ? *newPosition : position;
+        if (writesBehind.Write(data, count, static_cast<std::uint64_t>(place)))
+        {
+            position = place;
+            MoveOn(count);
+            return;
+        }
+    }
+    IssueAndForget(
+        count, newPosition,
+        [&](OVERLAPPED * request) { return WriteFile(GetHandle(), data, count, nullptr, request); });
+}
+
 void BasicAsyncFileStream::WriteAsync(void const * data, DWORD count)
 {
-    IssueAndForget(
-        count, nullptr, [&](OVERLAPPED * request) { return WriteFile(GetHandle(), data, count, nullptr, request); });
+    WriteAndForget(data, count, nullptr);
 }
 
 void BasicAsyncFileStream::WriteAsync(void const * data, DWORD count, __int64 newPosition)
 {
-    IssueAndForget(
-        count, &newPosition,
-        [&](OVERLAPPED * request) { return WriteFile(GetHandle(), data, count, nullptr, request); });
+    WriteAndForget(data, count, &newPosition);
 }
 
 // Kept: the failure stays latched, and the next call fails as well.
@@ -374,7 +405,8 @@ void BasicAsyncFileStream::WaitForQueue()
             Guard const guard(queueLock);
             if (requestQueue.empty())
             {
-                return;
+                hasQueue.store(false, std::memory_order_relaxed);
+                break;
             }
             awaited = requestQueue.front();
         }
@@ -388,6 +420,7 @@ void BasicAsyncFileStream::WaitForQueue()
         }
         awaited = nullptr;
     }
+    writesBehind.Await();
 }
 
 void BasicAsyncFileStream::CompletionEntry(DWORD errorCode, DWORD bytes, OVERLAPPED * request)

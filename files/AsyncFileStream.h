@@ -8,6 +8,7 @@
 
 #include <kvcore/files/FileStreams.h>
 #include <kvcore/files/RecursiveLock.h>
+#include <kvcore/platform/WriteBehind.h>
 #include <kvcore/platform/export.h>
 #include <kvcore/platform/types.h>
 #include <kvcore/platform/unknown.h>
@@ -45,6 +46,9 @@ public:
 
     /// Closed.
     BasicAsyncFileStream();
+    /// Closed. Requests are issued under a lock of the owner's, which must outlive the stream, in place of one of its
+    /// own: for an owner that holds that anyway.
+    explicit BasicAsyncFileStream(kv::detail::RecursiveLock & ownersLock);
     /// Opens the file as Open does.
     BasicAsyncFileStream(
         String const & newPath, FileAccessMode access, FileShareMode share, FileCreationMode creation,
@@ -114,6 +118,7 @@ private:
     void Purge();
     template <typename Operation>
     void IssueAndForget(DWORD count, __int64 const * newPosition, Operation operation);
+    void WriteAndForget(void const * data, DWORD count, __int64 const * newPosition);
     void CheckLatchedError();
     bool IsOutstanding(OVERLAPPED * request);
     void Forget(OVERLAPPED * request);
@@ -123,8 +128,9 @@ private:
     void WaitForQueue();
 
     // Taken in this order; completionLock and queueLock are never held together.
-    kv::detail::RecursiveLock waitLock;     // held while the queue is waited for
-    kv::detail::RecursiveLock positionLock; // held across the whole issuing of a request
+    kv::detail::RecursiveLock waitLock; // held while the queue is waited for
+    kv::detail::RecursiveLock ownPositionLock;
+    kv::detail::RecursiveLock & positionLock; // held across the whole issuing of a request
     kv::detail::RecursiveLock completionLock;
     kv::detail::RecursiveLock queueLock;
 
@@ -132,8 +138,10 @@ private:
     std::atomic<DWORD> lastError;              // of the latest completion
     std::set<OVERLAPPED *> completionRequests; // owned: with a completion routine
     std::deque<OVERLAPPED *> requestQueue;     // owned: without one, and pending when they were issued
+    std::atomic<bool> hasQueue;                // whether there is something in it, for those who look without the lock
     OVERLAPPED * awaited;                      // the head of the queue while somebody waits for it without the lock
     kv::detail::LastWrite lastWrite;
+    kv::platform::WritesBehind writesBehind;
 };
 
 /// An asynchronous stream that keeps the owner of the written memory alive until the request is finished.

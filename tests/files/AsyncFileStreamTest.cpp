@@ -1,5 +1,7 @@
 #include <kvcore/files/AsyncFileStream.h>
 
+#include <mutex>
+#include <string_view>
 #include <thread>
 
 #include <kvcore/platform/win32.h>
@@ -66,6 +68,75 @@ TEST(BasicAsyncFileStream, IssuedTransfersHaveHappenedWhenCloseReturns)
     reader.Flush();
     EXPECT_TRUE(text == content);
     EXPECT_EQ(reader.SetPosition(0, FileSeek_Current), 512);
+}
+
+TEST(BasicAsyncFileStream, SmallPiecesOfCommittedMemoryStandAmongAllOthers)
+{
+    ScratchFolder const folder;
+    constexpr std::size_t size = 0x20000;
+    std::string const content = RandomBytes(size);
+    auto * const memory = static_cast<char *>(VirtualAlloc(nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
+    content.copy(memory, size);
+    std::string expected;
+    {
+        AsyncFile stream(folder.Name("a"));
+        for (std::size_t i = 0; i < size / 1024; ++i)
+        {
+            std::string_view const piece(memory + i * 1024, 1 + i % 512);
+            std::string_view const large(content.data() + i * 16, 600);
+            stream.WriteAsync(piece.data(), DWORD(piece.size()));
+            expected += piece;
+            if (i % 16 == 3)
+            {
+                EXPECT_EQ(stream.Write(large.data(), DWORD(large.size())), large.size());
+                expected += large;
+            }
+            if (i % 16 == 7)
+            {
+                stream.WriteAsync(large.data(), DWORD(large.size()));
+                expected += large;
+            }
+            if (i % 16 == 11)
+            {
+                stream.Flush();
+                EXPECT_TRUE(folder.Read("a") == expected) << i;
+            }
+        }
+        EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), static_cast<__int64>(expected.size()));
+        stream.WriteAsync(memory, 5, 3);
+        expected.replace(3, 5, memory, 5);
+        stream.WriteAsync(memory + 100, 5);
+        expected.replace(8, 5, memory + 100, 5);
+        EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), 13);
+    } // the end waits for all of it
+    EXPECT_TRUE(folder.Read("a") == expected);
+    BasicAsyncFileStream readOnly(
+        folder.Name("a"), FileAccess_Read, FileShare_Read, FileCreation_OpenExisting, FileAttributes_Normal);
+    EXPECT_EQ(ErrorOf([&] { readOnly.WriteAsync(memory, 5); }), DWORD(ERROR_ACCESS_DENIED));
+    readOnly.Close();
+    EXPECT_EQ(ErrorOf([&] { readOnly.WriteAsync(memory, 5); }), DWORD(ERROR_INVALID_HANDLE));
+    VirtualFree(memory, 0, MEM_RELEASE);
+}
+
+TEST(BasicAsyncFileStream, CanIssueUnderALockOfItsOwner)
+{
+    ScratchFolder const folder;
+    kv::detail::RecursiveLock lock;
+    BasicAsyncFileStream stream(lock);
+    EXPECT_FALSE(stream.IsOpen());
+    stream.Open(
+        folder.Name("a"), FileAccess_ReadWrite, FileShare_Read, FileCreation_CreateAlways, FileAttributes_Normal);
+    std::thread writer;
+    {
+        std::lock_guard const guard(lock);
+        writer = std::thread([&] { stream.Write("def", 3); }); // comes behind, since it waits for the lock
+        stream.WriteAsync("a", 1);
+        EXPECT_EQ(stream.Write("bc", 2), 2u);
+        EXPECT_EQ(stream.SetPosition(0, FileSeek_Current), 3);
+    }
+    writer.join();
+    stream.Close();
+    EXPECT_EQ(folder.Read("a"), "abcdef");
 }
 
 TEST(BasicAsyncFileStream, RequestsWithAHandleCompleteInWaits)

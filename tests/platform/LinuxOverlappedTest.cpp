@@ -3,93 +3,23 @@
 #    include <atomic>
 #    include <cstdio>
 #    include <cstdlib>
-#    include <functional>
 #    include <set>
 #    include <string>
 #    include <thread>
 #    include <vector>
 
 #    include <sys/syscall.h>
-#    include <sys/wait.h>
 #    include <unistd.h>
 
 #    include <gtest/gtest.h>
 
-#    include <kvcore/platform/linux/overlapped/RequestPool.h>
-#    include <kvcore/platform/win32.h>
-#    include <support/ScopedHandle.h>
-#    include <support/ScratchPaths.h>
+#    include "RequestRig.h"
 
 namespace
 {
 
 using kv::platform::HoldRequests;
 using kv::platform::SetRequestLimit;
-
-/// No request begins while this lives.
-struct Hold
-{
-    Hold()
-    {
-        HoldRequests(true);
-    }
-    ~Hold()
-    {
-        HoldRequests(false);
-    }
-    Hold(Hold const &) = delete;
-    Hold & operator=(Hold const &) = delete;
-};
-
-/// Runs a step in another process and gives its result; -1 if it did not end by itself.
-int InChild(std::function<DWORD()> const & step)
-{
-    std::fflush(stdout); // what stands there would be written by the child, too
-    pid_t const child = fork();
-    if (child == 0)
-    {
-        alarm(60); // a child that hangs is killed, and told from the others by that
-        _exit(static_cast<int>(step()));
-    }
-    int status = 0;
-    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-OVERLAPPED At(DWORD place, HANDLE event = nullptr)
-{
-    OVERLAPPED overlapped = {};
-    overlapped.Offset = place;
-    overlapped.hEvent = event;
-    return overlapped;
-}
-
-ScopedHandle NewFile(ScratchPaths const & folder)
-{
-    return ScopedHandle(folder(TEXT("file")), readWrite, shareAll, CREATE_ALWAYS, FILE_FLAG_OVERLAPPED);
-}
-
-/// Starts a transfer and waits for its end. The error, 0 if there is none.
-DWORD WriteNow(HANDLE file, void const * bytes, DWORD count, DWORD place)
-{
-    OVERLAPPED overlapped = At(place);
-    DWORD done = 0;
-    bool const started = WriteFile(file, bytes, count, nullptr, &overlapped) || GetLastError() == ERROR_IO_PENDING;
-    return started && GetOverlappedResult(file, &overlapped, &done, TRUE) ? 0 : GetLastError();
-}
-
-DWORD ReadNow(HANDLE file, void * bytes, DWORD count, DWORD place)
-{
-    OVERLAPPED overlapped = At(place);
-    DWORD done = 0;
-    bool const started = ReadFile(file, bytes, count, nullptr, &overlapped) || GetLastError() == ERROR_IO_PENDING;
-    return started && GetOverlappedResult(file, &overlapped, &done, TRUE) ? 0 : GetLastError();
-}
-
-DWORD ResultOf(HANDLE file, OVERLAPPED & overlapped)
-{
-    DWORD done = 0;
-    return GetOverlappedResult(file, &overlapped, &done, TRUE) ? 0 : GetLastError();
-}
 
 struct Completion
 {
@@ -325,75 +255,6 @@ TEST(LinuxRequests, OfAThreadThatEndsAreCancelledIfTheyHaveNotBegun)
     EXPECT_EQ(ResultOf(file, staying), 0u);
     EXPECT_EQ(folder.Read("file"), std::string("\0\0c", 3));
     EXPECT_EQ(folder.Read("other"), "");
-}
-
-/// A page from which small writes are taken over when they are issued.
-struct TakenPage
-{
-    TakenPage() : bytes(static_cast<char *>(VirtualAlloc(nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))) {}
-    ~TakenPage()
-    {
-        VirtualFree(bytes, 0, MEM_RELEASE);
-    }
-    TakenPage(TakenPage const &) = delete;
-    TakenPage & operator=(TakenPage const &) = delete;
-
-    char * const bytes;
-};
-
-TEST(LinuxRequests, ThatAreTakenOverHaveTheBytesOfTheirBeginningAndGoBesideOthers)
-{
-    ScratchPaths const folder;
-    ScopedHandle const file = NewFile(folder);
-    TakenPage const page;
-    constexpr DWORD count = 3000;
-    std::vector<OVERLAPPED> requests(count);
-    std::string const heap = "0123456789";
-    std::string expected;
-    {
-        Hold const hold;
-        for (DWORD i = 0; i < count; ++i)
-        {
-            // Long runs of those that are taken over, and one that is not after each.
-            requests[i] = At(i);
-            char const byte = i % 700 == 699 ? heap[i % 10] : static_cast<char>('a' + i % 26);
-            page.bytes[0] = byte;
-            WriteFile(file, i % 700 == 699 ? &heap[i % 10] : page.bytes, 1, nullptr, &requests[i]);
-            expected += byte;
-        }
-        page.bytes[0] = '!';
-    }
-    for (DWORD i = 0; i < count; ++i)
-    {
-        ASSERT_EQ(ResultOf(file, requests[i]), 0u) << i;
-    }
-    EXPECT_EQ(folder.Read("file"), expected);
-}
-
-TEST(LinuxRequests, OfAThreadThatEndsAreCancelledAlsoIfItHasCancelledWhatWasTakenOver)
-{
-    ScratchPaths const folder;
-    ScopedHandle const file = NewFile(folder);
-    ScopedHandle const other(folder(TEXT("other")), readWrite, shareAll, CREATE_ALWAYS, FILE_FLAG_OVERLAPPED);
-    TakenPage const page;
-    for (int round = 0; round < 3; ++round)
-    {
-        OVERLAPPED taken = At(0);
-        OVERLAPPED requests[] = {At(0), At(1)};
-        Hold const hold;
-        std::thread(
-            [&]
-            {
-                WriteFile(other, "a", 1, nullptr, &requests[0]);
-                WriteFile(file, page.bytes, 1, nullptr, &taken);
-                WriteFile(other, "b", 1, nullptr, &requests[1]);
-                EXPECT_TRUE(CancelIoEx(file, &taken));
-            })
-            .join();
-        EXPECT_EQ(ResultOf(file, taken), DWORD{ERROR_OPERATION_ABORTED});
-        EXPECT_EQ(ResultOf(other, requests[0]), DWORD{ERROR_OPERATION_ABORTED});
-        EXPECT_EQ(ResultOf(other, requests[1]), DWORD{ERROR_OPERATION_ABORTED});
-    }
 }
 
 TEST(LinuxRequests, DoNotKeepAProcessFromEnding)

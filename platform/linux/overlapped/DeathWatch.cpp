@@ -4,9 +4,9 @@
 
 #include <kvcore/platform/linux/overlapped/Pool.h>
 
-// Who writes from memory that is taken over at once thinks of the bytes as written, as they are on a system whose
-// kernel takes them. The workers have them until then: so a process that dies of a fault or of abort() lets the workers
-// finish first. It still dies of the same signal.
+// Who writes behind thinks of the bytes as written, as they are on a system whose kernel takes them at once. The
+// workers have them until then: so a process that dies of a fault or of abort() lets the workers finish first. It still
+// dies of the same signal.
 
 namespace kv::platform
 {
@@ -20,7 +20,7 @@ constexpr int mostPauses = 2000; // the workers may be what is broken
 
 void OnDeath(int signal)
 {
-    AwaitTakenWrites();
+    AwaitAllWritesBehind();
     // What faulted does so again when this returns, and what was sent comes again.
     struct sigaction standard = {};
     standard.sa_handler = SIG_DFL;
@@ -48,11 +48,11 @@ void Install()
 
 } // namespace
 
-void AwaitTakenWrites() noexcept
+void AwaitAllWritesBehind() noexcept
 {
     Pool & pool = ThePool();
     timespec const pause = {0, pauseNanoseconds};
-    for (int i = 0; i < mostPauses && pool.taken.load(std::memory_order_acquire) != 0; ++i)
+    for (int i = 0; i < mostPauses && pool.behind.load(std::memory_order_acquire) != 0; ++i)
     {
         nanosleep(&pause, nullptr);
     }

@@ -81,10 +81,6 @@ void LinkToThread(TransferRequest & request)
 
 void UnlinkFromThread(TransferRequest & request)
 {
-    if (request.isTaken)
-    {
-        return; // it never was there
-    }
     TransferRequest *& fromBefore =
         request.previousInThread != nullptr ? request.previousInThread->nextInThread : request.thread->firstQueued;
     fromBefore = request.nextInThread;
@@ -97,13 +93,13 @@ void UnlinkFromThread(TransferRequest & request)
 namespace
 {
 
-/// Whether a request can go to the kernel together with the run that it would stand behind. Of what was taken over
-/// there are runs apart: they can be taken as they are, however long.
+/// Whether a request can go to the kernel together with the run that it would stand behind. Of writes behind
+/// there are runs apart.
 bool Continues(TransferRequest const & run, TransferRequest const & last, TransferRequest const & next)
 {
     unsigned const longest = run.writing ? longestRun : longestReadRun;
     std::size_t const largest = run.writing ? largestRun : largestReadRun;
-    bool const fits = next.writing == run.writing && next.isTaken == run.isTaken && run.runLength < longest &&
+    bool const fits = next.writing == run.writing && next.isBehind == run.isBehind && run.runLength < longest &&
         run.runBytes + next.count <= largest;
     bool const isPlaced = last.place != appending && next.place != appending;
     return fits && (!run.writing || (isPlaced && next.place == last.place + last.count));
@@ -137,7 +133,7 @@ Run TakeRun(File & file)
     Run const run{queue.first, queue.first->runLength, queue.first->writing};
     TransferRequest * const last = run.first->runLast;
     queue.first = std::exchange(last->nextInFile, nullptr);
-    if (!run.first->isTaken)
+    if (!run.first->isBehind)
     {
         for (TransferRequest * request = run.first; request != nullptr; request = request->nextInFile)
         {

@@ -34,8 +34,7 @@ struct Run
 /// As many requests as a run has at most.
 constexpr unsigned longestRun = 512;
 
-/// Takes the oldest requests of a file that go together. Those that were taken over are not looked at one by one: that
-/// would fetch each from its maker's processor, who waits for the lock meanwhile.
+/// Takes the oldest requests of a file that go together.
 Run TakeRun(File & file);
 
 } // namespace kv::platform

@@ -53,10 +53,11 @@ void ForEachRecord(Pool & pool, Visit visit)
 /// Nobody works any more, and no file has anything to begin.
 void ForgetWork(Pool & pool)
 {
-    new (&pool.wakeUp) std::condition_variable;
-    pool.workers = pool.looking = pool.sleeping = pool.wakeTickets = 0;
+    pool.workers = pool.looking = pool.sleeping = 0;
+    pool.wakeTickets.store(0, std::memory_order_relaxed);
     pool.firstReady = pool.lastReady = nullptr;
     pool.hasReady.store(false, std::memory_order_relaxed);
+    pool.waiting.store(0, std::memory_order_relaxed);
     for (Ref<File> & file : pool.running)
     {
         if (file)
@@ -78,7 +79,10 @@ void ForgetWork(Pool & pool)
             {
                 request.file->requests.first = request.file->requests.last = nullptr;
                 request.file->requests.isReady = false;
-                request.thread->firstQueued = nullptr;
+                if (request.thread != nullptr)
+                {
+                    request.thread->firstQueued = nullptr;
+                }
             }
         });
 }
@@ -88,6 +92,7 @@ void RebuildFreeRecords(Pool & pool)
 {
     pool.firstFree = nullptr;
     pool.outstanding = 0;
+    pool.blocks = 0;
     ForEachRecord(
         pool,
         [&pool](TransferRequest & request)
@@ -161,7 +166,7 @@ Pool & ThePool() noexcept
 
 TransferRequest * TakeRecord(Pool & pool) noexcept
 {
-    if (pool.outstanding >= pool.limit || (pool.firstFree == nullptr && !AddChunk(pool)))
+    if (pool.firstFree == nullptr && !AddChunk(pool))
     {
         return nullptr;
     }
@@ -179,15 +184,108 @@ void GiveBack(Pool & pool, TransferRequest & request) noexcept
     --pool.outstanding;
 }
 
+namespace
+{
+
+void GiveBackBlocks(Pool & pool, FinishedRecords const & records)
+{
+    TransferRequest * request = records.first;
+    for (unsigned i = 0; i < records.count; ++i, request = request->nextInFile)
+    {
+        std::unique_ptr<char[]> block = std::move(request->block);
+        if (pool.spareCount < mostSpareBlocks)
+        {
+            pool.spareBlocks[pool.spareCount++] = std::move(block);
+        }
+    }
+    pool.blocks -= records.count;
+    pool.blocksFreed.fetch_add(1, std::memory_order_relaxed);
+    pool.blocksFreed.notify_all();
+}
+
+} // namespace
+
 void GiveBackAll(Pool & pool, FinishedRecords const & records) noexcept
 {
     if (records.count != 0)
     {
+        if (records.first->isBehind)
+        {
+            GiveBackBlocks(pool, records); // they never go together with others
+        }
         records.last->nextInFile = pool.firstFree;
         pool.firstFree = records.first;
         pool.outstanding -= records.count;
     }
 }
+
+namespace
+{
+
+/// Adds to those that are nobody's.
+void Free(FinishedRecords & records, TransferRequest & request)
+{
+    request.thread = nullptr;
+    request.nextInFile = records.first;
+    records.first = &request;
+    records.last = records.last != nullptr ? records.last : &request;
+    ++records.count;
+}
+
+/// Makes the end of a request seen, but for its thread's count. Whether nothing is left but the record.
+bool Tell(TransferRequest & request)
+{
+    SetResult(*request.overlapped, request.error, request.done);
+    if (request.event)
+    {
+        request.event->Set();
+        request.event = {};
+    }
+    request.file = {};
+    return request.routine == nullptr || !request.thread->Queue(request);
+}
+
+/// What Finish does with requests. The counts are their maker's, too, who goes on making more: they are changed seldom.
+unsigned FinishRequests(TransferRequest * first, FinishedRecords & toFree)
+{
+    unsigned count = 0;
+    unsigned ofThread = 0;
+    TransferRequest * next = nullptr;
+    for (TransferRequest * request = first; request != nullptr; request = next)
+    {
+        next = request->nextInFile;
+        Thread & thread = *request->thread;
+        if (Tell(*request))
+        {
+            Free(toFree, *request);
+        }
+        ++count;
+        ++ofThread;
+        if (next == nullptr || next->thread != &thread)
+        {
+            // Last: the thread may end now.
+            thread.requests.fetch_sub(std::exchange(ofThread, 0), std::memory_order_release);
+        }
+    }
+    return count;
+}
+
+/// The same with blocks, of whose end nobody is told.
+unsigned FinishBlocks(File & file, TransferRequest * first, FinishedRecords & toFree)
+{
+    TransferRequest * next = nullptr;
+    for (TransferRequest * request = first; request != nullptr; request = next)
+    {
+        next = request->nextInFile;
+        request->file = {};
+        Free(toFree, *request);
+    }
+    ThePool().behind.fetch_sub(toFree.count, std::memory_order_release);
+    file.requests.behind.fetch_sub(toFree.count, std::memory_order_seq_cst);
+    return toFree.count;
+}
+
+} // namespace
 
 FinishedRecords Finish(File & file, TransferRequest * first) noexcept
 {
@@ -195,40 +293,7 @@ FinishedRecords Finish(File & file, TransferRequest * first) noexcept
     FinishedRecords toFree;
     {
         std::lock_guard const guard(pool.ending);
-        // The counts are their maker's, too, who goes on making more: they are changed seldom.
-        unsigned count = 0;
-        unsigned taken = 0;
-        unsigned ofThread = 0;
-        TransferRequest * next = nullptr;
-        for (TransferRequest * request = first; request != nullptr; request = next)
-        {
-            next = request->nextInFile;
-            Thread & thread = *request->thread;
-            SetResult(*request->overlapped, request->error, request->done);
-            if (request->event)
-            {
-                request->event->Set();
-                request->event = {};
-            }
-            request->file = {};
-            ++count;
-            taken += std::exchange(request->isTaken, false) ? 1u : 0u;
-            if (request->routine == nullptr || !thread.Queue(*request))
-            {
-                request->thread = nullptr;
-                request->nextInFile = toFree.first;
-                toFree.first = request;
-                toFree.last = toFree.last != nullptr ? toFree.last : request;
-                ++toFree.count;
-            }
-            ++ofThread;
-            if (next == nullptr || next->thread != &thread)
-            {
-                // Last: the thread may end now.
-                thread.requests.fetch_sub(std::exchange(ofThread, 0), std::memory_order_release);
-            }
-        }
-        pool.taken.fetch_sub(taken, std::memory_order_release);
+        unsigned const count = first->isBehind ? FinishBlocks(file, first, toFree) : FinishRequests(first, toFree);
         file.requests.pending.fetch_sub(count, std::memory_order_seq_cst);
     }
     WakeWaitersIfAny(file);

@@ -3,11 +3,11 @@
 // What the requests of the process have in common: their records, and who is carrying some out.
 
 #include <atomic>
-#include <condition_variable>
 #include <mutex>
 #include <vector>
 
 #include "RequestPool.h"
+#include <kvcore/platform/linux/sync/ShortLock.h>
 
 namespace kv::platform
 {
@@ -15,13 +15,20 @@ namespace kv::platform
 constexpr unsigned defaultRequestLimit = 131072;
 constexpr unsigned maxWorkers = 2;
 
+/// Writes behind: the bytes of one at most, of a block, and how many blocks there may be and are kept.
+constexpr std::size_t largestWriteBehind = 512;
+constexpr std::size_t blockSize = std::size_t{64} << 10;
+constexpr unsigned mostBlocks = 1024;
+constexpr unsigned mostSpareBlocks = 16;
+
+constexpr std::size_t cacheLine = 64;
+
 /// Lives for ever, and so do the workers: the process may end while they work.
 struct Pool
 {
-    std::mutex lock;
+    ShortLock lock;
 
     // Guarded by the lock.
-    std::condition_variable wakeUp;
     std::vector<TransferRequest *> chunks;
     TransferRequest * firstFree = nullptr;
     unsigned outstanding = 0;
@@ -32,7 +39,9 @@ struct Pool
     unsigned workers = 0;
     unsigned looking = 0;
     unsigned sleeping = 0;
-    unsigned wakeTickets = 0;
+    unsigned blocks = 0;
+    unsigned spareCount = 0;
+    std::unique_ptr<char[]> spareBlocks[mostSpareBlocks];
 
     /// Held while the ends of requests are made seen and while a file is let go: a fork finds that wholly done or not
     /// begun. Taken behind the lock, where both are.
@@ -40,19 +49,46 @@ struct Pool
     /// The files that the workers are at. Set under the lock, cleared under `ending`.
     Ref<File> running[maxWorkers];
 
+    // Each in a cache line of its own: some look at these all the time, who would slow down those that change the rest.
+
     /// Whether there is something for a worker to take; a hint for those who look without the lock.
-    std::atomic<bool> hasReady{false};
-    /// Whether somebody waits, so that the workers let no writes gather.
-    std::atomic<bool> isHurried{false};
-    /// Writes whose bytes were taken over and are not done.
-    std::atomic<unsigned> taken{0};
+    alignas(cacheLine) std::atomic<bool> hasReady{false};
+    /// How many wait for the end of something, so that the workers let no writes gather.
+    alignas(cacheLine) std::atomic<unsigned> waiting{0};
     /// Changes after requests have finished.
-    std::atomic<std::uint32_t> finished{0};
+    alignas(cacheLine) std::atomic<std::uint32_t> finished{0};
+    /// How many sleeping workers are to wake up.
+    alignas(cacheLine) std::atomic<int> wakeTickets{0};
+    /// Changes when blocks are free again.
+    std::atomic<int> blocksFreed{0};
+    /// Blocks of writes behind that are not done.
+    std::atomic<unsigned> behind{0};
 };
 
 Pool & ThePool() noexcept;
 
-/// A record for a new request, or null if there may be no more. The lock is held, as for all that follow but `Finish`.
+/// Waits until `isDone()`, which some request's end makes true. No writes gather meanwhile. The lock is not held.
+template <class Condition>
+void AwaitEnds(Pool & pool, Condition isDone) noexcept
+{
+    if (isDone())
+    {
+        return;
+    }
+    pool.waiting.fetch_add(1, std::memory_order_relaxed);
+    for (;;)
+    {
+        std::uint32_t const seen = pool.finished.load(std::memory_order_seq_cst);
+        if (isDone())
+        {
+            break;
+        }
+        pool.finished.wait(seen, std::memory_order_seq_cst);
+    }
+    pool.waiting.fetch_sub(1, std::memory_order_relaxed);
+}
+
+/// A record for a new request, or null without memory. The lock is held, as for all that follow but `Finish`.
 TransferRequest * TakeRecord(Pool & pool) noexcept;
 void GiveBack(Pool & pool, TransferRequest & request) noexcept;
 
@@ -63,7 +99,7 @@ struct FinishedRecords
     TransferRequest * last = nullptr;
     unsigned count = 0;
 };
-/// The same for all of them at once.
+/// The same for all of them at once, and for the memory of those that are blocks.
 void GiveBackAll(Pool & pool, FinishedRecords const & records) noexcept;
 
 /// Makes the ends of requests for one file seen, which are linked by `nextInFile`. Of those without a routine nothing

@@ -1,21 +1,16 @@
 #include "RequestPool.h"
 
-#include <cstring>
-#include <new>
+#include <utility>
 
 #include "FileQueues.h"
 #include "Workers.h"
 #include <kvcore/platform/include/errors.h>
-#include <kvcore/platform/include/memoryapi.h>
-#include <kvcore/platform/linux/memory/Allocations.h>
 
 namespace kv::platform
 {
 
 namespace
 {
-
-constexpr std::size_t mostTaken = 512; // bytes of a write
 
 void RunRoutine(ProcedureCall * call)
 {
@@ -46,7 +41,7 @@ void Fill(
     request.overlapped = &overlapped;
     request.routine = routine;
     request.buffer = static_cast<char *>(transfer.buffer);
-    request.isTaken = false;
+    request.isBehind = false;
     request.place = transfer.place;
     request.count = transfer.count;
     request.writing = transfer.writing;
@@ -55,60 +50,7 @@ void Fill(
     request.nextInFile = nullptr;
 }
 
-/// Copies the bytes of a write. Without memory they stay where they are.
-void TakeOver(TransferRequest & request)
-{
-    if (request.room == nullptr)
-    {
-        request.room.reset(new (std::nothrow) char[mostTaken]);
-    }
-    if (request.room != nullptr)
-    {
-        std::memcpy(request.room.get(), request.buffer, request.count);
-        request.buffer = request.room.get();
-        request.isTaken = true;
-        ThePool().taken.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
 } // namespace
-
-bool CanTakeOver(void const * buffer, std::size_t count) noexcept
-{
-    // The same memory comes again and again: a log's ring, for instance.
-    static thread_local struct
-    {
-        std::uintptr_t begin;
-        std::uintptr_t end;
-        unsigned changes;
-    } known = {};
-    std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(buffer);
-    if (count > mostTaken)
-    {
-        return false;
-    }
-    unsigned const changes = addressSpaceChanges.load(std::memory_order_acquire);
-    if (changes == known.changes && begin >= known.begin && begin + count <= known.end)
-    {
-        return true;
-    }
-    Allocations & allocations = TheAllocations();
-    std::lock_guard const guard(allocations.mutex);
-    auto const allocation = FindAllocation(allocations, begin);
-    if (allocation == allocations.byBase.end() || allocation->second.type != MEM_PRIVATE)
-    {
-        return false;
-    }
-    auto const & committed = allocation->second.committed;
-    auto part = committed.upper_bound(begin);
-    if (part == committed.begin() || (--part)->second < begin + count)
-    {
-        return false;
-    }
-    WatchForDeath();
-    known = {part->first, part->second, changes};
-    return true;
-}
 
 // What is no file on a disk may stay silent for long, and would keep a worker from the files: it is carried out here.
 DWORD StartRequest(
@@ -125,7 +67,6 @@ DWORD StartRequest(
         }
         event = Ref<Event>(named.Get());
     }
-    bool const takesOver = transfer.writing && CanTakeOver(transfer.buffer, transfer.count);
     Thread & thread = Thread::Current();
     Pool & pool = ThePool();
     std::unique_lock guard(pool.lock);
@@ -133,16 +74,12 @@ DWORD StartRequest(
     {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    TransferRequest * const request = TakeRecord(pool);
+    TransferRequest * const request = pool.outstanding < pool.limit ? TakeRecord(pool) : nullptr;
     if (request == nullptr)
     {
         return ERROR_INVALID_USER_BUFFER;
     }
     Fill(*request, file, transfer, overlapped, routine);
-    if (takesOver)
-    {
-        TakeOver(*request);
-    }
     if (event)
     {
         event->Reset();
@@ -162,11 +99,7 @@ DWORD StartRequest(
         GiveBackAll(pool, toFree);
         return ERROR_IO_PENDING;
     }
-    if (!request->isTaken)
-    {
-        LinkToThread(*request);
-        Hurry(pool);
-    }
+    LinkToThread(*request);
     Append(queue, *request);
     if (MakeReady(pool, file) || (!transfer.writing && queue.isReady))
     {
@@ -189,8 +122,8 @@ unsigned CancelRequests(File & file, Thread const * thread, OVERLAPPED const * o
         {
             TransferRequest * const request = std::exchange(rest, rest->nextInFile);
             request->nextInFile = nullptr;
-            // What was taken over is as good as written for its thread, which may end.
-            bool const isMeant = (thread == nullptr || (request->thread == thread && !request->isTaken)) &&
+            // What is written behind is nobody's request any more.
+            bool const isMeant = !request->isBehind && (thread == nullptr || request->thread == thread) &&
                 (overlapped == nullptr || request->overlapped == overlapped);
             if (isMeant)
             {
@@ -239,31 +172,12 @@ void FinishRequestsOf(Thread & thread) noexcept
         }
         CancelRequests(*file, &thread, nullptr);
     }
-    for (;;)
-    {
-        Hurry(pool);
-        std::uint32_t const seen = pool.finished.load(std::memory_order_seq_cst);
-        if (thread.requests.load(std::memory_order_acquire) == 0)
-        {
-            return;
-        }
-        pool.finished.wait(seen, std::memory_order_seq_cst);
-    }
+    AwaitEnds(pool, [&thread] { return thread.requests.load(std::memory_order_acquire) == 0; });
 }
 
 void WaitForRequest(OVERLAPPED const & overlapped) noexcept
 {
-    Pool & pool = ThePool();
-    for (;;)
-    {
-        Hurry(pool);
-        std::uint32_t const seen = pool.finished.load(std::memory_order_seq_cst);
-        if (HasOverlappedIoCompleted(&overlapped))
-        {
-            return;
-        }
-        pool.finished.wait(seen, std::memory_order_seq_cst);
-    }
+    AwaitEnds(ThePool(), [&overlapped] { return HasOverlappedIoCompleted(&overlapped); });
 }
 
 void SetRequestLimit(unsigned limit) noexcept

@@ -13,6 +13,9 @@ namespace kv::platform
 {
 
 /// What is known of one request beside its OVERLAPPED, which is not touched again once the caller can see the end.
+///
+/// Or a block of writes behind, which is nobody's request: it has no thread and no OVERLAPPED. It grows as long as it
+/// is the last of its file.
 struct TransferRequest : ProcedureCall
 {
     /// Null as soon as the request is finished.
@@ -23,9 +26,9 @@ struct TransferRequest : ProcedureCall
     OVERLAPPED * overlapped = nullptr;
     LPOVERLAPPED_COMPLETION_ROUTINE routine = nullptr;
     char * buffer = nullptr;
-    /// Room for the bytes of a write that were taken over, made at the first need; and whether this one's were.
-    std::unique_ptr<char[]> room;
-    bool isTaken = false;
+    /// Whether it is a block of writes behind, and the memory that it has then.
+    bool isBehind = false;
+    std::unique_ptr<char[]> block;
     std::uint64_t place = 0;
     DWORD count = 0;
     bool writing = false;
@@ -66,12 +69,8 @@ void FinishRequestsOf(Thread & thread) noexcept;
 /// Waits until a request is finished.
 void WaitForRequest(OVERLAPPED const & overlapped) noexcept;
 
-/// Whether the bytes of a write are copied when it is issued, so that their memory is free at once: small ones, from
-/// memory that VirtualAlloc has committed. A bad pointer elsewhere is for the kernel to find out.
-bool CanTakeOver(void const * buffer, std::size_t count) noexcept;
-
-/// Waits, for a while at most, until all writes that were taken over are done. For a signal's handler, too.
-void AwaitTakenWrites() noexcept;
+/// Waits, for a while at most, until all writes behind are done. For a signal's handler, too.
+void AwaitAllWritesBehind() noexcept;
 
 /// Has the process do that before a fault or an abort ends it, from now on.
 void WatchForDeath() noexcept;

@@ -10,10 +10,13 @@ namespace kv::platform
 struct TransferRequest;
 class File;
 
-/// Part of every file object. `pending` counts what is not finished; the rest is guarded by the request pool's lock.
+/// Part of every file object. `pending` and `behind` count what is not finished; the rest is guarded by the request
+/// pool's lock.
 struct RequestQueue
 {
     std::atomic<unsigned> pending{0};
+    /// Those of them that are blocks of writes behind.
+    std::atomic<unsigned> behind{0};
 
     /// Those that have not begun, oldest first: run by run, each of what can be done together. The others mean nothing
     /// where there is no first.

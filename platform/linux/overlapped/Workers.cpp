@@ -1,6 +1,8 @@
 #include "Workers.h"
 
+#include <algorithm>
 #include <csignal>
+#include <ctime>
 #include <system_error>
 #include <thread>
 
@@ -24,6 +26,7 @@ namespace
 {
 
 constexpr int looksBeforeSleep = 2000;
+constexpr long napNanoseconds = 50'000;
 
 /// Writes the beginning of a run with one call. Gives the first request that is not done thereby.
 TransferRequest * WriteTogether(Run const & run)
@@ -53,8 +56,36 @@ TransferRequest * WriteTogether(Run const & run)
     return request;
 }
 
-/// Waits for something to do. The lock is held.
-void AwaitWork(Pool & pool, std::unique_lock<std::mutex> & guard)
+/// Writes what of a block no lock forbids: it is made of many writes, each of which fails for itself.
+DWORD WriteBesideLocks(TransferRequest & request)
+{
+    DWORD error = ERROR_SUCCESS;
+    for (DWORD begin = 0; begin < request.count; begin += DWORD{largestWriteBehind})
+    {
+        DWORD const count = std::min(request.count - begin, DWORD{largestWriteBehind});
+        DWORD done = 0;
+        DWORD const failure = request.file->WriteAt(request.buffer + begin, count, request.place + begin, done);
+        error = failure != ERROR_SUCCESS ? failure : error;
+    }
+    return error;
+}
+
+/// Sleeps until there is a ticket, and takes it.
+void TakeTicket(std::atomic<int> & tickets)
+{
+    int left = tickets.load(std::memory_order_relaxed);
+    while (left == 0 || !tickets.compare_exchange_weak(left, left - 1, std::memory_order_relaxed))
+    {
+        if (left == 0)
+        {
+            tickets.wait(0, std::memory_order_relaxed);
+            left = tickets.load(std::memory_order_relaxed);
+        }
+    }
+}
+
+/// Waits for something to do. The lock is held before and after.
+void AwaitWork(Pool & pool, std::unique_lock<ShortLock> & guard)
 {
     ++pool.looking;
     guard.unlock();
@@ -69,33 +100,29 @@ void AwaitWork(Pool & pool, std::unique_lock<std::mutex> & guard)
         return;
     }
     ++pool.sleeping;
-    pool.wakeUp.wait(guard, [&pool] { return pool.wakeTickets != 0; });
-    --pool.wakeTickets;
+    guard.unlock();
+    TakeTicket(pool.wakeTickets);
+    guard.lock();
 }
 
-/// Lets writes gather that nobody waits for: their bytes were taken over, and one call for many is cheaper than the
-/// quarrel with their maker about the lock for each. The lock is held before and after.
-void LetWritesGather(Pool & pool, std::unique_lock<std::mutex> & guard)
+/// Lets writes behind gather: nobody waits for them, and one call for many is cheaper than the quarrel with their maker
+/// about the lock for each. Asleep, since looking would slow the maker down where two processors share a core. The lock
+/// is held before and after.
+void LetWritesGather(Pool & pool, std::unique_lock<ShortLock> & guard)
 {
     bool const canGather = pool.firstReady != nullptr && pool.firstReady == pool.lastReady && !pool.isHeld &&
-        pool.firstReady->requests.first->isTaken;
-    if (!canGather)
+        pool.firstReady->requests.first->isBehind && pool.waiting.load(std::memory_order_relaxed) == 0;
+    if (canGather)
     {
-        return;
+        timespec const nap = {0, napNanoseconds};
+        guard.unlock();
+        nanosleep(&nap, nullptr);
+        guard.lock();
     }
-    pool.isHurried.store(false, std::memory_order_relaxed);
-    ++pool.looking;
-    guard.unlock();
-    for (int looks = 0; looks < looksBeforeSleep && !pool.isHurried.load(std::memory_order_relaxed); ++looks)
-    {
-        __builtin_ia32_pause();
-    }
-    guard.lock();
-    --pool.looking;
 }
 
 /// Takes a run and carries it out, if there is one. The lock is held before and after.
-bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<std::mutex> & guard)
+bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<ShortLock> & guard)
 {
     LetWritesGather(pool, guard);
     File * const file = TakeReady(pool);
@@ -145,16 +172,15 @@ void Work(unsigned worker)
 
 } // namespace
 
-void Hurry(Pool & pool)
-{
-    pool.isHurried.store(true, std::memory_order_relaxed);
-}
-
 void CarryOut(TransferRequest & request)
 {
     File & file = *request.file;
     request.error = request.writing ? file.WriteAt(request.buffer, request.count, request.place, request.done)
                                     : file.ReadAt(request.buffer, request.count, request.place, request.done);
+    if (request.isBehind && request.error == ERROR_LOCK_VIOLATION)
+    {
+        request.error = WriteBesideLocks(request);
+    }
 }
 
 void WakeWorker(Pool & pool)
@@ -162,8 +188,8 @@ void WakeWorker(Pool & pool)
     if (pool.looking == 0 && pool.sleeping != 0 && !pool.isHeld)
     {
         --pool.sleeping;
-        ++pool.wakeTickets;
-        pool.wakeUp.notify_one();
+        pool.wakeTickets.fetch_add(1, std::memory_order_relaxed);
+        pool.wakeTickets.notify_one();
     }
 }
 

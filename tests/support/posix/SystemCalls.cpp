@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <kvcore/platform/WriteBehind.h>
 #include <support/ReplacedCalls.h>
 
 extern "C"
@@ -17,6 +18,17 @@ extern "C"
     }
     KV_REPLACEABLE_CALLS(KV_DEFINE_CALL)
 #undef KV_DEFINE_CALL
+}
+
+// Who replaces WriteFile is to see every write: none goes behind.
+__attribute__((visibility("default"))) bool
+kv::platform::WritesBehind::Write(void const * data, DWORD count, std::uint64_t place) noexcept
+{
+    using Method = bool (*)(WritesBehind *, void const *, DWORD, std::uint64_t);
+    static auto const real = reinterpret_cast<Method>(dlsym(RTLD_NEXT, "_ZN2kv8platform12WritesBehind5WriteEPKvjm"));
+    kv::test::SystemCalls const * const calls = kv::test::SystemCalls::Current();
+    bool const isReplaced = calls != nullptr && calls->WriteFile;
+    return !isReplaced && real(this, data, count, place);
 }
 
 namespace kv::test
