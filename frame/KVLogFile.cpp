@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -15,6 +16,8 @@
 #include <kvcore/frame/detail/CrashReporter.h>
 #include <kvcore/frame/detail/LogLifetime.h>
 #include <kvcore/frame/detail/LogLine.h>
+#include <kvcore/platform/CoarseClock.h>
+#include <kvcore/platform/ModulePaths.h>
 #include <kvcore/platform/win32.h>
 
 using kv::detail::LogRing;
@@ -35,88 +38,100 @@ std::size_t constexpr pathLength = 260;
 std::size_t constexpr nameLength = 256;
 constexpr LogText noModule = TEXT("<---MT--->");
 
-/// The path of the module that holds an address.
+/// The path of the module that holds an address. Found outside the log's lock: the system may take its loader's lock,
+/// and those who hold that may log.
 class ModulePath
 {
 public:
-    explicit ModulePath(void const * location)
+    explicit ModulePath(void const * location) : kept(kv::platform::KeptModulePath(location).substr(0, pathLength - 1))
     {
-        DWORD const copied = GetModuleFileNameW(ModuleBase::GetHInstance(location), path, pathLength);
-        length = std::min<std::size_t>(copied, pathLength - 1);
-        path[length] = 0;
+        if (kept.empty())
+        {
+            DWORD const copied = GetModuleFileNameW(ModuleBase::GetHInstance(location), path, pathLength);
+            length = std::min<std::size_t>(copied, pathLength - 1);
+        }
     }
     LogText Get() const
     {
-        return {path, length};
+        return kept.empty() ? LogText(path, length) : kept;
+    }
+    /// The text's address, if it stays for good and so tells which it is; else null.
+    WCHAR const * Identity() const
+    {
+        return kept.empty() ? nullptr : kept.data();
     }
 
 private:
+    LogText kept;
     WCHAR path[pathLength];
-    std::size_t length;
+    std::size_t length = 0;
 };
 
-/// The names, without folder and extension, that paths of modules end with. Most lines come from the module that the
-/// line before came from.
-class ModuleNames
+/// The name, without folder and extension, of a module. Most lines come from the module that the line before came from.
+class ModuleName
 {
 public:
-    LogText Of(LogText path)
+    /// Whether it is another one than before.
+    bool Take(ModulePath const & path)
     {
-        // Of two texts that are equal nearly always, the library compares one element after the other.
-        if (path.size() != lastPath.size() ||
-            std::memcmp(path.data(), lastPath.data(), path.size() * sizeof(WCHAR)) != 0)
+        WCHAR const * const identity = path.Identity();
+        if (identity != nullptr && identity == lastIdentity)
         {
-            lastPath = path;
+            return false;
+        }
+        bool const isOther = path.Get() != lastPath;
+        if (isOther)
+        {
+            lastPath = path.Get();
             name[0] = 0;
             _wsplitpath_s(lastPath.c_str(), nullptr, 0, nullptr, 0, name, nameLength, nullptr, 0);
         }
+        lastIdentity = identity;
+        return isOther;
+    }
+    LogText Get() const
+    {
         return name;
     }
 
 private:
     WString lastPath;
+    WCHAR const * lastIdentity = nullptr;
     WCHAR name[nameLength] = {};
 };
 
-/// Today's time of day here. Asked of the system once a second, since the answer may take a look at the zone's rules.
+/// Today's time of day here. Asked of the system once a second, since the answer may take a look at the zone's rules;
+/// the line is drawn where the coarse clock shows the next second, some milliseconds late.
 class WallClock
 {
 public:
-    LogTime Now()
+    /// Whether it shows another second than before.
+    bool Look()
     {
-        FILETIME ticks;
-        GetSystemTimeAsFileTime(&ticks);
-        ULONGLONG const second = (ULONGLONG{ticks.dwHighDateTime} << 32 | ticks.dwLowDateTime) / 10'000'000;
-        if (second != shownSecond)
+        std::uint64_t const second = kv::platform::CoarseTicks() / 10'000'000;
+        if (second == shownSecond)
         {
-            SYSTEMTIME local;
-            GetLocalTime(&local);
-            shown = {local.wHour, local.wMinute, local.wSecond};
-            shownSecond = second;
+            return false;
         }
+        SYSTEMTIME local;
+        GetLocalTime(&local);
+        shown = {local.wHour, local.wMinute, local.wSecond};
+        shownSecond = second;
+        return true;
+    }
+    LogTime const & Shown() const
+    {
         return shown;
     }
 
 private:
-    ULONGLONG shownSecond = 0;
+    std::uint64_t shownSecond = 0;
     LogTime shown = {};
 };
 
 bool EndsLine(WCHAR unit)
 {
     return (unit == '\r') | (unit == '\n');
-}
-
-/// Whether any element is one of those that `isOne` tells. Looks at all: the compiler takes many at once.
-template <class IsOne>
-bool HasAny(LogText text, IsOne isOne)
-{
-    WCHAR found = 0;
-    for (WCHAR const unit : text)
-    {
-        found = static_cast<WCHAR>(found | (isOne(unit) ? 1 : 0));
-    }
-    return found != 0;
 }
 
 /// Replaces `bytes` by `text` in the ANSI code page, a stretch at a time: the system counts in 32 bits.
@@ -157,26 +172,33 @@ struct KVLogFile::Log
     Log & operator=(Log const &) = delete;
 
     ULONG IndentOfThread() const;
-    bool Add(void const * location, LogText text);
-    void AppendLine(LogText moduleName, LogText text);
-    bool WriteLine();
+    void Add(void const * location, LogText text);
+    void LookAtClock();
+    void TakeName(ModulePath const & path);
+    void FormLine(LogText name, LogText text);
+    bool WriteAsciiLine(LogText text);
+    void WriteLine(LogText text);
+    void WritePiece(char const * piece, std::size_t size);
 
     std::map<DWORD, ULONG> indents; // one more for each thread that ever asked for the log
+    std::size_t indented = 0;       // how many of them are not 0
     String filename;
-    BasicAsyncFileStream stream;
     kv::detail::RecursiveLock lock; // guards everything in here
+    BasicAsyncFileStream stream;
     char * const ringMemory;
     LogRing ring;
 
     // Kept between lines, to save their memory.
     WallClock clock;
-    ModuleNames moduleNames;
+    ModuleName moduleName;
+    kv::detail::AsciiLogLine asciiLine; // of that time and name
     WString line;
     std::string bytes;
 };
 
 KVLogFile::Log::Log()
-    : ringMemory(static_cast<char *>(VirtualAlloc(nullptr, LogRing::size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))),
+    : stream(lock), // which is held whenever something is written
+      ringMemory(static_cast<char *>(VirtualAlloc(nullptr, LogRing::size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))),
       ring(ringMemory)
 {
     if (ringMemory == nullptr)
@@ -201,57 +223,94 @@ KVLogFile::Log::~Log()
 
 ULONG KVLogFile::Log::IndentOfThread() const
 {
+    if (indented == 0)
+    {
+        return 0; // as nearly always
+    }
     auto const found = indents.find(GetCurrentThreadId());
     return found != indents.end() ? found->second : 0;
 }
 
+void KVLogFile::Log::LookAtClock()
+{
+    if (clock.Look())
+    {
+        asciiLine.SetTime(clock.Shown());
+    }
+}
+
+void KVLogFile::Log::TakeName(ModulePath const & path)
+{
+    if (moduleName.Take(path))
+    {
+        asciiLine.SetName(moduleName.Get());
+    }
+}
+
 /// Forms the line in `line`.
-void KVLogFile::Log::AppendLine(LogText moduleName, LogText text)
+void KVLogFile::Log::FormLine(LogText name, LogText text)
 {
     line.clear();
-    AppendLogLine(line, clock.Now(), moduleName, text.empty() ? 0 : IndentOfThread(), text);
+    AppendLogLine(line, clock.Shown(), name, text.empty() ? 0 : IndentOfThread(), text);
 }
 
-/// Writes `line`; false if no file is open. What the stream says is its own affair.
-bool KVLogFile::Log::WriteLine()
+/// What the stream says to it is its own affair.
+void KVLogFile::Log::WritePiece(char const * piece, std::size_t size)
 {
-    if (!stream.IsOpen())
+    try
     {
-        return false;
+        stream.WriteAsync(piece, DWORD(size));
     }
-    ToAnsi(line, bytes);
-    ring.Put(
-        bytes,
-        [this](char const * piece, std::size_t size)
-        {
-            try
-            {
-                stream.WriteAsync(piece, DWORD(size));
-            }
-            catch (StreamBase::Exception const &)
-            {
-            }
-        });
-    return true;
+    catch (StreamBase::Exception const &)
+    {
+    }
 }
 
-/// Logs each line of a text, up to the first that cannot be written.
-bool KVLogFile::Log::Add(void const * location, LogText text)
+/// Writes a text that is one line of ASCII, of the module that was taken last, formed where it goes out: nearly every
+/// text is one. False, and nothing done, if it is none.
+bool KVLogFile::Log::WriteAsciiLine(LogText text)
+{
+    std::size_t const length = asciiLine.Put(ring.Next(), LogRing::slotSize, IndentOfThread(), text);
+    if (length != 0)
+    {
+        WritePiece(ring.Take(), length);
+    }
+    return length != 0;
+}
+
+/// Writes any line.
+void KVLogFile::Log::WriteLine(LogText text)
+{
+    FormLine(moduleName.Get(), text);
+    ToAnsi(line, bytes);
+    ring.Put(bytes, [this](char const * piece, std::size_t size) { WritePiece(piece, size); });
+}
+
+/// Logs each line of a text; nothing while no file is open.
+void KVLogFile::Log::Add(void const * location, LogText text)
 {
     ModulePath const path(location);
-    bool const isOneLine = !HasAny(text, EndsLine);
     std::lock_guard const guard(lock);
+    if (!stream.IsOpen())
+    {
+        return;
+    }
+    TakeName(path);
+    LookAtClock();
+    if (WriteAsciiLine(text))
+    {
+        return;
+    }
     for (auto begin = std::find_if_not(text.begin(), text.end(), EndsLine); begin != text.end();)
     {
-        auto const end = isOneLine ? text.end() : std::find_if(begin, text.end(), EndsLine);
-        AppendLine(moduleNames.Of(path.Get()), LogText(begin, end));
-        if (!WriteLine())
+        auto const end = std::find_if(begin, text.end(), EndsLine);
+        LogText const piece(begin, end);
+        if (!WriteAsciiLine(piece))
         {
-            return false;
+            WriteLine(piece);
         }
         begin = std::find_if_not(end, text.end(), EndsLine);
     }
-    return true;
 }
 
 KVLogFile::KVLogFile() : log(new Log) {}
@@ -326,7 +385,9 @@ HRESULT STDMETHODCALLTYPE KVLogFile::SetThreadIndent(ULONG indent)
     if (log != nullptr)
     {
         std::lock_guard const guard(log->lock);
-        log->indents[GetCurrentThreadId()] = indent;
+        ULONG & ofThread = log->indents[GetCurrentThreadId()];
+        log->indented = log->indented - (ofThread != 0 ? 1 : 0) + (indent != 0 ? 1 : 0);
+        ofThread = indent;
     }
     return S_OK;
 }
@@ -447,6 +508,8 @@ String KVLogFile::GetLogText(void * location, String const & text)
     }
     ModulePath const path(location);
     std::lock_guard const guard(log->lock);
-    log->AppendLine(location != nullptr ? log->moduleNames.Of(path.Get()) : noModule, text);
+    log->LookAtClock();
+    log->TakeName(path);
+    log->FormLine(location != nullptr ? log->moduleName.Get() : noModule, text);
     return String(log->line);
 }

@@ -88,6 +88,78 @@ TEST(LogLines, AreWhatTheFormatterMakesOfTheirPattern)
     }
 }
 
+/// The line of AsciiLogLine; empty if it makes none.
+std::string AsciiLine(kv::detail::LogText name, ULONG indent, kv::detail::LogText text, std::size_t size)
+{
+    kv::detail::AsciiLogLine line;
+    line.SetTime({9, 5, 7});
+    line.SetName(name);
+    std::vector<char> room(size + 1, '#');
+    std::size_t const length = line.Put(room.data(), size, indent, text);
+    EXPECT_LE(length, size);
+    EXPECT_EQ(room.back(), '#') << "behind the room";
+    return std::string(room.data(), length);
+}
+
+/// What AppendLogLine makes of the same, as bytes.
+std::string WideLine(kv::detail::LogText name, ULONG indent, kv::detail::LogText text)
+{
+    WString line;
+    kv::detail::AppendLogLine(line, {9, 5, 7}, name, indent, text);
+    return std::string(line.begin(), line.end());
+}
+
+TEST(LogLines, OfAsciiAreTheSameAsBytes)
+{
+    WString text;
+    for (std::size_t length = 1; length <= 200; ++length)
+    {
+        text += static_cast<WCHAR>(length % 0x80 == '\n' || length % 0x80 == '\r' ? 0 : length % 0x80);
+        for (ULONG const indent : {0u, 1u, 7u})
+        {
+            ASSERT_EQ(AsciiLine(TEXT("editor"), indent, text, 512), WideLine(TEXT("editor"), indent, text)) << length;
+        }
+    }
+    for (WCHAR const * name : {TEXT(""), TEXT("a"), TEXT("0123456789"), TEXT("0123456789a")})
+    {
+        EXPECT_EQ(AsciiLine(name, 0, TEXT("x"), 512), WideLine(name, 0, TEXT("x")));
+    }
+}
+
+TEST(LogLines, OfAsciiAreThoseThatFit)
+{
+    WString const text(488, 'x'); // with the stamp and the line end, 512 bytes
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, text, 512), WideLine(TEXT("a"), 0, text));
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, text, 511), "");
+    EXPECT_EQ(AsciiLine(TEXT("a"), 1, text, 512), "");
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, text + TEXT("x"), 512), "");
+    EXPECT_EQ(AsciiLine(TEXT("a"), 1, text.substr(2), 512), WideLine(TEXT("a"), 1, text.substr(2)));
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0xFFFFFFFF, TEXT("x"), 512), "");
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, TEXT("x"), 24), "");
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, TEXT("x"), 25), WideLine(TEXT("a"), 0, TEXT("x")));
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, TEXT("x"), 0), "");
+}
+
+TEST(LogLines, OfAsciiAreNoOthers)
+{
+    EXPECT_EQ(AsciiLine(TEXT("a"), 0, TEXT(""), 512), "");
+    EXPECT_EQ(AsciiLine(WString(1, 0xE4), 0, TEXT("x"), 512), "");
+    // Wherever it stands, and whatever its halves look like.
+    for (unsigned const unit :
+         {0x0Au, 0x0Du, 0x80u, 0xFFu, 0x100u, 0x0A41u, 0x410Au, 0x7FFFu, 0x8041u, 0xD800u, 0xFFFFu})
+    {
+        for (std::size_t length = 1; length <= 50; ++length)
+        {
+            for (std::size_t place = 0; place < length; ++place)
+            {
+                WString text(length, 'x');
+                text[place] = static_cast<WCHAR>(unit);
+                ASSERT_EQ(AsciiLine(TEXT("a"), 0, text, 512), "") << unit << ' ' << place << ' ' << length;
+            }
+        }
+    }
+}
+
 TEST(LogRings, CutLongLinesIntoSlots)
 {
     std::vector<char> memory(kv::detail::LogRing::size);
@@ -330,6 +402,31 @@ TEST_F(KVLogFiles, NameTheModuleThatCalls)
         modules.push_back(line.substr(11, 11));
     }
     EXPECT_EQ(modules, Texts({"test_frame ", "frameplugi ", "frameplugi ", "frameplugi "}));
+}
+
+TEST_F(KVLogFiles, HoldLinesOfAllKindsSideBySide)
+{
+    Open();
+    Texts expected;
+    for (std::size_t length = 480; length < 500; ++length) // around what fits into a slot of the ring
+    {
+        for (char const * begin : {"", "\xC3\xA4", "\t"})
+        {
+            std::string const text = begin + std::string(length, 'x');
+            log->AddLine(String::FromUtf8(text + "\n" + text));
+            expected.insert(expected.end(), 2, text);
+        }
+        log->SetThreadIndent(ULONG(length % 3));
+        log->AddLine(TEXT("moved"));
+        expected.push_back(std::string(2 * (length % 3), ' ') + "moved");
+        log->SetThreadIndent(0);
+    }
+    Texts const texts = TextsOf(Bytes());
+    if (GetACP() == CP_UTF8)
+    {
+        EXPECT_EQ(texts, expected);
+    }
+    EXPECT_EQ(texts.size(), expected.size());
 }
 
 TEST_F(KVLogFiles, TakeLinesOfAMegabyte)
