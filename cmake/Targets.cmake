@@ -45,9 +45,16 @@ function(kv_precompile target)
     endif()
 endfunction()
 
-# kv_compile_quickly(<target>): for programs whose own code is never what takes the time, other than the library's.
-function(kv_compile_quickly target)
-    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+# kv_compile_quickly(<target> <level>): for programs whose own code is never what takes the time, other than the
+# library's. What the address sanitizer puts into code is optimised longest and matters least there. The thread
+# sanitizer's calls, unoptimised, stand where no exception may come from, which an exhausted stack's does.
+function(kv_compile_quickly target level)
+    if(KVCORE_SANITIZE MATCHES address)
+        set(level -O0)
+    elseif(KVCORE_SANITIZE)
+        set(level -O1)
+    endif()
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:${level}>)
     if(KVCORE_SANITIZE MATCHES undefined) # checks of every access, which the address sanitizer checks anyway
         target_compile_options(${target} PRIVATE -fno-sanitize=null,alignment,object-size,vptr)
     endif()
@@ -92,5 +99,5 @@ function(kv_use_cli11 target)
         target_link_libraries(${target} PUBLIC CLI11::CLI11)
     endif()
     kv_precompile(${target} <kvcore/core/String.h>) # CLI11 itself would cost more than it saves
-    kv_compile_quickly(${target})
+    kv_compile_quickly(${target} -O1)
 endfunction()
