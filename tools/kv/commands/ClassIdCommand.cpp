@@ -11,7 +11,7 @@ namespace
 {
 
 /// What was asked for on the command line.
-struct Arguments
+struct ClassIdArguments
 {
     ClassIdOptions ids;
     bool keepsKeywords = false;
@@ -21,7 +21,7 @@ struct Arguments
 
 Command AddClassIdCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<ClassIdArguments>();
     CLI::App * const classId =
         program.add_subcommand("classid", "Print the identifiers under which classes are stored");
     classId

@@ -21,7 +21,7 @@ constexpr char const * chainHelp = R"(A CHAIN lists stages in the order in which
   crypt            complement every byte; hides text from a casual look, no more)";
 
 /// What was asked for on the command line.
-struct Arguments
+struct CodecArguments
 {
     CodecOptions options;
     std::string chain;
@@ -29,7 +29,7 @@ struct Arguments
     std::string lineWidth;
 };
 
-void AddCommonOptions(CLI::App & command, Arguments & arguments)
+void AddCommonOptions(CLI::App & command, CodecArguments & arguments)
 {
     command.add_option("CHAIN", arguments.chain, "The stages, such as deflate,crc,base64")->required();
     command.add_option("-i,--input", arguments.options.input, "Read this file instead of standard input")
@@ -38,7 +38,8 @@ void AddCommonOptions(CLI::App & command, Arguments & arguments)
         ->type_name("FILE");
 }
 
-void RefuseUnused(Arguments const & arguments, std::string const & value, std::string const & option, StageKind kind)
+void RefuseUnused(
+    CodecArguments const & arguments, std::string const & value, std::string const & option, StageKind kind)
 {
     std::vector<Stage> const & chain = arguments.options.chain;
     bool const used = std::any_of(chain.begin(), chain.end(), [&](Stage const & stage) { return stage.kind == kind; });
@@ -48,7 +49,7 @@ void RefuseUnused(Arguments const & arguments, std::string const & value, std::s
     }
 }
 
-int Encode(Arguments & arguments, Console & console)
+int Encode(CodecArguments & arguments, Console & console)
 {
     StageDefaults defaults;
     defaults.level = arguments.level.empty() ? defaults.level : ParseLevel(arguments.level, "--level");
@@ -65,7 +66,7 @@ int Encode(Arguments & arguments, Console & console)
 
 Command AddEncodeCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<CodecArguments>();
     CLI::App * const encode = program.add_subcommand("encode", "Pass data through a chain of stages");
     AddCommonOptions(*encode, *arguments);
     encode
@@ -87,7 +88,7 @@ Command AddEncodeCommand(CLI::App & program)
 
 Command AddDecodeCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<CodecArguments>();
     CLI::App * const decode = program.add_subcommand("decode", "Undo 'kv encode' with the same chain");
     AddCommonOptions(*decode, *arguments);
     decode->footer(

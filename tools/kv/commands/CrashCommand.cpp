@@ -12,7 +12,7 @@ namespace
 {
 
 /// What was asked for on the command line.
-struct Arguments
+struct CrashArguments
 {
     std::string report;
     std::string kind;
@@ -21,7 +21,7 @@ struct Arguments
     bool uncaught = false;
 };
 
-int Crash(Arguments const & arguments, Console & console)
+int Crash(CrashArguments const & arguments, Console & console)
 {
     if (arguments.kinds)
     {
@@ -39,7 +39,7 @@ int Crash(Arguments const & arguments, Console & console)
 
 Command AddCrashCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<CrashArguments>();
     CLI::App * const crash = program.add_subcommand("crash", "List and show crash reports, or provoke a fault");
     CLI::Option * const report = crash->add_option(
         "REPORT", arguments->report, "The report to show: its name or path, or last.\nWithout it, all are listed");

@@ -19,7 +19,7 @@ namespace
 {
 
 /// What was asked for on the command line.
-struct Arguments
+struct IniArguments
 {
     std::string file;
     std::string action;
@@ -198,7 +198,7 @@ void ListSection(Profile const & profile, String const & section, bool tabs, Out
     }
 }
 
-int List(Profile const & profile, Arguments const & arguments, Console & console)
+int List(Profile const & profile, IniArguments const & arguments, Console & console)
 {
     profile.RequireFile();
     NamedOutput output("-", console);
@@ -227,7 +227,7 @@ int List(Profile const & profile, Arguments const & arguments, Console & console
     return ExitOk;
 }
 
-int Get(Profile const & profile, Arguments const & arguments, Console & console)
+int Get(Profile const & profile, IniArguments const & arguments, Console & console)
 {
     profile.RequireFile();
     String value;
@@ -242,14 +242,14 @@ int Get(Profile const & profile, Arguments const & arguments, Console & console)
     return ExitOk;
 }
 
-int Set(Profile const & profile, Arguments const & arguments, Console &)
+int Set(Profile const & profile, IniArguments const & arguments, Console &)
 {
     String const value = NameFrom(arguments.names[2], "a value");
     profile.Set(NameFrom(arguments.names[0], "a section"), KeyFrom(arguments.names[1]), Quoted(value).c_str());
     return ExitOk;
 }
 
-int Remove(Profile const & profile, Arguments const & arguments, Console & console)
+int Remove(Profile const & profile, IniArguments const & arguments, Console & console)
 {
     profile.RequireFile();
     String const section = NameFrom(arguments.names[0], "a section");
@@ -269,25 +269,25 @@ int Remove(Profile const & profile, Arguments const & arguments, Console & conso
     return ExitOk;
 }
 
-struct Action
+struct IniAction
 {
     char const * name;
     std::size_t fewest;
     std::size_t most;
     char const * arguments;
-    int (*run)(Profile const &, Arguments const &, Console &);
+    int (*run)(Profile const &, IniArguments const &, Console &);
 };
 
-constexpr Action actions[] = {
+constexpr IniAction iniActions[] = {
     {"get", 2, 2, "SECTION KEY", Get},
     {"set", 3, 3, "SECTION KEY VALUE", Set},
     {"list", 0, 1, "[SECTION]", List},
     {"remove", 1, 2, "SECTION [KEY]", Remove},
 };
 
-int Ini(Arguments arguments, Console & console)
+int Ini(IniArguments arguments, Console & console)
 {
-    for (Action const & action : actions)
+    for (IniAction const & action : iniActions)
     {
         if (arguments.action != action.name)
         {
@@ -310,7 +310,7 @@ int Ini(Arguments arguments, Console & console)
 
 Command AddIniCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<IniArguments>();
     CLI::App * const ini = program.add_subcommand("ini", "Read and change settings in a profile (INI) file");
     ini->add_option("FILE", arguments->file, "The file; set makes one that is missing")->required();
     ini->add_option("ACTION", arguments->action, "get, set, list or remove")->required();

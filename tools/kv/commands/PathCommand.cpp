@@ -12,13 +12,13 @@ namespace
 {
 
 /// What was asked for on the command line.
-struct Arguments
+struct PathArguments
 {
     PathRuleOptions rule;
     bool list = false;
 };
 
-int Path(Arguments const & arguments, Console & console)
+int Path(PathArguments const & arguments, Console & console)
 {
     if (arguments.list)
     {
@@ -35,7 +35,7 @@ int Path(Arguments const & arguments, Console & console)
 
 Command AddPathCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<PathArguments>();
     CLI::App * const path = program.add_subcommand("path", "Show what one of the library's path rules gives");
     path->add_option("RULE", arguments->rule.rule, "The rule, such as GetBasename; in any case");
     path->add_option("ARG", arguments->rule.arguments, "Its arguments; those at the end may have a default")

@@ -16,7 +16,7 @@ namespace
 constexpr std::size_t allLevels = ~std::size_t(0);
 
 /// What was typed, as far as it does not go into the request at once.
-struct Arguments
+struct RegArguments
 {
     RegistryRequest request;
     std::string action;
@@ -39,7 +39,7 @@ enum class Names
     File,
 };
 
-struct Action
+struct RegAction
 {
     char const * name;
     char const * other; ///< what the platform's own tool calls it
@@ -49,7 +49,7 @@ struct Action
     int (*run)(RegistryRequest const &, Console &);
 };
 
-constexpr Action actions[] = {
+constexpr RegAction regActions[] = {
     {"list", "", Names::Key, false, "KEY", ListRegistry},
     {"query", "", Names::KeyAndValue, false, "KEY [NAME]", QueryRegistry},
     {"get", "", Names::KeyAndValue, false, "KEY [NAME]", GetFromRegistry},
@@ -60,9 +60,9 @@ constexpr Action actions[] = {
     {"watch", "", Names::Key, false, "KEY", WatchRegistry},
 };
 
-Action const & FindAction(std::string const & name)
+RegAction const & FindAction(std::string const & name)
 {
-    for (Action const & action : actions)
+    for (RegAction const & action : regActions)
     {
         if (name == action.name || (!name.empty() && name == action.other))
         {
@@ -76,7 +76,7 @@ Action const & FindAction(std::string const & name)
 class Switches
 {
 public:
-    explicit Switches(Arguments & typed) : arguments(typed) {}
+    explicit Switches(RegArguments & typed) : arguments(typed) {}
 
     void Take()
     {
@@ -153,12 +153,12 @@ private:
         return arguments.words[next++];
     }
 
-    Arguments & arguments;
+    RegArguments & arguments;
     std::size_t next = 0;
 };
 
 /// Gives each word its meaning.
-RegistryRequest RequestOf(Action const & action, Arguments & arguments)
+RegistryRequest RequestOf(RegAction const & action, RegArguments & arguments)
 {
     RegistryRequest request = arguments.request;
     std::vector<std::string> words = arguments.words;
@@ -209,7 +209,7 @@ RegistryRequest RequestOf(Action const & action, Arguments & arguments)
 }
 
 /// `unknown` is what the grammar made nothing of, and the mark in front of words that begin with a dash.
-int Reg(Arguments arguments, std::vector<std::string> const & unknown, Console & console)
+int Reg(RegArguments arguments, std::vector<std::string> const & unknown, Console & console)
 {
     bool isMarked = false;
     for (std::string const & word : unknown)
@@ -229,12 +229,12 @@ int Reg(Arguments arguments, std::vector<std::string> const & unknown, Console &
     {
         Switches(arguments).Take();
     }
-    Action const & action = FindAction(arguments.action);
+    RegAction const & action = FindAction(arguments.action);
     return action.run(RequestOf(action, arguments), console);
 }
 
 /// One argument for each word: a list would take "[x]" for one of its own. The first are shown in the help.
-std::vector<CLI::Option const *> AddWords(CLI::App & reg, Arguments & arguments)
+std::vector<CLI::Option const *> AddWords(CLI::App & reg, RegArguments & arguments)
 {
     constexpr char const * shown[][2] = {
         {"KEY", "The key; import has the file here"},
@@ -253,7 +253,7 @@ std::vector<CLI::Option const *> AddWords(CLI::App & reg, Arguments & arguments)
     return words;
 }
 
-void AddOptions(CLI::App & reg, Arguments & arguments)
+void AddOptions(CLI::App & reg, RegArguments & arguments)
 {
     RegistryRequest & request = arguments.request;
     reg.add_option("-v,--value", arguments.value, "The value's name; NAME is then left out")->type_name("NAME");
@@ -317,7 +317,7 @@ Examples:
 
 Command AddRegCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<RegArguments>();
     arguments->request.separator = "\\0";
     CLI::App * const reg = program.add_subcommand("reg", "Show and change the registry, and its files");
     reg->add_option("ACTION", arguments->action, "What to do, see below")->required();

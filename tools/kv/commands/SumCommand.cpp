@@ -11,7 +11,7 @@ namespace
 {
 
 /// What was asked for on the command line.
-struct Arguments
+struct SumArguments
 {
     SumOptions sums;
     bool hex = false;
@@ -21,7 +21,7 @@ struct Arguments
     SumCheckOptions check;
 };
 
-int Sum(Arguments & arguments, Console & console)
+int Sum(SumArguments & arguments, Console & console)
 {
     if (arguments.checks)
     {
@@ -36,7 +36,7 @@ int Sum(Arguments & arguments, Console & console)
 
 Command AddSumCommand(CLI::App & program)
 {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<SumArguments>();
     CLI::App * const sum = program.add_subcommand("sum", "Print or check MD5 sums of files");
     sum->add_option(
            "FILE", arguments->sums.files, "The files; - is standard input, the default.\nWith --check: lists of sums")

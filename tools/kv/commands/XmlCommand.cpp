@@ -11,14 +11,14 @@ namespace kv::tools
 namespace
 {
 
-struct Action
+struct XmlAction
 {
     char const * name;
     char const * with; ///< what it needs beside the file; null for nothing
     int (*run)(XmlOptions const &, Console &);
 };
 
-constexpr Action actions[] = {
+constexpr XmlAction xmlActions[] = {
     {"format", nullptr, FormatXml},
     {"query", "XPATH", QueryXml},
     {"validate", "SCHEMA", ValidateXml},
@@ -27,7 +27,7 @@ constexpr Action actions[] = {
 
 int Xml(std::string const & name, XmlOptions const & options, Console & console)
 {
-    for (Action const & action : actions)
+    for (XmlAction const & action : xmlActions)
     {
         if (name != action.name)
         {
