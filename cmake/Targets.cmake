@@ -45,14 +45,13 @@ function(kv_precompile target)
     endif()
 endfunction()
 
-# kv_compile_quickly(<target> <level>): for programs whose own code is never what takes the time, other than the
-# library's. What the address sanitizer puts into code is optimised longest and matters least there. The thread
-# sanitizer's calls, unoptimised, stand where no exception may come from, which an exhausted stack's does.
-function(kv_compile_quickly target level)
+# kv_compile_quickly(<target>): for programs whose own code is never what takes the time, other than the library's. What
+# the address sanitizer puts into code is optimised longest and matters least there. The thread sanitizer's calls,
+# unoptimised, stand where no exception may come from, which an exhausted stack's does.
+function(kv_compile_quickly target)
+    set(level -O1)
     if(KVCORE_SANITIZE MATCHES address)
         set(level -O0)
-    elseif(KVCORE_SANITIZE)
-        set(level -O1)
     endif()
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:${level}>)
     if(KVCORE_SANITIZE MATCHES undefined) # checks of every access, which the address sanitizer checks anyway
@@ -99,5 +98,5 @@ function(kv_use_cli11 target)
         target_link_libraries(${target} PUBLIC CLI11::CLI11)
     endif()
     kv_precompile(${target} <kvcore/core/String.h>) # CLI11 itself would cost more than it saves
-    kv_compile_quickly(${target} -O1)
+    kv_compile_quickly(${target})
 endfunction()

@@ -5,23 +5,16 @@
 #include <string>
 
 #include <kvcore/streams/Streams.h>
+#include <support/FailureText.h>
 
 namespace kv::test
 {
 
-/// A failure as text for comparison: the code and the message, or "none".
+/// The failure of a call as text, or "none".
 template <typename Action>
 std::string FailureOf(Action action)
 {
-    try
-    {
-        action();
-    }
-    catch (StreamBase::Exception const & failure)
-    {
-        return std::to_string(failure.code) + ": " + failure.text.Utf8();
-    }
-    return "none";
+    return FailureText(action, &StreamBase::Exception::text);
 }
 
 /// FailureOf of what the failing test streams throw.

@@ -3,23 +3,16 @@
 #include <string>
 
 #include <kvcore/config/XMLParser.h>
+#include <support/FailureText.h>
 
 namespace kv::test
 {
 
-/// A failure as text for comparison: the code and the message, or "none".
+/// The failure of a call as text, or "none".
 template <typename Action>
 std::string XmlFailureOf(Action action)
 {
-    try
-    {
-        action();
-    }
-    catch (XMLParser::Exception const & failure)
-    {
-        return std::to_string(failure.code) + ": " + failure.message.Utf8();
-    }
-    return "none";
+    return FailureText(action, &XMLParser::Exception::message);
 }
 
 } // namespace kv::test
