@@ -88,6 +88,7 @@ DWORD StartRequest(
     overlapped.InternalHigh = 0;
     __atomic_store_n(&overlapped.Internal, static_cast<ULONG_PTR>(STATUS_PENDING), __ATOMIC_RELAXED);
     thread.requests.fetch_add(1, std::memory_order_relaxed);
+    thread.finishRequests = &FinishRequestsOf;
     RequestQueue & queue = file.requests;
     queue.pending.fetch_add(1, std::memory_order_relaxed);
     if (file.type != FileType::Disk)

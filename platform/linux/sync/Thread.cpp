@@ -9,7 +9,6 @@
 #include "Waits.h"
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
-#include <kvcore/platform/linux/overlapped/RequestPool.h>
 
 namespace kv::platform
 {
@@ -26,7 +25,10 @@ struct EndOfThread
     {
         if (Thread * const thread = current)
         {
-            FinishRequestsOf(*thread);
+            if (thread->finishRequests != nullptr)
+            {
+                thread->finishRequests(*thread);
+            }
             current = nullptr; // who still needs one after this gets a new one, which stays for good
             thread->End();
             thread->Release();
