@@ -30,14 +30,29 @@ need_packages() {
         as_root=(sudo)
     fi
     printf 'Installing %s\n' "${missing[*]}"
-    local log
-    log=$(mktemp)
     if [ -z "${kv_lists_updated:-}" ]; then
-        "${as_root[@]}" apt-get update >"$log" 2>&1 || { cat "$log" >&2; fail "apt-get update"; }
+        package_system "${as_root[@]}" apt-get update || fail "apt-get update"
         kv_lists_updated=1
     fi
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" \
-        >"$log" 2>&1 || { cat "$log" >&2; fail "could not install ${missing[*]}"; }
+    package_system "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends \
+        "${missing[@]}" || fail "could not install ${missing[*]}"
+}
+
+# package_system COMMAND...: runs a command of the package system, whose output shows only if it fails. While another
+# program has the package system locked, it says so and tries again, for ten minutes.
+package_system() {
+    local log waited=0
+    log=$(mktemp)
+    while ! "$@" >"$log" 2>&1; do
+        if ! grep -qE 'Could not get lock|Unable to (lock|acquire)|is another process using it' "$log" || [ $waited -ge 600 ]; then
+            cat "$log" >&2
+            rm -f "$log"
+            return 1
+        fi
+        [ $waited -ne 0 ] || printf 'Another program has the package system locked; waiting for it\n'
+        sleep 5
+        waited=$((waited + 5))
+    done
     rm -f "$log"
 }
 
@@ -56,9 +71,24 @@ use_compiler_cache() {
     export CCACHE_SLOPPINESS=pch_defines,time_macros # which headers that are read once need
 }
 
+# show_progress LOG PID: prints each tenth of the way that a build has gone, until the process ends.
+show_progress() {
+    local step=0 now
+    while kill -0 "$2" 2>/dev/null; do
+        sleep 1
+        now=$(tail -c 4096 "$1" 2>/dev/null | tr '\r' '\n' | sed -n 's/^\[\([0-9]*\)\/\([0-9]*\)\].*/\1 \2/p' | tail -n 1 || true)
+        [ -n "$now" ] || continue
+        now=$((10 * ${now% *} / ${now#* }))
+        while [ $step -lt $now ] && [ $step -lt 9 ]; do
+            step=$((step + 1))
+            printf '%d%% ' $((10 * step))
+        done
+    done
+}
+
 # build_preset PRESET TARGET...: configures build/PRESET and builds the targets, or everything if none is named.
 build_preset() {
-    local preset=$1 log=$kv_root/build/$1.log target arguments=()
+    local preset=$1 log=$kv_root/build/$1.log target arguments=() build
     shift
     for target in "$@"; do
         arguments+=(--target "$target")
@@ -66,7 +96,10 @@ build_preset() {
     printf 'Building %s (%s) ... ' "$preset" "${*:-everything}"
     mkdir -p "$kv_root/build"
     local start=$SECONDS
-    if ! (cd "$kv_root" && cmake --preset "$preset" && cmake --build "build/$preset" "${arguments[@]}") >"$log" 2>&1; then
+    (cd "$kv_root" && cmake --preset "$preset" && cmake --build "build/$preset" "${arguments[@]}") >"$log" 2>&1 &
+    build=$!
+    show_progress "$log" $build
+    if ! wait $build; then
         printf 'failed\n'
         tail -n 60 "$log" >&2
         fail "building $preset; the whole log is build/$preset.log"
