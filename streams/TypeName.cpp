@@ -57,7 +57,21 @@ public:
     }
 
 private:
-    bool ReadType(std::string & out);
+    enum class Place
+    {
+        TemplateArgument,
+        Elsewhere
+    };
+
+    /// What the brackets around a declarator are for: "int (*)(char)" or "int (*)[3]".
+    enum class Group
+    {
+        None,
+        Function,
+        Array
+    };
+
+    bool ReadType(std::string & out, Place place = Place::Elsewhere);
     bool ReadBase(std::string & out);
     bool ReadBuiltin(std::string & out);
     bool ReadName(std::string & out);
@@ -65,8 +79,8 @@ private:
     bool ReadArguments(std::string & out);
     bool ReadArgument(std::string & out);
     bool ReadLiteral(std::string & out);
-    bool ReadDeclarator(std::string & out, bool grouped);
-    bool ReadPointers(std::string & out, bool grouped);
+    bool ReadDeclarator(std::string & out, Group group);
+    bool ReadPointers(std::string & out, Group group, int & count);
     bool ReadSuffixes(std::string & out);
     bool ReadParameters(std::string & out);
     bool ReadArgumentAsItStands(std::string & out);
@@ -86,6 +100,7 @@ private:
         return At(",") || At(">") || At(" >");
     }
     bool AtGroup() const;
+    Group GroupAtHand() const;
     bool Take(std::string_view token);
     bool TakeWord(std::string_view word);
     std::string_view PeekIdentifier() const;
@@ -152,7 +167,7 @@ std::size_t SourceFormReader::MatchingBracket(std::size_t open) const
     return std::string_view::npos;
 }
 
-bool SourceFormReader::ReadType(std::string & out)
+bool SourceFormReader::ReadType(std::string & out, Place place)
 {
     if (++depth > maximumDepth)
     {
@@ -164,8 +179,16 @@ bool SourceFormReader::ReadType(std::string & out)
     if (read)
     {
         out += base;
+        std::size_t const unqualified = out.size();
         ReadQualifiers(out, " ");
-        read = ReadDeclarator(out, false);
+        std::size_t const qualified = out.size();
+        read = ReadDeclarator(out, Group::None);
+        // Those compilers print a qualifier with a blank for what follows it, and behind an argument of a template
+        // nothing follows: "pair<int const ,double>". A pointer's own qualifiers come behind the "*", without one.
+        if (place == Place::TemplateArgument && qualified != unqualified && out.size() == qualified)
+        {
+            out += ' ';
+        }
     }
     --depth;
     return read;
@@ -351,7 +374,7 @@ bool SourceFormReader::ReadArgument(std::string & out)
     }
     position = start;
     out.resize(written);
-    if (ReadType(out) && AtArgumentEnd())
+    if (ReadType(out, Place::TemplateArgument) && AtArgumentEnd())
     {
         return true;
     }
@@ -360,7 +383,8 @@ bool SourceFormReader::ReadArgument(std::string & out)
     return ReadArgumentAsItStands(out);
 }
 
-/// A value: "3", "3ul", "-3", "true", "(char)65", "(Color)2", "(int*)0". Written as a plain number.
+/// A value: "3", "3ul", "-3", "true", "(char)65", "(Color)2", "(int*)0". Written as a plain number; a null pointer to a
+/// data member is -1 there, because 0 is the first member's offset.
 bool SourceFormReader::ReadLiteral(std::string & out)
 {
     bool const isTrue = TakeWord("true");
@@ -369,6 +393,7 @@ bool SourceFormReader::ReadLiteral(std::string & out)
         out += isTrue ? '1' : '0';
         return true;
     }
+    bool toMember = false;
     if (At("("))
     {
         std::size_t const close = MatchingBracket(position);
@@ -376,6 +401,7 @@ bool SourceFormReader::ReadLiteral(std::string & out)
         {
             return false;
         }
+        toMember = text.substr(0, close).ends_with("::*");
         position = close + 1;
     }
     bool const negative = Take("-");
@@ -389,6 +415,11 @@ bool SourceFormReader::ReadLiteral(std::string & out)
     while (At("u") || At("l"))
     {
         ++position;
+    }
+    if (toMember && value == 0)
+    {
+        out += "-1";
+        return true;
     }
     // Numbers are stored as signed 64 bits in the names that this form comes from, so the largest come out negative.
     out += std::to_string(static_cast<std::int64_t>(negative ? 0 - value : value));
@@ -439,38 +470,48 @@ bool SourceFormReader::AtGroup() const
     return false;
 }
 
-/// `grouped` inside brackets, where nothing stands in front that a blank would part from.
-bool SourceFormReader::ReadDeclarator(std::string & out, bool grouped)
+SourceFormReader::Group SourceFormReader::GroupAtHand() const
+{
+    std::size_t const close = MatchingBracket(position);
+    std::size_t const next = close == std::string_view::npos ? close : text.find_first_not_of(' ', close + 1);
+    return next != std::string_view::npos && text[next] == '(' ? Group::Function : Group::Array;
+}
+
+bool SourceFormReader::ReadDeclarator(std::string & out, Group group)
 {
     if (++depth > maximumDepth)
     {
         --depth;
         return false;
     }
-    bool read = ReadPointers(out, grouped);
+    int pointers = 0;
+    bool read = ReadPointers(out, group, pointers);
+    // The pointer to a function touches what follows it, every other one has a blank behind it.
+    bool const parted = group != Group::Function || pointers > 1;
     std::size_t const start = position;
     SkipBlanks();
     if (read && AtGroup())
     {
+        Group const innerGroup = GroupAtHand();
         Take("(");
         SkipBlanks();
         bool const toMember = !At("*") && !At("&");
         std::string inner;
         std::string suffixes;
-        read = ReadDeclarator(inner, true) && Take(")") && ReadSuffixes(suffixes);
+        read = ReadDeclarator(inner, innerGroup) && Take(")") && ReadSuffixes(suffixes);
         if (suffixes.starts_with('('))
         {
             bool const plain = !toMember || suffixes.find("...)") != std::string::npos;
             inner.insert(0, plain ? (toMember ? "__cdecl " : "__cdecl") : "__thiscall ");
         }
-        out += grouped ? "(" : " (";
+        out += parted ? " (" : "(";
         out += inner + ')' + suffixes;
     }
     else if (read && (At("(") || At("[")))
     {
         std::string suffixes;
         read = ReadSuffixes(suffixes);
-        out += grouped && suffixes.starts_with('(') ? "" : " ";
+        out += group != Group::None && suffixes.starts_with('(') ? "" : " ";
         out += suffixes.starts_with('(') ? "__cdecl" : "";
         out += suffixes;
     }
@@ -482,9 +523,9 @@ bool SourceFormReader::ReadDeclarator(std::string & out, bool grouped)
     return read;
 }
 
-bool SourceFormReader::ReadPointers(std::string & out, bool grouped)
+bool SourceFormReader::ReadPointers(std::string & out, Group group, int & count)
 {
-    for (bool first = true;; first = false)
+    for (;; ++count)
     {
         std::size_t const start = position;
         SkipBlanks();
@@ -514,9 +555,11 @@ bool SourceFormReader::ReadPointers(std::string & out, bool grouped)
             position = start;
             return true;
         }
-        bool const parted = grouped ? !first && IsIdentifier(out.back()) : true;
-        ReadQualifiers(pointer, grouped ? "" : " ");
-        out.append(parted ? " " : "").append(pointer);
+        bool const toFunction = group == Group::Function && count == 0;
+        bool const behindIt = group == Group::Function && count == 1 && !IsIdentifier(out.back());
+        bool const first = group != Group::None && count == 0;
+        ReadQualifiers(pointer, toFunction ? "" : " ");
+        out.append(first || behindIt ? "" : " ").append(pointer);
     }
 }
 
@@ -571,6 +614,8 @@ bool SourceFormReader::ReadParameters(std::string & out)
         }
         out += ')';
     }
+    // The demangler has the word on either side of the qualifiers.
+    bool const noexceptFirst = Take(" noexcept");
     std::string qualifiers;
     ReadQualifiers(qualifiers, "");
     out += qualifiers.empty() ? "" : qualifiers + ' ';
@@ -584,7 +629,7 @@ bool SourceFormReader::ReadParameters(std::string & out)
     {
         position = start;
     }
-    if (Take(" noexcept"))
+    if (noexceptFirst || Take(" noexcept"))
     {
         out += " noexcept";
     }
@@ -616,12 +661,29 @@ std::string StripTypeName(std::string name)
     return name;
 }
 
+namespace
+{
+
+/// True for an enumeration and for pointers to one: their names have the keyword in front, which stripping leaves.
+bool IsOfEnumeration(std::type_info const & type)
+{
+    std::type_info const * pointee = &type;
+    while (auto const * const pointer = dynamic_cast<abi::__pointer_type_info const *>(pointee))
+    {
+        pointee = pointer->__pointee;
+    }
+    return dynamic_cast<abi::__enum_type_info const *>(pointee) != nullptr;
+}
+
+} // namespace
+
 std::string GetTypeName(std::type_info const & type)
 {
     int status = 0;
     std::unique_ptr<char, void (*)(void *)> const demangled(
         abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
-    return StripTypeName(kv::detail::SourceForm(demangled ? demangled.get() : type.name()));
+    std::string const form = kv::detail::SourceForm(demangled ? demangled.get() : type.name());
+    return StripTypeName(IsOfEnumeration(type) ? "enum " + form : form);
 }
 
 namespace kv::detail

@@ -9,7 +9,8 @@
 /// The name of a type as class identifiers hash it: the source form that the type information of 32-bit x86 Windows
 /// compilers prints, without the words "class " and "struct ". On a compiler whose type information is mangled the form
 /// is rebuilt, so that an identifier is the same on every target: "ns::Map<int,ns::List<__int64> >", "Foo const *",
-/// "Grid<3>".
+/// "Grid<3>", "enum Color". An argument of a template that is const or volatile itself has a blank behind it:
+/// "std::pair<int const ,double>", and "List<Foo * const>" has none, for there the pointer is what is const.
 ///
 /// What a mangled name does not tell is written the way this list says; a class with such a name that must agree with
 /// streams written elsewhere is registered under a stated name (`ObjectFactory::Register`):

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -106,7 +107,7 @@ TEST(TypeName, IsTheSourceFormOnEveryTarget)
         {typeid(TypeNameBox<int *>), "TypeNameBox<int *>"},
         {typeid(TypeNameBox<int **>), "TypeNameBox<int * *>"},
         {typeid(TypeNameBox<Foo const *>), "TypeNameBox<TypeNameFoo const *>"},
-        {typeid(TypeNameBox<Foo const>), "TypeNameBox<TypeNameFoo const>"},
+        {typeid(TypeNameBox<Foo const>), "TypeNameBox<TypeNameFoo const >"},
         {typeid(TypeNameBox<int * const>), "TypeNameBox<int * const>"},
         {typeid(TypeNameBox<Foo const volatile &>), "TypeNameBox<TypeNameFoo const volatile &>"},
         {typeid(TypeNameBox<int &&>), "TypeNameBox<int &&>"},
@@ -152,6 +153,107 @@ TEST(TypeName, IsTheSourceFormOnEveryTarget)
     }
 }
 
+TEST(TypeName, AQualifiedArgumentHasABlankBehindIt)
+{
+    using Foo = TypeNameFoo;
+    using typenames::Hidden;
+    struct
+    {
+        std::type_info const & type;
+        char const * expected;
+    } const cases[] = {
+        {typeid(TypeNameBox<int const>), "TypeNameBox<int const >"},
+        {typeid(TypeNameBox<int volatile>), "TypeNameBox<int volatile >"},
+        {typeid(TypeNameBox<int const volatile>), "TypeNameBox<int const volatile >"},
+        {typeid(TypeNameBox<unsigned long const>), "TypeNameBox<unsigned long const >"},
+        {typeid(TypeNameBox<long long const>), "TypeNameBox<__int64 const >"},
+        {typeid(TypeNameBox<WCHAR const>), "TypeNameBox<wchar_t const >"},
+        {typeid(TypeNameBox<std::nullptr_t const>), "TypeNameBox<std::nullptr_t const >"},
+        {typeid(TypeNameBox<void const>), "TypeNameBox<void const >"},
+        {typeid(TypeNameBox<Foo volatile>), "TypeNameBox<TypeNameFoo volatile >"},
+        {typeid(TypeNameBox<typenames::Inner const>), "TypeNameBox<typenames::Inner const >"},
+        {typeid(TypeNameBox<Hidden const>), "TypeNameBox<typenames::`anonymous namespace'::Hidden const >"},
+        {typeid(TypeNameBox<TypeNameBox<int const> const>), "TypeNameBox<TypeNameBox<int const > const >"},
+        {typeid(TypeNameBox<TypeNameBox<int> const>), "TypeNameBox<TypeNameBox<int> const >"},
+        {typeid(TypeNameBox<TypeNameBox<int const>>), "TypeNameBox<TypeNameBox<int const > >"},
+        {typeid(TypeNameMap<int const, Foo const>), "TypeNameMap<int const ,TypeNameFoo const >"},
+        {typeid(TypeNameMap<int, Foo const, char>), "TypeNameMap<int,TypeNameFoo const ,char>"},
+        {typeid(TypeNameBox<int const>::Part<Foo const>), "TypeNameBox<int const >::Part<TypeNameFoo const >"},
+        {typeid(std::pair<int const, double>), "std::pair<int const ,double>"},
+        {typeid(std::pair<Foo const, int const *>), "std::pair<TypeNameFoo const ,int const *>"},
+        {typeid(std::vector<std::pair<int const, double>>),
+         "std::vector<std::pair<int const ,double>,std::allocator<std::pair<int const ,double> > >"},
+        {typeid(std::map<int, Foo>),
+         "std::map<int,TypeNameFoo,std::less<int>,std::allocator<std::pair<int const ,TypeNameFoo> > >"},
+        {typeid(std::map<Foo const *, int>),
+         "std::map<TypeNameFoo const *,int,std::less<TypeNameFoo const *>,"
+         "std::allocator<std::pair<TypeNameFoo const * const,int> > >"},
+        {typeid(TypeNameBox<TypeNameBox<int const> const &>), "TypeNameBox<TypeNameBox<int const > const &>"},
+        {typeid(TypeNameBox<int TypeNameBox<Foo const>::*>), "TypeNameBox<int TypeNameBox<TypeNameFoo const >::*>"},
+        {typeid(TypeNameBox<int(TypeNameBox<Foo const>)>), "TypeNameBox<int __cdecl(TypeNameBox<TypeNameFoo const >)>"},
+    };
+    for (auto const & c : cases)
+    {
+        EXPECT_EQ(GetTypeName(c.type), c.expected) << c.type.name();
+    }
+}
+
+TEST(TypeName, WhatIsConstBehindAStarOrInFrontOfMoreHasNoBlankBehindIt)
+{
+    using Foo = TypeNameFoo;
+    struct
+    {
+        std::type_info const & type;
+        char const * expected;
+    } const cases[] = {
+        {typeid(TypeNameBox<int const *>), "TypeNameBox<int const *>"},
+        {typeid(TypeNameBox<int const * const>), "TypeNameBox<int const * const>"},
+        {typeid(TypeNameBox<int * volatile>), "TypeNameBox<int * volatile>"},
+        {typeid(TypeNameBox<int * const volatile>), "TypeNameBox<int * const volatile>"},
+        {typeid(TypeNameBox<Foo const * const *>), "TypeNameBox<TypeNameFoo const * const *>"},
+        {typeid(TypeNameBox<Foo const &>), "TypeNameBox<TypeNameFoo const &>"},
+        {typeid(TypeNameBox<Foo const &&>), "TypeNameBox<TypeNameFoo const &&>"},
+        {typeid(TypeNameBox<int * const &>), "TypeNameBox<int * const &>"},
+        {typeid(TypeNameBox<int const Foo::*>), "TypeNameBox<int const TypeNameFoo::*>"},
+        {typeid(TypeNameBox<int Foo::*const>), "TypeNameBox<int TypeNameFoo::* const>"},
+        {typeid(TypeNameBox<int const[3]>), "TypeNameBox<int const [3]>"},
+        {typeid(TypeNameBox<int const[]>), "TypeNameBox<int const [0]>"},
+        {typeid(TypeNameBox<int const(&)[3]>), "TypeNameBox<int const (&)[3]>"},
+        {typeid(TypeNameBox<int const(*)[3]>), "TypeNameBox<int const (*)[3]>"},
+        {typeid(TypeNameBox<Foo const(Foo const &)>), "TypeNameBox<TypeNameFoo const __cdecl(TypeNameFoo const &)>"},
+        {typeid(TypeNameBox<Foo const (*)(int)>), "TypeNameBox<TypeNameFoo const (__cdecl*)(int)>"},
+        {typeid(TypeNameBox<int (*const)(char)>), "TypeNameBox<int (__cdecl*const)(char)>"},
+        {typeid(int const *), "int const *"},
+        {typeid(Foo const *), "TypeNameFoo const *"},
+    };
+    for (auto const & c : cases)
+    {
+        EXPECT_EQ(GetTypeName(c.type), c.expected) << c.type.name();
+    }
+}
+
+TEST(TypeName, EnumerationsHaveTheirKeywordInFrontOfTheirOwnNameOnly)
+{
+    EXPECT_EQ(GetTypeName(typeid(TypeNameColor)), "enum TypeNameColor");
+    EXPECT_EQ(GetTypeName(typeid(TypeNameColor *)), "enum TypeNameColor *");
+    EXPECT_EQ(GetTypeName(typeid(TypeNameColor const * const *)), "enum TypeNameColor const * const *");
+    EXPECT_EQ(kv::detail::CachedTypeName(typeid(TypeNameColor)), "enum TypeNameColor");
+    // What a mangled name does not tell.
+    EXPECT_EQ(GetTypeName(typeid(TypeNameBox<TypeNameColor const>)), "TypeNameBox<TypeNameColor const >");
+}
+
+struct TypeNameHolder
+{
+    int number;
+};
+
+TEST(TypeName, NullPointersAsArgumentsAreTheNumbersThatTheyAreStoredAs)
+{
+    using Holder = TypeNameHolder;
+    EXPECT_EQ(GetTypeName(typeid(TypeNameGrid<static_cast<int *>(nullptr)>)), "TypeNameGrid<0>");
+    EXPECT_EQ(GetTypeName(typeid(TypeNameGrid<static_cast<int Holder::*>(nullptr)>)), "TypeNameGrid<-1>");
+}
+
 TEST(TypeName, SourceFormReadsEveryShapeOfDemangledName)
 {
     Text const cases[] = {
@@ -179,7 +281,17 @@ TEST(TypeName, SourceFormReadsEveryShapeOfDemangledName)
         {"Box<void () const>", "Box<void __cdecl(void)const >"},
         {"Box<void () &&>", "Box<void __cdecl(void)&& >"},
         {"Box<void () noexcept>", "Box<void __cdecl(void) noexcept>"},
-        {"Box<int (*(*)(char)) [3]>", "Box<int (*(__cdecl*)(char))[3]>"},
+        {"Box<int (*(*)(char)) [3]>", "Box<int (* (__cdecl*)(char))[3]>"},
+        {"Box<void (Foo::*)() noexcept const>", "Box<void (__thiscall Foo::*)(void)const  noexcept>"},
+        {"Box<int (**) [3]>", "Box<int (* *)[3]>"},
+        {"Box<int (* const) [3]>", "Box<int (* const)[3]>"},
+        {"Box<int (*(**) [3]) [4]>", "Box<int (* (* *)[3])[4]>"},
+        {"Box<int (***)(char)>", "Box<int (__cdecl** *)(char)>"},
+        {"Box<int (**&)(char)>", "Box<int (__cdecl** &)(char)>"},
+        {"Box<int (** const)(char)>", "Box<int (__cdecl** const)(char)>"},
+        {"Box<int (*(*) [3])(char)>", "Box<int (__cdecl*(*)[3])(char)>"},
+        {"Box<int (** [3])(char)>", "Box<int (__cdecl** [3])(char)>"},
+        {"Box<Foo const, int const* const, char volatile>", "Box<Foo const ,int const * const,char volatile >"},
         {"run(int) const::Local", "run(int)const ::Local"},
         {"main::{lambda(int, char)#1}", "main::{lambda(int, char)#1}"},
         {"Box<main::{lambda(int, char)#1}>", "Box<main::{lambda(int, char)#1}>"},
