@@ -7,10 +7,13 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <typeinfo>
 
 #ifdef __x86_64__
 #    include <tmmintrin.h>
 #endif
+
+#include <kvcore/streams/MemoryStreams.h>
 
 namespace
 {
@@ -141,7 +144,7 @@ bool const vectors = HasVectors();
 // Encodes whole groups: 3 * groups bytes to 4 * groups characters.
 void EncodeGroups(Source source, std::size_t groups, Target target)
 {
-    if (vectors)
+    if (vectors && groups >= 4)
     {
         EncodeGroupsInVectors(source, groups, target);
     }
@@ -150,77 +153,6 @@ void EncodeGroups(Source source, std::size_t groups, Target target)
         EncodeGroupsPlainly(source, groups, target);
     }
 }
-
-// One piece of text for downstream: whole groups, with their line feeds.
-class Piece
-{
-public:
-    static constexpr std::size_t mostGroups = 1024;
-
-    Piece(int groupsOnEachLine, int groupsOnThisLine) : groupsPerLine(groupsOnEachLine), groupCount(groupsOnThisLine) {}
-
-    void Append(Source source, std::size_t groups)
-    {
-        while (groups > 0)
-        {
-            std::size_t const line =
-                groupsPerLine > 0 ? std::min(groups, static_cast<std::size_t>(groupsPerLine - groupCount)) : groups;
-            Target const target{end, static_cast<std::size_t>(text + sizeof text - end)};
-            if (line < 4)
-            {
-                EncodeGroupsPlainly(source, line, target); // too short for vectors
-            }
-            else
-            {
-                EncodeGroups(source, line, target);
-            }
-            source = {source.next + 3 * line, source.readable - 3 * line};
-            end += 4 * line;
-            groups -= line;
-            CountGroups(static_cast<int>(line));
-        }
-    }
-
-    void AppendPadded(Byte const * bytes, int size)
-    {
-        EncodePaddedGroup(bytes, size, end);
-        end += 4;
-        CountGroups(1);
-    }
-
-    char const * Text() const
-    {
-        return text;
-    }
-    int Size() const
-    {
-        return static_cast<int>(end - text);
-    }
-    int GroupCount() const
-    {
-        return groupCount;
-    }
-
-private:
-    void CountGroups(int groups)
-    {
-        if (groupsPerLine > 0)
-        {
-            groupCount += groups;
-            if (groupCount == groupsPerLine)
-            {
-                groupCount = 0;
-                *end++ = '\n';
-            }
-        }
-    }
-
-    int groupsPerLine;
-    int groupCount;
-    // The last 16 let vectors run over the end of the text.
-    char text[5 * mostGroups + 16];
-    char * end = text;
-};
 
 } // namespace
 
@@ -245,44 +177,42 @@ Base64EncodingStream::~Base64EncodingStream() noexcept(false)
             WritePending();
             if (groupCount != 0)
             {
-                char lineFeed = '\n'; // not a literal: a stream below may change it for the length of the call
-                downstream->Write(&lineFeed, 1);
-                groupCount = 0;
+                WriteLineFeed();
             }
         });
 }
 
+// A target sees one write for each group and one for each line feed, so that one that fails has taken what came before
+// and nothing else. All fields change only after the write that they tell of.
 void Base64EncodingStream::Write(char const * data, int size)
 {
     if (size <= 0)
     {
         return;
     }
-    Source source{reinterpret_cast<Byte const *>(data), static_cast<std::size_t>(size)};
-    // All fields change only after the write that they tell of, so that a failed write leaves them as they were.
-    while (static_cast<std::size_t>(pendingSize) + source.readable >= 3)
+    // Below this, finding out what the target is costs more than it saves.
+    constexpr std::size_t leastToGather = 48;
+    MemoryOutputStream * const memory = static_cast<std::size_t>(size) >= leastToGather ? TargetInMemory() : nullptr;
+    Byte const * next = reinterpret_cast<Byte const *>(data);
+    Byte const * const end = next + size;
+    FinishLine();
+    while (pendingSize + (end - next) >= 3)
     {
-        Piece piece(groupsPerLine, groupCount);
-        Source rest = source;
-        std::size_t room = Piece::mostGroups;
-        if (pendingSize > 0)
+        Byte group[3] = {pending[0], pending[1], 0};
+        int const missing = 3 - pendingSize;
+        std::memcpy(group + pendingSize, next, static_cast<std::size_t>(missing));
+        char text[4];
+        EncodeGroup(group, text);
+        WriteGroup(text);
+        next += missing;
+        if (memory != nullptr)
         {
-            Byte group[3] = {pending[0], pending[1], 0};
-            std::size_t const missing = 3 - static_cast<std::size_t>(pendingSize);
-            std::memcpy(group + pendingSize, rest.next, missing);
-            rest = {rest.next + missing, rest.readable - missing};
-            piece.Append({group, 3}, 1);
-            --room;
+            next = WriteIntoMemory(next, end, *memory);
+            FinishLine(); // for which there may have been no room
         }
-        std::size_t const groups = std::min(rest.readable / 3, room);
-        piece.Append(rest, groups);
-        downstream->Write(piece.Text(), piece.Size());
-        groupCount = piece.GroupCount();
-        pendingSize = 0;
-        source = {rest.next + 3 * groups, rest.readable - 3 * groups};
     }
-    std::memcpy(pending + pendingSize, source.next, source.readable);
-    pendingSize += static_cast<int>(source.readable);
+    std::memcpy(pending + pendingSize, next, static_cast<std::size_t>(end - next));
+    pendingSize += static_cast<int>(end - next);
 }
 
 void Base64EncodingStream::FlushSelf()
@@ -292,14 +222,77 @@ void Base64EncodingStream::FlushSelf()
 
 void Base64EncodingStream::WritePending()
 {
+    FinishLine();
     if (pendingSize > 0)
     {
-        Piece piece(groupsPerLine, groupCount);
-        piece.AppendPadded(pending, pendingSize);
-        downstream->Write(piece.Text(), piece.Size());
-        groupCount = piece.GroupCount();
-        pendingSize = 0;
+        char text[4];
+        EncodePaddedGroup(pending, pendingSize, text);
+        WriteGroup(text);
     }
+}
+
+// Writes the group that ends with what is pending.
+void Base64EncodingStream::WriteGroup(char const * text)
+{
+    downstream->Write(text, 4);
+    pendingSize = 0;
+    if (groupsPerLine > 0)
+    {
+        ++groupCount;
+        FinishLine();
+    }
+}
+
+// A line is full between its last group and its line feed alone, and so after a line feed that the target refused:
+// that one comes first in whatever is written next.
+void Base64EncodingStream::FinishLine()
+{
+    if (groupsPerLine > 0 && groupCount == groupsPerLine)
+    {
+        WriteLineFeed();
+    }
+}
+
+void Base64EncodingStream::WriteLineFeed()
+{
+    char lineFeed = '\n'; // not a literal: a stream below may change it for the length of the call
+    downstream->Write(&lineFeed, 1);
+    groupCount = 0;
+}
+
+// The target if it is memory of the library and of no derived class, which would see the writes.
+MemoryOutputStream * Base64EncodingStream::TargetInMemory() const
+{
+    OutputStream & target = *downstream;
+    return typeid(target) == typeid(MemoryOutputStream) ? static_cast<MemoryOutputStream *>(&target) : nullptr;
+}
+
+// Encodes as many groups as have room in what the memory has allocated already, where no write could fail and nobody
+// can tell one write from many. Returns the first byte that is left.
+unsigned char const * Base64EncodingStream::WriteIntoMemory(
+    unsigned char const * next, unsigned char const * end, MemoryOutputStream & memory)
+{
+    Target target = {nullptr, 0};
+    target.next = memory.Room(target.writable);
+    char const * const start = target.next;
+    Source source = {next, static_cast<std::size_t>(end - next)};
+    while (source.readable >= 3 && target.writable >= 4 && (groupsPerLine == 0 || groupCount < groupsPerLine))
+    {
+        std::size_t groups = std::min(source.readable / 3, target.writable / 4);
+        groups = groupsPerLine > 0 ? std::min(groups, static_cast<std::size_t>(groupsPerLine - groupCount)) : groups;
+        EncodeGroups(source, groups, target);
+        source = {source.next + 3 * groups, source.readable - 3 * groups};
+        target = {target.next + 4 * groups, target.writable - 4 * groups};
+        groupCount += groupsPerLine > 0 ? static_cast<int>(groups) : 0;
+        if (groupsPerLine > 0 && groupCount == groupsPerLine && target.writable > 0)
+        {
+            *target.next = '\n';
+            target = {target.next + 1, target.writable - 1};
+            groupCount = 0;
+        }
+    }
+    memory.Commit(static_cast<std::size_t>(target.next - start));
+    return source.next;
 }
 
 int Base64EncodingStream::Base64MemoryEncodedSize(int size)

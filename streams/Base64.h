@@ -4,14 +4,16 @@
 #include <kvcore/streams/LastWrite.h>
 #include <kvcore/streams/Streams.h>
 
+class MemoryOutputStream;
+
 /// Turns a byte stream into Base64 text (RFC 4648, with "=" padding), with or without line breaks.
 ///
 /// Up to two bytes are held back until their group of three is complete. A flush closes the group with padding, also
 /// in the middle of the text; Base64DecodingStream copes with that.
 ///
-/// The text of one Write goes downstream in few pieces. After a failure downstream the stream stands as if only the
-/// bytes of the pieces before had been written, so a Write that failed at its first piece (up to 3,072 bytes) can be
-/// repeated.
+/// Each group of four characters is one write downstream, and each line feed another. After a failure downstream the
+/// stream has taken the bytes of the groups before, and none from the group that failed on: a Write that completes one
+/// group at most can be repeated. A line feed that failed is the first thing that the next call writes.
 class KVCORE_API Base64EncodingStream : public OutputStream
 {
 public:
@@ -39,6 +41,12 @@ protected:
 
 private:
     void WritePending();
+    void WriteGroup(char const * text);
+    void FinishLine();
+    void WriteLineFeed();
+    MemoryOutputStream * TargetInMemory() const;
+    unsigned char const *
+    WriteIntoMemory(unsigned char const * next, unsigned char const * end, MemoryOutputStream & memory);
 
     int groupsPerLine; // 0 for no line breaks
     int groupCount;    // on the current line

@@ -72,6 +72,18 @@ private:
         free -= size;
         return true;
     }
+    // What can be appended without an allocation, for those who make their bytes in place, and what they have made.
+    char * Room(std::size_t & size)
+    {
+        size = static_cast<std::size_t>(free < INT_MAX - total ? free : INT_MAX - total);
+        return end;
+    }
+    void Commit(std::size_t size)
+    {
+        end += size;
+        total += static_cast<int>(size);
+        free -= static_cast<int>(size);
+    }
     void AppendAcrossChunks(char const * data, int size);
     void AddChunk(int capacity);
     template <typename Visitor>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include <kvcore/platform/export.h>
@@ -23,6 +24,17 @@ public:
     std::string GetContent();
 
 private:
+    friend class Base64EncodingStream;
+
+    char * Room(std::size_t & size)
+    {
+        return blocks.Room(size);
+    }
+    void Commit(std::size_t size)
+    {
+        blocks.Commit(size);
+    }
+
     MemoryBlockVector blocks;
 };
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include <kvcore/streams/MemoryStreams.h>
 
@@ -297,13 +298,145 @@ TEST(Base64Encoding, AFailedWriteCanBeRepeatedWithBytesHeldBack)
     EXPECT_EQ(target.Content(), "YWJj\nZA==\n");
 }
 
-TEST(Base64Encoding, SixtyFourKibibytesGoDownstreamInFewWrites)
+namespace
 {
-    RecordingOutputStream target;
-    Base64EncodingStream stream(target, 76);
-    std::string const data = RandomBytes(0x10000);
-    stream.Write(data.data(), 0x10000);
-    EXPECT_LE(target.writes.size(), 22u);
+
+// The writes that a text is made of: each group of four characters, and each line feed.
+std::vector<std::string> GroupsOf(std::string const & text)
+{
+    std::vector<std::string> writes;
+    for (std::size_t at = 0; at < text.size(); at += writes.back().size())
+    {
+        writes.push_back(text.substr(at, text[at] == '\n' ? 1 : 4));
+    }
+    return writes;
+}
+
+// Derived classes see every write, whatever memory they stand on.
+class WatchedMemory : public MemoryOutputStream
+{
+public:
+    void Write(char const * data, int size) override
+    {
+        writes.emplace_back(data, static_cast<std::size_t>(size));
+        MemoryOutputStream::Write(data, size);
+    }
+
+    std::vector<std::string> writes;
+};
+
+} // namespace
+
+TEST(Base64Encoding, EachGroupAndEachLineFeedIsAWrite)
+{
+    std::string const data = RandomBytes(20000);
+    for (int const width : {-1, 4, 8, 76})
+    {
+        std::vector<std::string> const expected = GroupsOf(StreamEncode(data, width));
+        for (std::size_t const piece : {std::size_t(1), std::size_t(3), std::size_t(100), data.size()})
+        {
+            RecordingOutputStream target;
+            WatchedMemory memory;
+            {
+                Base64EncodingStream stream(target, width);
+                Base64EncodingStream intoMemory(memory, width);
+                for (std::size_t at = 0; at < data.size(); at += piece)
+                {
+                    int const size = static_cast<int>(std::min(piece, data.size() - at));
+                    stream.Write(data.data() + at, size);
+                    intoMemory.Write(data.data() + at, size);
+                }
+            }
+            EXPECT_TRUE(target.writes == expected) << width << ' ' << piece;
+            EXPECT_TRUE(memory.writes == expected) << width << ' ' << piece;
+        }
+    }
+}
+
+TEST(Base64Encoding, ATargetThatFailsHasTakenWhatCameBeforeAndTheRestCanFollow)
+{
+    std::string const data = RandomBytes(301);
+    for (int const width : {-1, 4, 8, 76})
+    {
+        std::vector<std::string> const expected = GroupsOf(StreamEncode(data, width));
+        for (int call = 1; call <= static_cast<int>(expected.size()); ++call)
+        {
+            FailingOutputStream target(call);
+            auto stream = std::make_unique<Base64EncodingStream>(target, width);
+            std::string const first = FailureOf([&] { stream->Write(data.data(), 301); });
+            std::vector<std::string> const before(expected.begin(), expected.begin() + call - 1);
+            // The last group is padded and comes with the destructor, like the line feed of a line that is not full.
+            bool const atEnd = target.failures == 0;
+            EXPECT_EQ(first, atEnd ? "none" : testFailure) << width << ' ' << call;
+            EXPECT_TRUE(atEnd || target.writes == before) << width << ' ' << call;
+            if (atEnd)
+            {
+                EXPECT_EQ(FailureOf([&] { delete stream.release(); }), testFailure) << width << ' ' << call;
+                EXPECT_TRUE(target.writes == before) << width << ' ' << call;
+                continue;
+            }
+            std::size_t taken = 0;
+            for (std::string const & write : before)
+            {
+                taken += write == "\n" ? 0 : 3;
+            }
+            stream->Write(data.data() + taken, static_cast<int>(data.size() - taken));
+            delete stream.release();
+            EXPECT_TRUE(target.writes == expected) << width << ' ' << call;
+        }
+    }
+}
+
+TEST(Base64Encoding, ALineFeedThatFailedComesFirstInWhateverIsWrittenNext)
+{
+    enum class Next
+    {
+        Write,
+        Flush,
+        Destructor
+    };
+    for (Next const next : {Next::Write, Next::Flush, Next::Destructor})
+    {
+        FailingOutputStream target(2);
+        {
+            Base64EncodingStream stream(target, 4);
+            EXPECT_EQ(FailureOf([&] { stream.Write("abc", 3); }), testFailure);
+            EXPECT_EQ(target.Content(), "YWJj");
+            if (next == Next::Write)
+            {
+                stream.Write("d", 1);
+                EXPECT_EQ(target.Content(), "YWJj\n");
+            }
+            else if (next == Next::Flush)
+            {
+                target.Flush();
+                EXPECT_EQ(target.Content(), "YWJj\n");
+            }
+        }
+        EXPECT_EQ(target.Content(), next == Next::Write ? "YWJj\nZA==\n" : "YWJj\n");
+    }
+}
+
+TEST(Base64Encoding, IntoMemoryIsTheSameTextForAnyStateOfTheMemory)
+{
+    std::string const data = RandomBytes(20000);
+    for (int const width : {-1, 4, 8, 76})
+    {
+        std::string const expected = StreamEncode(data, width);
+        for (int used = 4080; used <= 4100; ++used)
+        {
+            MemoryOutputStream target;
+            std::string const before(static_cast<std::size_t>(used), '-');
+            target.Write(before.data(), used);
+            {
+                Base64EncodingStream stream(target, width);
+                stream.Write(data.data(), 1);
+                stream.Write(data.data() + 1, 9999);
+                stream.Write(data.data() + 10000, 10000);
+            }
+            EXPECT_TRUE(target.GetContent() == before + expected) << width << ' ' << used;
+        }
+    }
 }
 
 namespace
