@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 #include <kvcore/platform/export.h>
 #include <kvcore/platform/types.h>
 
@@ -45,9 +47,7 @@ public:
     constexpr Point() : tagPOINT{0, 0} {}
     constexpr Point(int pointX, int pointY) : tagPOINT{pointX, pointY} {}
     /// Both coordinates in 32 bits, as messages carry them: x in the low half, y in the high one, each with a sign.
-    explicit constexpr Point(unsigned int packed) : tagPOINT{kv::detail::LowWord(packed), kv::detail::HighWord(packed)}
-    {
-    }
+    constexpr Point(unsigned int packed) : tagPOINT{kv::detail::LowWord(packed), kv::detail::HighWord(packed)} {}
     constexpr Point(tagPOINT const & point) : tagPOINT(point) {}
     /// The place at this distance from (0, 0).
     constexpr Point(tagSIZE const & size) : tagPOINT{size.cx, size.cy} {}
@@ -125,7 +125,7 @@ public:
     constexpr Size() : tagSIZE{0, 0} {}
     constexpr Size(int sizeX, int sizeY) : tagSIZE{sizeX, sizeY} {}
     /// Both extents in 32 bits: cx in the low half, cy in the high one, each with a sign.
-    explicit constexpr Size(unsigned int packed) : tagSIZE{kv::detail::LowWord(packed), kv::detail::HighWord(packed)} {}
+    constexpr Size(unsigned int packed) : tagSIZE{kv::detail::LowWord(packed), kv::detail::HighWord(packed)} {}
     constexpr Size(tagSIZE const & size) : tagSIZE(size) {}
     /// The distance of a place from (0, 0).
     constexpr Size(tagPOINT const & point) : tagSIZE{point.x, point.y} {}
@@ -178,6 +178,28 @@ public:
         return Size() -= *this;
     }
 };
+
+namespace kv::detail
+{
+
+template <typename T, typename... U>
+constexpr bool isOneOf = (std::is_same_v<T, U> || ...);
+
+/// What is compared as a pair of numbers. One of the two is a class of ours; records of the system have no operators.
+template <typename A, typename B>
+concept ComparablePairs = isOneOf<A, Point, Size, tagPOINT, tagSIZE> && isOneOf<B, Point, Size, tagPOINT, tagSIZE> &&
+    (isOneOf<A, Point, Size> || isOneOf<B, Point, Size>);
+
+} // namespace kv::detail
+
+/// Points compare with sizes as they convert to one another, member by member. A template, because it fits every
+/// combination exactly: by conversions, either side could become the other's class.
+template <typename A, typename B>
+requires kv::detail::ComparablePairs<A, B>
+constexpr bool operator==(A const & a, B const & b)
+{
+    return Point(a) == Point(b);
+}
 
 /// A rectangle: left, top, right, bottom. Laid out as the system's RECT, and one itself.
 ///
@@ -275,6 +297,10 @@ public:
     {
         return !(*this == other);
     }
+    friend constexpr bool operator==(tagRECT const & a, Rect const & b)
+    {
+        return b == a;
+    }
     /// Swaps the edges that are the wrong way round.
     void NormalizeRect();
 
@@ -306,6 +332,11 @@ public:
     {
         InflateRect(*amounts);
     }
+    /// The same: a rectangle is a pointer to its record, too.
+    void operator+=(Rect const & amounts)
+    {
+        InflateRect(amounts);
+    }
 
     /// InflateRect the other way.
     void DeflateRect(int dx, int dy)
@@ -329,6 +360,10 @@ public:
     void operator-=(tagRECT const * amounts)
     {
         DeflateRect(*amounts);
+    }
+    void operator-=(Rect const & amounts)
+    {
+        DeflateRect(amounts);
     }
 
     /// Moves the rectangle.
@@ -423,12 +458,25 @@ public:
         result += amounts;
         return result;
     }
+    Rect operator+(Rect const & amounts) const
+    {
+        return *this + static_cast<tagRECT const *>(amounts);
+    }
     /// Kept: deflated, in the same way.
     Rect operator-(tagRECT const * amounts) const
     {
         Rect result(*this);
         result -= amounts;
         return result;
+    }
+    /// Without these the difference of two pointers, which a rectangle converts to, would fit as well.
+    Rect operator-(tagRECT * amounts) const
+    {
+        return *this - static_cast<tagRECT const *>(amounts);
+    }
+    Rect operator-(Rect const & amounts) const
+    {
+        return *this - static_cast<tagRECT const *>(amounts);
     }
 
     /// Every member times `multiplier`, divided by `divisor`, rounded to the nearest with halves away from zero. -1

@@ -24,7 +24,9 @@ public:
     std::string GetContent();
 
 private:
+    // Filters that make many small writes, none of which can be seen here or can fail where there is room already.
     friend class Base64EncodingStream;
+    friend class SerializingOutputStream;
 
     char * Room(std::size_t & size)
     {
@@ -33,6 +35,11 @@ private:
     void Commit(std::size_t size)
     {
         blocks.Commit(size);
+    }
+
+    bool AppendWithoutAllocation(char const * data, int size)
+    {
+        return blocks.AppendToLastChunk(data, size);
     }
 
     MemoryBlockVector blocks;

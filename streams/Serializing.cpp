@@ -1,10 +1,12 @@
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <typeinfo>
 #include <utility>
 
 #include <kvcore/platform/StackSpace.h>
 #include <kvcore/platform/types.h>
+#include <kvcore/streams/MemoryStreams.h>
 #include <kvcore/streams/Serializing.h>
 
 namespace
@@ -35,6 +37,15 @@ void RequireStack()
         Fail(TEXT("Objects nested too deep in stream"));
     }
 }
+
+/// The fields in front of an object's own, as they lie one behind the other in a stream.
+struct Header
+{
+    int id;
+    short version;
+};
+constexpr int headerSize = offsetof(Header, version) + sizeof(short);
+static_assert(headerSize == 6);
 
 /// The operations of method objects take objects that they leave as they are without const.
 IUnknown * AsUnknown(ISerializable const & object)
@@ -94,10 +105,11 @@ void SerializingOutputStream::Write(ISerializable const & object)
     }
     RequireStack();
     short const version = object.GetVersion();
-    char header[sizeof(int) + sizeof(short)];
-    std::memcpy(header, &writtenClass.id, sizeof(int));
-    std::memcpy(header + sizeof(int), &version, sizeof(short));
-    Write(header, sizeof(header));
+    Header const header = {writtenClass.id, version};
+    if (!AppendToMemory(&header, headerSize))
+    {
+        *this << writtenClass.id << version;
+    }
     object.Write(*this);
 }
 
@@ -161,7 +173,19 @@ void SerializingOutputStream::WriteCommand(int command, int number)
 {
     int const record[] = {commandMarker, command, number};
     static_assert(sizeof(record) == 12);
-    Write(reinterpret_cast<char const *>(record), sizeof(record));
+    if (!AppendToMemory(record, sizeof(record)))
+    {
+        *this << commandMarker << command << number;
+    }
+}
+
+/// Each field of a record is one write for whatever stands below. Memory of the library is no derived class that would
+/// see it, and where it has room already no write can fail, so nobody can tell one from many.
+bool SerializingOutputStream::AppendToMemory(void const * record, int size)
+{
+    OutputStream & target = *downstream;
+    return typeid(target) == typeid(MemoryOutputStream) && typeid(*this) == typeid(SerializingOutputStream) &&
+        static_cast<MemoryOutputStream &>(target).AppendWithoutAllocation(static_cast<char const *>(record), size);
 }
 
 void SerializingOutputStream::WriteRef(ISerializable const * object)
@@ -471,9 +495,9 @@ ISerializable * SerializingInputStream::ReadRef(bool & owned)
 {
     owned = false;
     int const number = static_cast<int>(objectCount++);
-    int command[2];
-    Read(reinterpret_cast<char *>(command), sizeof(command));
-    if (command[0] != commandMarker || command[1] != referenceCommand)
+    int const marker = ReadNumber();
+    int const command = ReadNumber();
+    if (marker != commandMarker || command != referenceCommand)
     {
         Fail(TEXT("Next stream object is not a reference"));
     }

@@ -139,6 +139,7 @@ private:
     kv::detail::WrittenValue const * FindEqual(WrittenClass const & writtenClass, ISerializable const & object) const;
     void KeepValue(WrittenClass & writtenClass, ISerializable const & object, int number);
     void WriteCommand(int command, int number);
+    bool AppendToMemory(void const * record, int size);
 
     IObjectFactory const * const factory;
     std::uint32_t objectCount;

@@ -448,3 +448,178 @@ TEST(XRect, InflatesAndDeflates)
     EXPECT_EQ(XSize<double>(1.0, 1.0).width, 1.0);
     static_assert(sizeof(XSize<double>) == 16 && sizeof(XRect<double>) == 32);
 }
+
+namespace
+{
+
+/// Both operators with each side as a variable, a constant and a temporary, since a conversion to a pointer fits a
+/// variable better than a constant.
+template <typename A, typename B>
+void ExpectCompares(A a, B b, bool equal)
+{
+    A const & constantA = a;
+    B const & constantB = b;
+    EXPECT_EQ(a == b, equal);
+    EXPECT_EQ(constantA == b, equal);
+    EXPECT_EQ(a == constantB, equal);
+    EXPECT_EQ(constantA == constantB, equal);
+    EXPECT_EQ(A(a) == B(b), equal);
+    EXPECT_EQ(a != b, !equal);
+    EXPECT_EQ(constantA != b, !equal);
+    EXPECT_EQ(a != constantB, !equal);
+    EXPECT_EQ(constantA != constantB, !equal);
+    EXPECT_EQ(A(a) != B(b), !equal);
+    static_assert(std::is_same_v<decltype(a == b), bool> && std::is_same_v<decltype(constantA != constantB), bool>);
+}
+
+template <typename A, typename B>
+void ExpectComparesAsPairs()
+{
+    ExpectCompares(A{1, 2}, B{1, 2}, true);
+    ExpectCompares(A{1, 2}, B{1, 3}, false);
+    ExpectCompares(A{1, 2}, B{3, 2}, false);
+    ExpectCompares(A{2, 1}, B{1, 2}, false);
+}
+
+/// `a` op `b` in all forms: `sum` and `difference` are of A's class.
+template <typename A, typename B>
+void ExpectAdds(A a, B b, A const & sum, A const & difference)
+{
+    A const & constantA = a;
+    B const & constantB = b;
+    static_assert(std::is_same_v<decltype(a + b), A> && std::is_same_v<decltype(a - b), A>);
+    static_assert(std::is_same_v<decltype(constantA + constantB), A>);
+    static_assert(std::is_same_v<decltype(constantA - constantB), A>);
+    EXPECT_EQ(a + b, sum);
+    EXPECT_EQ(constantA + b, sum);
+    EXPECT_EQ(a + constantB, sum);
+    EXPECT_EQ(constantA + constantB, sum);
+    EXPECT_EQ(A(a) + B(b), sum);
+    EXPECT_EQ(a - b, difference);
+    EXPECT_EQ(constantA - b, difference);
+    EXPECT_EQ(a - constantB, difference);
+    EXPECT_EQ(constantA - constantB, difference);
+    EXPECT_EQ(A(a) - B(b), difference);
+    A changed = a;
+    changed += b;
+    EXPECT_EQ(changed, sum);
+    changed = a;
+    changed += constantB;
+    EXPECT_EQ(changed, sum);
+    changed = a;
+    changed -= b;
+    EXPECT_EQ(changed, difference);
+    changed = a;
+    changed -= constantB;
+    EXPECT_EQ(changed, difference);
+}
+
+} // namespace
+
+TEST(Geometry, EveryPairComparesWithEveryOther)
+{
+    ExpectComparesAsPairs<Point, Point>();
+    ExpectComparesAsPairs<Point, tagPOINT>();
+    ExpectComparesAsPairs<Point, Size>();
+    ExpectComparesAsPairs<Point, tagSIZE>();
+    ExpectComparesAsPairs<Size, Point>();
+    ExpectComparesAsPairs<Size, tagPOINT>();
+    ExpectComparesAsPairs<Size, Size>();
+    ExpectComparesAsPairs<Size, tagSIZE>();
+    ExpectComparesAsPairs<tagPOINT, Point>();
+    ExpectComparesAsPairs<tagPOINT, Size>();
+    ExpectComparesAsPairs<tagSIZE, Point>();
+    ExpectComparesAsPairs<tagSIZE, Size>();
+    static_assert(Point(1, 2) == Size(1, 2) && Point(1, 2) != Size(2, 1));
+}
+
+TEST(Geometry, RectanglesCompareWithRecords)
+{
+    for (tagRECT const & other :
+         {tagRECT{1, 2, 3, 4}, tagRECT{0, 2, 3, 4}, tagRECT{1, 0, 3, 4}, tagRECT{1, 2, 0, 4}, tagRECT{1, 2, 3, 0}})
+    {
+        bool const equal = other.left == 1 && other.top == 2 && other.right == 3 && other.bottom == 4;
+        ExpectCompares(Rect(1, 2, 3, 4), other, equal);
+        ExpectCompares(other, Rect(1, 2, 3, 4), equal);
+        ExpectCompares(Rect(1, 2, 3, 4), Rect(other), equal);
+    }
+}
+
+TEST(Geometry, PackedValuesConvert)
+{
+    unsigned int const value = 0xFFFF0001;
+    Point point = value;
+    Size size = value;
+    EXPECT_EQ(point, Point(1, -1));
+    EXPECT_EQ(size, Size(1, -1));
+    point = 0x00020003u;
+    size = 0x00020003u;
+    EXPECT_EQ(point, Point(3, 2));
+    EXPECT_EQ(size, Size(3, 2));
+    EXPECT_EQ(point, 0x00020003u);
+    EXPECT_EQ(0x00020003u, size);
+    DWORD const position = 0x00050004;
+    auto const sumOf = [](Point place) { return place.x + place.y; };
+    EXPECT_EQ(sumOf(position), 9);
+    EXPECT_EQ(sumOf(value), 0);
+}
+
+TEST(Geometry, PairsAddAsTheyConvert)
+{
+    ExpectAdds(Point(10, 20), Point(1, 2), Point(11, 22), Point(9, 18));
+    ExpectAdds(Point(10, 20), tagPOINT{1, 2}, Point(11, 22), Point(9, 18));
+    ExpectAdds(Point(10, 20), Size(1, 2), Point(11, 22), Point(9, 18));
+    ExpectAdds(Point(10, 20), tagSIZE{1, 2}, Point(11, 22), Point(9, 18));
+    ExpectAdds(Size(10, 20), Size(1, 2), Size(11, 22), Size(9, 18));
+    ExpectAdds(Size(10, 20), tagSIZE{1, 2}, Size(11, 22), Size(9, 18));
+    Point point = Size(1, 2);
+    Size size = Point(3, 4);
+    point = size;
+    EXPECT_EQ(point, Point(3, 4));
+    size = Point(5, 6);
+    EXPECT_EQ(size, Size(5, 6));
+    static_assert(std::is_same_v<decltype(-point), Point> && std::is_same_v<decltype(-size), Size>);
+}
+
+TEST(Geometry, RectanglesMoveByPairsAndGrowByRectangles)
+{
+    Rect const rect(10, 20, 30, 40);
+    Rect const right(11, 22, 31, 42);
+    Rect const left(9, 18, 29, 38);
+    ExpectAdds(rect, Point(1, 2), right, left);
+    ExpectAdds(rect, tagPOINT{1, 2}, right, left);
+    ExpectAdds(rect, Size(1, 2), right, left);
+    ExpectAdds(rect, tagSIZE{1, 2}, right, left);
+
+    Rect const inflated(9, 18, 33, 44);
+    Rect const deflated(11, 22, 27, 36);
+    Rect amounts(1, 2, 3, 4);
+    tagRECT record = amounts;
+    ExpectAdds(rect, amounts, inflated, deflated);
+    ExpectAdds<Rect, tagRECT *>(rect, &record, inflated, deflated);
+    ExpectAdds<Rect, tagRECT const *>(rect, &record, inflated, deflated);
+    ExpectAdds<Rect, Rect *>(rect, &amounts, inflated, deflated);
+    ExpectAdds<Rect, Rect const *>(rect, &amounts, inflated, deflated);
+    EXPECT_EQ(rect - &record, deflated);
+    EXPECT_EQ(rect + &record, inflated);
+    tagRECT const several[] = {record};
+    EXPECT_EQ(rect - several, deflated);
+}
+
+TEST(Geometry, RectanglesCombineWithRectanglesAndRecords)
+{
+    Rect rect(0, 0, 10, 10);
+    tagRECT const record{5, 5, 15, 15};
+    static_assert(std::is_same_v<decltype(rect & record), Rect> && std::is_same_v<decltype(rect | Rect()), Rect>);
+    EXPECT_EQ(rect & record, Rect(5, 5, 10, 10));
+    EXPECT_EQ(rect & Rect(record), Rect(5, 5, 10, 10));
+    EXPECT_EQ(rect | record, Rect(0, 0, 15, 15));
+    EXPECT_EQ(rect | Rect(record), Rect(0, 0, 15, 15));
+    rect |= record;
+    rect &= Rect(1, 1, 100, 100);
+    EXPECT_EQ(rect, Rect(1, 1, 15, 15));
+    Rect joined = &record;
+    EXPECT_TRUE(joined.UnionRect(rect, &record));
+    EXPECT_TRUE(joined.SubtractRect(joined, Rect(0, 0, 100, 2)));
+    EXPECT_EQ(joined, Rect(1, 2, 15, 15));
+}

@@ -8,6 +8,7 @@
 #include <kvcore/streams/Serializing.h>
 #include <support/SerializingObjects.h>
 #include <support/StreamFailure.h>
+#include <support/TestStreams.h>
 
 // What the writer puts out, byte by byte, and that the reader takes it back.
 
@@ -16,6 +17,8 @@ namespace
 
 using kv::test::FailureOf;
 using kv::test::InHex;
+using kv::test::RecordingInputStream;
+using kv::test::RecordingOutputStream;
 using kv::test::RegisterSerialObjects;
 using kv::test::StreamBytes;
 
@@ -102,6 +105,50 @@ TEST_F(SerializingFormat, PageWithItemsTakesFiftyBytes)
     EXPECT_EQ(page->itemB->number, 2);
     EXPECT_EQ(page->again, page->itemB);
     page->Release();
+}
+
+TEST_F(SerializingFormat, EachFieldIsAWriteAndARead)
+{
+    RecordingOutputStream target;
+    {
+        SerialItem object(5);
+        SerialColor first;
+        SerialColor second;
+        SerializingOutputStream stream(factory, target);
+        stream.Write(object);
+        stream.WriteRef(&object);
+        stream.WriteRef(&object);
+        stream.WriteRef(nullptr);
+        stream.Write(first);
+        stream.Write(second);
+    }
+    std::vector<std::size_t> sizes;
+    for (std::string const & write : target.writes)
+    {
+        sizes.push_back(write.size());
+    }
+    std::vector<std::size_t> const expected = {
+        4, 2, 2,          // class, version, number
+        4, 4, 4, 4, 2, 2, // marker, command, index and the object
+        4, 4, 4,          // the same pointer
+        4, 4, 4,          // null
+        4, 2, 4,          // a value
+        4, 4, 4,          // which repeats
+    };
+    EXPECT_EQ(sizes, expected);
+
+    RecordingInputStream source(target.Content());
+    SerializingInputStream stream(factory, source);
+    SerialItem object;
+    SerialColor value;
+    stream.Read(object);
+    ISerializable * const referred = stream.ReadRef();
+    EXPECT_EQ(stream.ReadRef(), referred);
+    EXPECT_EQ(stream.ReadRef(), nullptr);
+    stream.Read(value);
+    stream.Read(value);
+    EXPECT_EQ(source.reads, std::vector<int>(expected.begin(), expected.end()));
+    referred->Release();
 }
 
 TEST_F(SerializingFormat, NullReferenceHasIndexMinusOneFirstAndZeroLater)
