@@ -117,13 +117,13 @@ extern "C"
     /// ERROR_DIRECTORY for a file, ERROR_FILE_NOT_FOUND if it is missing.
     KVCORE_API BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path);
 
-    /// The directory for temporary files, a separator at its end: that of the environment ($TMPDIR), else /tmp. It is
-    /// not looked for. Lengths as above.
+    /// The directory for temporary files, a separator at its end: that of the environment ($TMPDIR), which is not
+    /// looked for, else one of the user's own on C:, which is made if it is missing. Lengths as above.
     KVCORE_API DWORD WINAPI GetTempPathW(DWORD capacity, LPWSTR buffer);
     /// Names a file in `path`, of up to 3 letters of `prefix`, a hexadecimal number and ".tmp", into `target`, which
-    /// holds 260 elements. With `unique` 0 the number is the first free one, the file is created, empty, and the number
-    /// given; else the low 16 bits of `unique` are used and nothing is created. 0 with ERROR_DIRECTORY if `path` is no
-    /// directory, ERROR_BUFFER_OVERFLOW if the name would not fit.
+    /// holds 260 elements. With `unique` 0 the number is the first free one, the file is created, empty and its owner's
+    /// alone, and the number given; else the low 16 bits of `unique` are used and nothing is created. 0 with
+    /// ERROR_DIRECTORY if `path` is no directory, ERROR_BUFFER_OVERFLOW if the name would not fit.
     KVCORE_API UINT WINAPI GetTempFileNameW(LPCWSTR path, LPCWSTR prefix, UINT unique, LPWSTR target);
 
     /// FILE_ATTRIBUTE_DIRECTORY, or ARCHIVE for files; READONLY if nobody may write; HIDDEN if the name begins with a

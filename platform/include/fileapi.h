@@ -135,7 +135,8 @@ extern "C"
     /// else ERROR_SHARING_VIOLATION. This holds between the handles of a process, and between processes where the file
     /// system keeps locks for open files; it does not hold against programs that know nothing of it.
     ///
-    /// FILE_ATTRIBUTE_READONLY makes a new file read-only; other attributes are not kept. FILE_FLAG_DELETE_ON_CLOSE
+    /// FILE_ATTRIBUTE_READONLY makes a new file read-only, FILE_ATTRIBUTE_TEMPORARY one that its owner alone may read
+    /// and write, from the moment it exists; other attributes are not kept. FILE_FLAG_DELETE_ON_CLOSE
     /// removes the file when its last handle is closed. FILE_FLAG_WRITE_THROUGH returns from a write when the data is
     /// on the disk. The other flags are hints. `security` and `templateFile` are not looked at.
     KVCORE_API HANDLE WINAPI CreateFileW(

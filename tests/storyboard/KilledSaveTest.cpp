@@ -77,7 +77,22 @@ void ExpectNoOtherNames(ScratchFolder const & folder)
     for (auto const & entry : std::filesystem::directory_iterator(folder.Path()))
     {
         std::string const name = entry.path().filename().string();
-        EXPECT_TRUE(name == "target" || (name.starts_with("save-") && name.ends_with(".tmp"))) << name;
+        EXPECT_TRUE(name == "target" || kv::tools::SafeFile::IsTemporaryName(name)) << name;
+    }
+}
+
+/// The save that comes next removes what the killed one has left.
+void ExpectNextSaveCleansUp(ScratchFolder const & folder)
+{
+    {
+        kv::tools::SafeFile file(folder / "target");
+        file.Stream().Write("next", 4);
+        file.Commit();
+    }
+    EXPECT_EQ(folder.Read("target"), "next");
+    for (auto const & entry : std::filesystem::directory_iterator(folder.Path()))
+    {
+        EXPECT_EQ(entry.path().filename(), "target");
     }
 }
 
@@ -98,6 +113,7 @@ TEST(KilledSave, LeavesTheOldFileOrTheNewOne)
         std::string const content = folder.Read("target");
         ASSERT_TRUE(content == before || content == after) << "a mix, at stop " << stops;
         ExpectNoOtherNames(folder);
+        ExpectNextSaveCleansUp(folder);
         ++(content == before ? oldOnes : newOnes);
         if (end == End::Saved)
         {
@@ -121,6 +137,7 @@ TEST(KilledSave, OfANewFileLeavesNothingOrAllOfIt)
         bool const there = std::filesystem::exists(folder / "target");
         ASSERT_TRUE(!there || folder.Read("target") == bytes) << "a part, at stop " << stops;
         ExpectNoOtherNames(folder);
+        ExpectNextSaveCleansUp(folder);
         if (end == End::Saved)
         {
             EXPECT_TRUE(there);

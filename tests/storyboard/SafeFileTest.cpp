@@ -93,6 +93,44 @@ TEST(SafeFile, TakesNamesOfAnyLength)
     EXPECT_EQ(folder.Read(name), "1");
 }
 
+TEST(SafeFile, LeavesTheFilesOfSavesUnderWayAlone)
+{
+    ScratchFolder const folder;
+    SafeFile first(folder / "first");
+    {
+        SafeFile second(folder / "second");
+        EXPECT_EQ(Names(folder.Path()).size(), 2u);
+        second.Commit();
+    }
+    first.Stream().Write("1", 1);
+    first.Commit();
+    EXPECT_EQ(folder.Read("first"), "1");
+    EXPECT_EQ(Names(folder.Path()), (Strings{"first", "second"}));
+}
+
+TEST(SafeFile, RemovesWhatOthersHaveLeftAndNothingElse)
+{
+    ScratchFolder const folder;
+    Strings const others = {
+        ".kvsave-.tmp",
+        ".kvsave-0123456789abcdeF.tmp",
+        ".kvsave-0123456789abcdef.tmp2",
+        ".kvsave-0123456789abcdef0.tmp",
+        "kvsave-0123456789abcdef.tmp",
+        "save-0123456789abcdef.tmp"};
+    for (std::string const & name : others)
+    {
+        folder.Write(name, "1");
+    }
+    folder.Write(".kvsave-0123456789abcdef.tmp", "left");
+    fs::create_directory(folder / ".kvsave-0123456789abcde0.tmp");
+    Save(folder / "target", "1");
+    Strings expected = others;
+    expected.insert(expected.end(), {".kvsave-0123456789abcde0.tmp", "target"});
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(Names(folder.Path()), expected);
+}
+
 #ifndef _WIN32 // links and permissions are what other systems have
 TEST(SafeFile, FollowsLinks)
 {
@@ -138,16 +176,28 @@ TEST(SafeFile, KeepsPermissions)
     }
 }
 
-TEST(SafeFile, IsNotReadableByMoreThanTheOldFileWhileItIsWritten)
+TEST(SafeFile, IsItsOwnersAloneWhileItIsWritten)
+{
+    for (unsigned const mode : {0644u, 0600u})
+    {
+        ScratchFolder const folder;
+        folder.Write("old", "old");
+        fs::permissions(folder / "old", fs::perms(mode));
+        SafeFile const file(folder / "old");
+        for (std::string const & name : Names(folder.Path()))
+        {
+            unsigned const expected = SafeFile::IsTemporaryName(name) ? 0600u : mode;
+            EXPECT_EQ(unsigned(fs::status(folder / name).permissions()), expected) << name;
+        }
+        EXPECT_EQ(Names(folder.Path()).size(), 2u);
+    }
+}
+
+TEST(SafeFile, ThatIsNewHasTheRightsOfAnyNewFile)
 {
     ScratchFolder const folder;
-    folder.Write("old", "old");
-    fs::permissions(folder / "old", fs::perms(0600));
-    SafeFile const file(folder / "old");
-    for (fs::directory_entry const & entry : fs::directory_iterator(folder.Path()))
-    {
-        EXPECT_EQ(unsigned(entry.status().permissions()), 0600u) << entry.path();
-    }
-    EXPECT_EQ(Names(folder.Path()).size(), 2u);
+    Save(folder / "saved", "1");
+    folder.Write("other", "1");
+    EXPECT_EQ(fs::status(folder / "saved").permissions(), fs::status(folder / "other").permissions());
 }
 #endif

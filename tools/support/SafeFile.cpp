@@ -1,10 +1,12 @@
 #include <kvcore/tools/support/SafeFile.h>
 
 #include <random>
+#include <string_view>
 #include <system_error>
-#include <utility>
 
 #include <kvcore/files/File.h>
+#include <kvcore/files/FileFinder.h>
+#include <kvcore/platform/PrivateFiles.h>
 #include <kvcore/platform/win32.h>
 #include <kvcore/tools/support/Paths.h>
 
@@ -16,42 +18,91 @@ namespace fs = std::filesystem;
 namespace
 {
 
-/// Makes an empty file of a name that nobody has.
-String MakeTemporary(String const & folder)
+constexpr std::string_view savePrefix = ".kvsave-";
+constexpr std::string_view platformPrefix = ".kv-";
+constexpr std::string_view suffix = ".tmp";
+
+bool IsTemporary(std::string_view name, std::string_view prefix)
 {
-    std::random_device random;
-    for (;;)
+    constexpr std::size_t digits = 16;
+    return name.size() == prefix.size() + digits + suffix.size() && name.starts_with(prefix) &&
+        name.ends_with(suffix) &&
+        name.substr(prefix.size(), digits).find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+/// Removes what saves that were killed have left. A save that goes on has its file open, so that it cannot be opened
+/// here for its own.
+void RemoveLeftovers(String const & folder)
+{
+    FileFinder finder;
+    for (bool found = finder.Start(File::MakePath(folder, TEXT(".kvsave-*.tmp")), false); found; found = finder.Next())
     {
-        String const path = File::MakePath(
-            folder, String::FromFormat(TEXT("save-%08x%08x.tmp"), unsigned(random()), unsigned(random())));
-        try
+        if (finder.IsDirectory() || finder.IsLink() || !IsTemporary(finder.GetFileName().Utf8(), savePrefix))
         {
-            BasicFileStream const made(
-                path, FileAccess_Write, FileShare_None, FileCreation_CreateNew, FileAttributes_Normal);
-            return path;
+            continue;
         }
-        catch (BasicFileStream::Exception const & failure)
+        HANDLE const left = CreateFileW(
+            finder.GetFilePath().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (left != INVALID_HANDLE_VALUE)
         {
-            if (failure.error != ERROR_FILE_EXISTS)
-            {
-                throw;
-            }
+            CloseHandle(left);
+            File::DeleteFileW(finder.GetFilePath());
         }
     }
 }
 
-/// Nobody may read of the new file what he may not read of the old one, not even while it is written.
+/// A name that nobody has, or as good as.
+String TemporaryName(String const & folder)
+{
+    std::random_device random;
+    return File::MakePath(
+        folder, String::FromFormat(TEXT(".kvsave-%08x%08x.tmp"), unsigned(random()), unsigned(random())));
+}
+
+/// The rights of the old file, or those of any new one.
 void TakePermissions(fs::path const & from, String const & to)
 {
     std::error_code error;
-    fs::perms const permissions = fs::status(from, error).permissions();
-    if (!error && fs::exists(from, error))
+    fs::file_status const old = fs::status(from, error);
+    kv::platform::GiveUsualRights(to);
+    if (fs::exists(old))
     {
-        fs::permissions(NativePath(to), permissions, error);
+        fs::permissions(NativePath(to), old.permissions(), error);
     }
 }
 
 } // namespace
+
+/// The new file. It is open until it has its final name, so that nobody takes it for left over, and lets itself be
+/// renamed meanwhile.
+class SafeFile::Temporary final : public OutputStream, public BufferedFileStream
+{
+public:
+    explicit Temporary(String const & newPath)
+        : OutputStream(nullptr),
+          BufferedFileStream(
+              newPath, FileAccess_Write, FileShare_Read | FileShare_Write | FileShare_Delete, FileCreation_CreateNew,
+              FileAttributes(FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_SEQUENTIAL_SCAN))
+    {
+    }
+
+    using BufferedFileStream::Write;
+    void Write(char const * data, int size) override
+    {
+        if (size > 0)
+        {
+            BufferedFileStream::Write(data, static_cast<DWORD>(size));
+        }
+    }
+    void Flush() override
+    {
+        OutputStream::Flush();
+    }
+    void FlushSelf() override
+    {
+        BufferedFileStream::Flush();
+    }
+};
 
 fs::path SafeFile::Followed(fs::path const & path)
 {
@@ -89,29 +140,28 @@ fs::path EndOfLinks(fs::path const & path)
 
 } // namespace
 
+bool SafeFile::IsTemporaryName(fs::path const & name)
+{
+    std::u8string const text = name.u8string();
+    std::string_view const bytes(reinterpret_cast<char const *>(text.data()), text.size());
+    return IsTemporary(bytes, savePrefix) || IsTemporary(bytes, platformPrefix);
+}
+
 SafeFile::SafeFile(fs::path const & path)
     : targetPath(EndOfLinks(path)),
       target(LibraryPath(targetPath)),
-      temporary(MakeTemporary(File::GetDirname(File::GetFullPath(target)))),
-      stream(nullptr)
+      temporary(TemporaryName(File::GetDirname(File::GetFullPath(target)))),
+      stream(std::make_unique<Temporary>(temporary))
 {
-    try
-    {
-        stream = new FileOutputStream(temporary, false);
-        TakePermissions(targetPath, temporary);
-    }
-    catch (...)
-    {
-        Discard();
-        throw;
-    }
+    RemoveLeftovers(File::GetDirname(temporary));
 }
 
 SafeFile::~SafeFile()
 {
     if (!committed)
     {
-        Discard();
+        stream->Close();
+        File::DeleteFileW(temporary);
     }
 }
 
@@ -120,34 +170,20 @@ OutputStream & SafeFile::Stream()
     return *stream;
 }
 
-void SafeFile::Discard() noexcept
-{
-    try
-    {
-        delete std::exchange(stream, nullptr);
-    }
-    catch (...)
-    {
-        // What could not be written is not wanted any more.
-    }
-    File::DeleteFileW(temporary);
-}
-
 void SafeFile::Commit()
 {
-    // Its destructor writes what it still holds, waits for the disk and tells a failure.
-    delete std::exchange(stream, nullptr);
+    stream->FlushSelf();
     // Replacing keeps what belongs to the file beside its bytes; not every file system can.
-    if (File::FileExists(target) && ReplaceFileW(target.c_str(), temporary.c_str(), nullptr, 0, nullptr, nullptr))
+    if (!File::FileExists(target) || !ReplaceFileW(target.c_str(), temporary.c_str(), nullptr, 0, nullptr, nullptr))
     {
-        committed = true;
-        return;
-    }
-    if (!MoveFileExW(temporary.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-    {
-        throw BasicFileStream::Exception(GetLastError());
+        TakePermissions(targetPath, temporary);
+        if (!MoveFileExW(temporary.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        {
+            throw BasicFileStream::Exception(GetLastError());
+        }
     }
     committed = true;
+    stream->Close();
 }
 
 } // namespace kv::tools

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 
 #include <kvcore/files/FileStreams.h>
 
@@ -11,8 +12,12 @@ namespace kv::tools
 ///
 /// The bytes go to a new file in the folder of the target. `Commit` brings them to the disk and only then gives them
 /// the target's name, in one step of the file system. A crash, a full disk or any other failure before that step leaves
-/// what stood under the name as it was; at worst the new file, "save-….tmp", stays behind. A target that is a symbolic
-/// link is followed, and the permissions of one that exists survive.
+/// what stood under the name as it was. A target that is a symbolic link is followed, and the permissions of one that
+/// exists survive.
+///
+/// Until then the new file is called ".kvsave-", 16 hexadecimal digits and ".tmp", and its owner alone may read it. A
+/// process that is killed leaves it behind; the next save in that folder removes it. Who walks a folder for files of
+/// its own kind passes over what IsTemporaryName knows.
 ///
 /// Failures are BasicFileStream::Exception. One thread at a time.
 class SafeFile
@@ -34,13 +39,18 @@ public:
     /// The file that `path` leads to, by however many links, whether it exists or not.
     [[nodiscard]] static std::filesystem::path Followed(std::filesystem::path const & path);
 
+    /// Whether a name, without a folder, is that of a file on its way to its final name: one of this class, or one of
+    /// the platform's moves and replacements (".kv-", 16 hexadecimal digits, ".tmp").
+    [[nodiscard]] static bool IsTemporaryName(std::filesystem::path const & name);
+
 private:
+    class Temporary;
     void Discard() noexcept;
 
     std::filesystem::path const targetPath;
     String const target;
     String const temporary;
-    FileOutputStream * stream;
+    std::unique_ptr<Temporary> stream;
     bool committed = false;
 };
 

@@ -1,11 +1,14 @@
 #include "FileMoves.h"
 
-#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -122,14 +125,121 @@ int SyncDirectoryOf(char const * path) noexcept
     return error;
 }
 
-bool MakeNameBeside(char const * path, char (&name)[PATH_MAX]) noexcept
+namespace
 {
-    static std::atomic<unsigned> counter{0};
+
+/// How often a name is tried anew before the folder counts as one in which nothing can be made.
+constexpr unsigned mostTries = 32;
+
+/// The same for the same file and number, so that a process which comes later finds what a killed one has left. Behind
+/// the first few numbers nobody can tell them, or who may write to the folder could take them all.
+std::uint64_t NumberOf(char const * fileName, unsigned attempt)
+{
+    constexpr unsigned known = 8;
+    std::uint64_t number = 0xCBF29CE484222325u;
+    if (attempt >= known && getrandom(&number, sizeof number, 0) == sizeof number)
+    {
+        return number;
+    }
+    for (; *fileName != '\0'; fileName++)
+    {
+        number = (number ^ static_cast<unsigned char>(*fileName)) * 0x100000001B3u;
+    }
+    return (number ^ attempt) * 0x100000001B3u;
+}
+
+bool MakeNameBeside(char const * path, unsigned attempt, char (&name)[PATH_MAX])
+{
     char const * const slash = std::strrchr(path, '/');
     int const length = std::snprintf(
-        name, sizeof name, "%.*s/.kv%x-%x.tmp", static_cast<int>(slash - path), path, static_cast<unsigned>(getpid()),
-        counter.fetch_add(1, std::memory_order_relaxed));
-    return length > 0 && static_cast<std::size_t>(length) < sizeof name ? true : FailWith(ERROR_FILENAME_EXCED_RANGE);
+        name, sizeof name, "%.*s/.kv-%016llx.tmp", static_cast<int>(slash - path), path,
+        static_cast<unsigned long long>(NumberOf(slash + 1, attempt)));
+    return length > 0 && static_cast<std::size_t>(length) < sizeof name;
+}
+
+/// Whether `name` still leads to the open file.
+bool IsNameOf(char const * name, int descriptor)
+{
+    struct stat open;
+    struct stat named;
+    return fstat(descriptor, &open) == 0 && lstat(name, &named) == 0 && open.st_dev == named.st_dev &&
+        open.st_ino == named.st_ino;
+}
+
+/// Removes what a killed process has left under a name. Whoever is still at work there holds the file's lock.
+void RemoveLeftover(char const * name)
+{
+    struct stat status;
+    if (lstat(name, &status) == 0 && S_ISLNK(status.st_mode))
+    {
+        unlink(name);
+        return;
+    }
+    int const left = open(name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (left < 0)
+    {
+        return;
+    }
+    if (flock(left, LOCK_EX | LOCK_NB) == 0 && IsNameOf(name, left))
+    {
+        unlink(name);
+    }
+    close(left);
+}
+
+/// Calls `make(name)` with names beside `path` until it gives 0 or an errno value other than EEXIST. What is left under
+/// a name from before is removed.
+template <class Make>
+int MakeBeside(char const * path, char (&name)[PATH_MAX], Make make)
+{
+    int error = EEXIST;
+    for (unsigned tried = 0; tried < mostTries && error == EEXIST; tried++)
+    {
+        if (!MakeNameBeside(path, tried / 2, name))
+        {
+            return ENAMETOOLONG;
+        }
+        error = make(name);
+        if (error == EEXIST && tried % 2 == 0)
+        {
+            RemoveLeftover(name);
+        }
+    }
+    return error;
+}
+
+} // namespace
+
+int CreateBeside(char const * path, char (&name)[PATH_MAX], int & descriptor) noexcept
+{
+    return MakeBeside(
+        path, name,
+        [&descriptor](char const * aside)
+        {
+            descriptor = open(aside, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            if (descriptor < 0)
+            {
+                return errno;
+            }
+            // Who looked at it in between may have taken it for left over. Where there are no locks, nobody does.
+            bool const lost = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+            if (!lost && IsNameOf(aside, descriptor))
+            {
+                return 0;
+            }
+            close(std::exchange(descriptor, -1));
+            return EEXIST;
+        });
+}
+
+int LinkBeside(char const * file, char const * path, char (&name)[PATH_MAX]) noexcept
+{
+    return MakeBeside(path, name, [file](char const * aside) { return link(file, aside) == 0 ? 0 : errno; });
+}
+
+int SymlinkBeside(char const * target, char const * path, char (&name)[PATH_MAX]) noexcept
+{
+    return MakeBeside(path, name, [target](char const * aside) { return symlink(target, aside) == 0 ? 0 : errno; });
 }
 
 } // namespace kv::platform

@@ -24,7 +24,17 @@ bool IsCurrentDirectory(struct statx const & status) noexcept;
 /// Writes the directory that holds a native path to the disk. 0 or an errno value.
 int SyncDirectoryOf(char const * path) noexcept;
 
-/// A name beside `path` that nobody has, for a file on its way. False with the last error set.
-bool MakeNameBeside(char const * path, char (&name)[PATH_MAX]) noexcept;
+// Files on their way to a name: made beside it as ".kv-", 16 hexadecimal digits and ".tmp", and then renamed. A process
+// that is killed in between leaves one behind; the next one that goes to the same name removes it. All give 0 or an
+// errno value, and the temporary name.
+
+/// A new, empty file that is its owner's alone. Its descriptor holds its lock, and stays open until it is renamed.
+int CreateBeside(char const * path, char (&name)[PATH_MAX], int & descriptor) noexcept;
+
+/// A further name of `file`, beside `path`.
+int LinkBeside(char const * file, char const * path, char (&name)[PATH_MAX]) noexcept;
+
+/// A symbolic link to `target`, beside `path`.
+int SymlinkBeside(char const * target, char const * path, char (&name)[PATH_MAX]) noexcept;
 
 } // namespace kv::platform

@@ -75,35 +75,59 @@ int Rename(char const * from, char const * to, bool replace, bool isDirectory)
     return errno == EINVAL || errno == ENOSYS || errno == ENOTSUP ? MoveByTakingTheName(from, to, isDirectory) : errno;
 }
 
-/// Makes `to` a copy of what `from` is, a link or a file, with its rights and times. 0 or an errno value.
-int CopyAside(char const * from, char const * to, struct statx const & status)
+/// Makes an open file a copy of another, with its rights and times, and writes it to the disk. 0 or an errno value.
+int CopyFileAside(int source, int copy)
 {
-    if (S_ISLNK(status.stx_mode))
+    int const error = CopyContent(source, copy);
+    struct stat kept;
+    if (error != 0 || fstat(source, &kept) != 0)
     {
-        char target[PATH_MAX];
-        ssize_t const length = readlink(from, target, sizeof target - 1);
-        target[length < 0 ? 0 : length] = '\0';
-        return length >= 0 && symlink(target, to) == 0 ? 0 : errno;
+        return error != 0 ? error : errno;
     }
+    timespec const times[] = {kept.st_atim, kept.st_mtim};
+    // Whose file it is only the superuser can keep; set-user-ID must not outlive a change of that.
+    bool const sameOwner = fchown(copy, kept.st_uid, kept.st_gid) == 0;
+    fchmod(copy, kept.st_mode & (sameOwner ? 07777u : 0777u));
+    futimens(copy, times);
+    return fsync(copy) == 0 ? 0 : errno;
+}
+
+/// Moves a link by making it anew.
+int MoveLinkByCopying(char const * from, char const * to, bool replace)
+{
+    char target[PATH_MAX];
+    ssize_t const length = readlink(from, target, sizeof target - 1);
+    if (length < 0)
+    {
+        return errno;
+    }
+    target[length] = '\0';
+    char aside[PATH_MAX];
+    int error = SymlinkBeside(target, to, aside);
+    if (error != 0)
+    {
+        return error;
+    }
+    error = Rename(aside, to, replace, false);
+    error != 0 ? void(unlink(aside)) : void();
+    return error;
+}
+
+int MoveFileByCopying(char const * from, char const * to, bool replace)
+{
     int const source = open(from, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (source < 0)
     {
         return errno;
     }
-    int const copy = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    int error = copy < 0 ? errno : CopyContent(source, copy);
-    if (copy >= 0)
+    char aside[PATH_MAX];
+    int copy = -1;
+    int error = CreateBeside(to, aside, copy);
+    if (error == 0)
     {
-        struct stat kept;
-        if (error == 0 && fstat(source, &kept) == 0)
-        {
-            timespec const times[] = {kept.st_atim, kept.st_mtim};
-            // Whose file it is only the superuser can keep; set-user-ID must not outlive a change of that.
-            bool const sameOwner = fchown(copy, kept.st_uid, kept.st_gid) == 0;
-            fchmod(copy, kept.st_mode & (sameOwner ? 07777u : 0777u));
-            futimens(copy, times);
-            error = fsync(copy) == 0 ? 0 : errno;
-        }
+        error = CopyFileAside(source, copy);
+        error = error == 0 ? Rename(aside, to, replace, false) : error;
+        error != 0 ? void(unlink(aside)) : void();
         close(copy);
     }
     close(source);
@@ -113,19 +137,14 @@ int CopyAside(char const * from, char const * to, struct statx const & status)
 /// A move to another file system: the copy comes to its final name whole, and then the source goes.
 int MoveByCopying(NativePath const & from, char const * to, bool replace)
 {
-    char aside[PATH_MAX];
-    if (!MakeNameBeside(to, aside))
+    mode_t const mode = from.Status().stx_mode;
+    if (!S_ISLNK(mode) && !S_ISREG(mode))
     {
-        return ENAMETOOLONG;
+        return EXDEV; // a pipe or a socket has no content to copy
     }
-    int error = CopyAside(from.CStr(), aside, from.Status());
-    error = error == 0 ? Rename(aside, to, replace, false) : error;
-    if (error != 0)
-    {
-        unlink(aside);
-        return error;
-    }
-    return unlink(from.CStr()) == 0 ? 0 : errno;
+    int const error =
+        S_ISLNK(mode) ? MoveLinkByCopying(from.CStr(), to, replace) : MoveFileByCopying(from.CStr(), to, replace);
+    return error != 0 || unlink(from.CStr()) == 0 ? error : errno;
 }
 
 /// The native path of the new name with its letters as they were given, for a name that changes only in case.

@@ -75,23 +75,16 @@ int PrepareReplacement(char const * replaced, char const * replacement)
 int KeepBackup(char const * replaced, char const * backup)
 {
     char aside[PATH_MAX];
-    if (!MakeNameBeside(backup, aside))
+    int error = LinkBeside(replaced, backup, aside);
+    if (error == 0)
     {
-        return ENAMETOOLONG;
+        error = rename(aside, backup) == 0 ? 0 : errno;
+        unlink(aside); // a rename between two names of one file does nothing
+        return error;
     }
-    if (link(replaced, aside) != 0)
-    {
-        // Without hard links the old name is free for a moment.
-        bool const unable = errno == EPERM || errno == ENOTSUP || errno == EMLINK;
-        return unable && rename(replaced, backup) == 0 ? 0 : errno;
-    }
-    if (rename(aside, backup) == 0)
-    {
-        return 0;
-    }
-    int const error = errno;
-    unlink(aside);
-    return error;
+    // Without hard links the old name is free for a moment.
+    bool const unable = error == EPERM || error == ENOTSUP || error == EMLINK;
+    return unable && rename(replaced, backup) == 0 ? 0 : error;
 }
 
 DWORD CheckPair(NativePath const & replaced, NativePath const & replacement, char const * target)

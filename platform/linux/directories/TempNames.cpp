@@ -16,12 +16,40 @@
 
 using namespace kv::platform;
 
+namespace
+{
+
+/// The user's own folder for temporary files, made if it is missing; empty if it cannot be had.
+WString OwnTempPath()
+{
+    WCHAR local[MAX_PATH];
+    if (!SHGetSpecialFolderPathW(nullptr, local, CSIDL_LOCAL_APPDATA, TRUE))
+    {
+        return {};
+    }
+    WString const path = WString(local) + TEXT("\\Temp");
+    return CreateDirectoryW(path.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS ? path : WString();
+}
+
+WString TempPath()
+{
+    char const * const setting = secure_getenv("TMPDIR");
+    if (setting != nullptr && setting[0] == '/')
+    {
+        return Win32PathOf(setting, std::strlen(setting));
+    }
+    WString const own = OwnTempPath();
+    return own.empty() ? WString(TEXT("Z:\\tmp")) : own;
+}
+
+} // namespace
+
 DWORD WINAPI GetTempPathW(DWORD capacity, LPWSTR buffer)
 try
 {
-    char const * const setting = std::getenv("TMPDIR");
-    char const * const native = setting != nullptr && setting[0] == '/' ? setting : "/tmp";
-    WString path = Win32PathOf(native, std::strlen(native));
+    DWORD const before = GetLastError();
+    WString path = TempPath();
+    SetLastError(before);
     if (path.back() != '\\')
     {
         path += TEXT('\\');
@@ -78,7 +106,7 @@ UINT CreateNumbered(WString const & start, UINT number, WString & name)
         {
             continue;
         }
-        int const descriptor = open(path.CStr(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        int const descriptor = open(path.CStr(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (descriptor >= 0)
         {
             close(descriptor);

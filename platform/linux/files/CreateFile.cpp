@@ -137,7 +137,9 @@ Descriptor OpenNew(char const * path, Request const & request, bool exclusive)
         (request.Wants(writeRights) ? O_RDWR : O_RDONLY) |
         (request.Wants(FILE_APPEND_DATA) && !request.Wants(FILE_WRITE_DATA) ? O_APPEND : 0) |
         (request.Has(FILE_FLAG_WRITE_THROUGH) ? O_DSYNC : 0);
-    return Descriptor(open(path, flags, request.Has(FILE_ATTRIBUTE_READONLY) ? 0444 : 0666));
+    // What is temporary is nobody else's to read.
+    mode_t const mode = request.Has(FILE_ATTRIBUTE_TEMPORARY) ? 0600 : 0666;
+    return Descriptor(open(path, flags, request.Has(FILE_ATTRIBUTE_READONLY) ? mode & 0444u : mode));
 }
 
 /// Opens or creates by the disposition. Sets `created`; without a result, the last error.

@@ -279,26 +279,26 @@ bool WriteInPlace(int descriptor, std::string_view bytes)
     {
         return FailErrno(error);
     }
-    return WriteAll(descriptor, bytes) && (ftruncate(descriptor, static_cast<off_t>(bytes.size())) == 0 || FailErrno());
+    return WriteAll(descriptor, bytes) &&
+        (ftruncate(descriptor, static_cast<off_t>(bytes.size())) == 0 || FailErrno()) &&
+        (fsync(descriptor) == 0 || FailErrno());
 }
 
-/// Puts a new file in the place of the old one. `status` becomes that of the new one.
+/// Puts a new file in the place of the old one. `status` becomes that of the new one. The bytes are on the disk before
+/// the name is theirs: after a crash the file is the old one or the new one, and whole.
 bool Replace(int old, char const * path, std::string_view bytes, struct stat & status)
 {
     char aside[PATH_MAX];
-    if (!MakeNameBeside(path, aside))
+    int created = -1;
+    if (int const error = CreateBeside(path, aside, created); error != 0)
     {
-        return false;
+        bool const closed = error == EACCES || error == EPERM || error == EROFS;
+        return closed ? WriteInPlace(old, bytes) && fstat(old, &status) == 0 : FailErrno(error);
     }
-    Descriptor const fresh(open(aside, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (fresh.Get() < 0)
-    {
-        bool const closed = errno == EACCES || errno == EPERM || errno == EROFS;
-        return closed ? WriteInPlace(old, bytes) && fstat(old, &status) == 0 : FailErrno();
-    }
+    Descriptor const fresh(created);
     bool const owned = fchown(fresh.Get(), status.st_uid, status.st_gid) == 0;
     bool const ready = fchmod(fresh.Get(), status.st_mode & (owned ? 0777u : 0707u)) == 0 || FailErrno();
-    if (ready && WriteAll(fresh.Get(), bytes))
+    if (ready && WriteAll(fresh.Get(), bytes) && (fsync(fresh.Get()) == 0 || FailErrno()))
     {
         if (rename(aside, path) == 0)
         {
