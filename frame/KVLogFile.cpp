@@ -1,6 +1,7 @@
 #include <kvcore/frame/KVLogFile.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
@@ -18,6 +19,7 @@
 #include <kvcore/frame/detail/LogLine.h>
 #include <kvcore/platform/CoarseClock.h>
 #include <kvcore/platform/ModulePaths.h>
+#include <kvcore/platform/WriteBehind.h>
 #include <kvcore/platform/win32.h>
 
 using kv::detail::LogRing;
@@ -33,6 +35,11 @@ namespace
 
 /// The log's own storage, outside the lifetime of anything, so that a call after the end finds an object to talk to.
 alignas(KVLogFile) unsigned char storage[sizeof(KVLogFile)];
+
+KVLogFile & TheLog()
+{
+    return *std::launder(reinterpret_cast<KVLogFile *>(storage));
+}
 
 std::size_t constexpr pathLength = 260;
 std::size_t constexpr nameLength = 256;
@@ -167,10 +174,10 @@ void ToAnsi(LogText text, std::string & bytes)
 struct KVLogFile::Log
 {
     Log();
-    ~Log();
     Log(Log const &) = delete;
     Log & operator=(Log const &) = delete;
 
+    void End();
     ULONG IndentOfThread() const;
     void Add(void const * location, LogText text);
     void LookAtClock();
@@ -180,12 +187,13 @@ struct KVLogFile::Log
     void WriteLine(LogText text);
     void WritePiece(char const * piece, std::size_t size);
 
-    std::map<DWORD, ULONG> indents; // one more for each thread that ever asked for the log
-    std::size_t indented = 0;       // how many of them are not 0
+    std::atomic<bool> hasEnded{false}; // set without the lock: busy threads leave it to who ends the log
+    std::map<DWORD, ULONG> indents;    // one more for each thread that ever asked for the log
+    std::size_t indented = 0;          // how many of them are not 0
     String filename;
     kv::detail::RecursiveLock lock; // guards everything in here
     BasicAsyncFileStream stream;
-    char * const ringMemory;
+    char * ringMemory;
     LogRing ring;
 
     // Kept between lines, to save their memory.
@@ -207,8 +215,15 @@ KVLogFile::Log::Log()
     }
 }
 
-KVLogFile::Log::~Log()
+/// Closes the file and frees the ring. All else stays, with the lock above all: other threads may be waiting for it.
+void KVLogFile::Log::End()
 {
+    hasEnded.store(true, std::memory_order_relaxed);
+    std::lock_guard const guard(lock);
+    if (ringMemory == nullptr)
+    {
+        return;
+    }
     try
     {
         stream.Close();
@@ -219,6 +234,7 @@ KVLogFile::Log::~Log()
     }
     VirtualFree(ringMemory, LogRing::size, MEM_DECOMMIT);
     VirtualFree(ringMemory, 0, MEM_RELEASE);
+    ringMemory = nullptr;
 }
 
 ULONG KVLogFile::Log::IndentOfThread() const
@@ -254,7 +270,7 @@ void KVLogFile::Log::FormLine(LogText name, LogText text)
     AppendLogLine(line, clock.Shown(), name, text.empty() ? 0 : IndentOfThread(), text);
 }
 
-/// What the stream says to it is its own affair.
+/// Failures of the stream are dropped: nobody can be told.
 void KVLogFile::Log::WritePiece(char const * piece, std::size_t size)
 {
     try
@@ -283,12 +299,17 @@ void KVLogFile::Log::WriteLine(LogText text)
 {
     FormLine(moduleName.Get(), text);
     ToAnsi(line, bytes);
+    kv::platform::WriteGroup const isOneLine;
     ring.Put(bytes, [this](char const * piece, std::size_t size) { WritePiece(piece, size); });
 }
 
 /// Logs each line of a text; nothing while no file is open.
 void KVLogFile::Log::Add(void const * location, LogText text)
 {
+    if (hasEnded.load(std::memory_order_relaxed))
+    {
+        return;
+    }
     ModulePath const path(location);
     std::lock_guard const guard(lock);
     if (!stream.IsOpen())
@@ -318,12 +339,13 @@ KVLogFile::KVLogFile() : log(new Log) {}
 KVLogFile::~KVLogFile()
 {
     End();
+    delete log;
 }
 
-/// Ends everything but the object itself, which goes on to answer.
+/// Other threads may log at this moment and later: what they use stays, and they find no open file.
 void KVLogFile::End()
 {
-    delete std::exchange(log, nullptr);
+    log->End();
 }
 
 kv::detail::LogLifetime::LogLifetime()
@@ -333,7 +355,7 @@ kv::detail::LogLifetime::LogLifetime()
 
 kv::detail::LogLifetime::~LogLifetime()
 {
-    End(*std::launder(reinterpret_cast<KVLogFile *>(storage)));
+    End(TheLog());
 }
 
 KVLogFile * kv::detail::LogLifetime::Make()
@@ -353,7 +375,7 @@ void kv::detail::LogLifetime::Delete(KVLogFile * log)
 
 KVLogFile & KVLogFile::Object()
 {
-    KVLogFile & object = *std::launder(reinterpret_cast<KVLogFile *>(storage));
+    KVLogFile & object = TheLog();
     object.KVLogFile::SetThreadIndent(0);
     return object;
 }
@@ -382,24 +404,21 @@ ULONG STDMETHODCALLTYPE KVLogFile::Release()
 
 HRESULT STDMETHODCALLTYPE KVLogFile::SetThreadIndent(ULONG indent)
 {
-    if (log != nullptr)
+    if (log->hasEnded.load(std::memory_order_relaxed))
     {
-        std::lock_guard const guard(log->lock);
-        ULONG & ofThread = log->indents[GetCurrentThreadId()];
-        log->indented = log->indented - (ofThread != 0 ? 1 : 0) + (indent != 0 ? 1 : 0);
-        ofThread = indent;
+        return S_OK;
     }
+    std::lock_guard const guard(log->lock);
+    ULONG & ofThread = log->indents[GetCurrentThreadId()];
+    log->indented = log->indented - (ofThread != 0 ? 1 : 0) + (indent != 0 ? 1 : 0);
+    ofThread = indent;
     return S_OK;
 }
 
 bool KVLogFile::SetFilename(WCHAR const * name)
 {
-    if (log == nullptr)
-    {
-        return false;
-    }
     std::lock_guard const guard(log->lock);
-    if (log->stream.IsOpen())
+    if (log->hasEnded || log->stream.IsOpen())
     {
         return false;
     }
@@ -419,20 +438,12 @@ bool KVLogFile::SetFilename(WCHAR const * name)
 
 String KVLogFile::GetFilename()
 {
-    if (log == nullptr)
-    {
-        return String();
-    }
     std::lock_guard const guard(log->lock);
-    return log->filename;
+    return log->hasEnded ? String() : log->filename;
 }
 
 HRESULT KVLogFile::Reset()
 {
-    if (log == nullptr)
-    {
-        return E_UNEXPECTED;
-    }
     std::lock_guard const guard(log->lock);
     if (!log->stream.IsOpen())
     {
@@ -447,24 +458,18 @@ HRESULT KVLogFile::Reset()
 [[gnu::noinline]] HRESULT KVLogFile::AddFormattedLine(WCHAR const * format, ...)
 {
     void const * const caller = __builtin_return_address(0);
-    if (log != nullptr)
-    {
-        std::va_list arguments;
-        va_start(arguments, format);
-        String const text = String::FromFormatV(format, arguments);
-        va_end(arguments);
-        log->Add(caller, text);
-    }
+    std::va_list arguments;
+    va_start(arguments, format);
+    String const text = String::FromFormatV(format, arguments);
+    va_end(arguments);
+    log->Add(caller, text);
     return S_OK;
 }
 
-[[gnu::noinline]] void KVLogFile::AddLine(String const & text)
+[[gnu::noinline]] void STDMETHODCALLTYPE KVLogFile::AddLine(String const & text)
 {
     void const * const caller = __builtin_return_address(0);
-    if (log != nullptr)
-    {
-        log->Add(caller, text);
-    }
+    log->Add(caller, text);
 }
 
 namespace
@@ -491,23 +496,20 @@ String ExceptionText(WinException const & exception)
 
 } // namespace
 
-[[gnu::noinline]] void KVLogFile::AddLine(WinException const & exception)
+[[gnu::noinline]] void STDMETHODCALLTYPE KVLogFile::AddLine(WinException const & exception)
 {
     void const * const caller = __builtin_return_address(0);
-    if (log != nullptr)
-    {
-        log->Add(caller, ExceptionText(exception));
-    }
+    log->Add(caller, ExceptionText(exception));
 }
 
 String KVLogFile::GetLogText(void * location, String const & text)
 {
-    if (log == nullptr)
+    ModulePath const path(location);
+    std::lock_guard const guard(log->lock);
+    if (log->hasEnded)
     {
         return String();
     }
-    ModulePath const path(location);
-    std::lock_guard const guard(log->lock);
     log->LookAtClock();
     log->TakeName(path);
     log->FormLine(location != nullptr ? log->moduleName.Get() : noModule, text);

@@ -47,8 +47,9 @@ extern KVCORE_API GUID const IID_IKVLogFile;
 class KVCORE_API KVLogFile final : public IKVLogFile
 {
 public:
-    /// The log. It can be called as long as there is code to call it, also while static objects die; then lines are
-    /// dropped. Kept: sets the calling thread's indent to 0. Who wants an indent keeps the reference.
+    /// The log. It can be called as long as there is code to call it, by any thread, also while and after static
+    /// objects are destroyed; then lines are dropped. Kept: sets the calling thread's indent to 0. Who wants an indent
+    /// keeps the reference.
     static KVLogFile & Object();
 
     KVLogFile(KVLogFile const &) = delete;
@@ -77,9 +78,9 @@ public:
 
     /// Logs a text. Line ends separate lines, of which each gets a stamp; empty ones are left out, so that an empty
     /// text writes nothing. There is no limit of length.
-    void AddLine(String const & text);
+    void STDMETHODCALLTYPE AddLine(String const & text);
     /// Logs an exception: its name if it has one, place and text. Line ends within the text are removed.
-    void AddLine(WinException const & exception);
+    void STDMETHODCALLTYPE AddLine(WinException const & exception);
 
     /// One finished line with its line end, written by the module that holds `location`; "<---MT--->" if that is null.
     /// Only a line end if the text is empty.
@@ -93,5 +94,5 @@ private:
     ~KVLogFile() override;
     void End();
 
-    Log * log; ///< what the log has while it lives
+    Log * const log; ///< what the log has, and keeps after its end
 };

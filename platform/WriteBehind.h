@@ -1,6 +1,6 @@
 #pragma once
 
-// Small writes that nobody asks the end of.
+// Fire-and-forget small writes.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +13,11 @@ namespace kv::platform
 
 /// Takes small writes to a file over: their bytes are copied, so that their memory is free at once, and go to the file
 /// after what was issued for it before and before what is issued later. Many go to the system as one. How they end is
-/// told to nobody; a process that ends by a fault or by abort() lets them end first.
+/// told to nobody.
+///
+/// A process that ends by exit, quick_exit, a fault, abort() or a signal that asks it to end (SIGTERM, SIGINT, SIGHUP,
+/// SIGQUIT with the default action) finishes them first, and lets no other thread begin any. One that ends without
+/// notice, by _exit or SIGKILL, loses at most the 256 KiB that a file can have on their way.
 ///
 /// On a system that takes the bytes of its writes over by itself it takes none.
 ///
@@ -33,8 +37,8 @@ public:
     void Detach() noexcept;
 
     /// Takes a write over: of 1 to 512 bytes, from memory that VirtualAlloc has committed, at a place below 2^63.
-    /// False, with nothing done, for all else and without memory: it is a case for WriteFile then. Waits only if the
-    /// system is megabytes behind.
+    /// False, with nothing done, for all else and without memory: it is a case for WriteFile then. Waits only if 256 KiB
+    /// are on their way already.
     bool Write(void const * data, DWORD count, std::uint64_t place) noexcept;
     /// Returns when all that was taken over for the file is done.
     void Await() const noexcept;
@@ -42,6 +46,17 @@ public:
 private:
     void * file = nullptr; ///< a reference of the system's own object
     bool isAppending = false;
+};
+
+/// While it lives, the small writes of its thread belong together: a process that ends, other than without notice,
+/// writes all of them or none. For what is one thing to its reader and more than one write, such as a long line.
+class KVCORE_API WriteGroup
+{
+public:
+    WriteGroup() noexcept;
+    WriteGroup(WriteGroup const &) = delete;
+    WriteGroup & operator=(WriteGroup const &) = delete;
+    ~WriteGroup();
 };
 
 } // namespace kv::platform

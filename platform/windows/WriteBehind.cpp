@@ -18,4 +18,8 @@ bool WritesBehind::Write(void const *, DWORD, std::uint64_t) noexcept
 
 void WritesBehind::Await() const noexcept {}
 
+WriteGroup::WriteGroup() noexcept = default;
+
+WriteGroup::~WriteGroup() = default;
+
 } // namespace kv::platform

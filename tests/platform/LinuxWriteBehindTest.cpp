@@ -236,10 +236,10 @@ TEST_F(LinuxWritesBehind, AreWaitedForWhileThereAreAny)
     writes.Await(); // for nothing
 }
 
-TEST_F(LinuxWritesBehind, WaitForTheDiskWhereThereAreTooManyAndLoseNothing)
+TEST_F(LinuxWritesBehind, WaitWhile256KiBAreOnTheirWayAndLoseNothing)
 {
-    constexpr std::size_t bound = (std::size_t{64} << 20) / 512; // as many are taken over at once
-    constexpr std::size_t pieces = bound + 2000;
+    constexpr std::size_t bound = (std::size_t{256} << 10) / 512; // as many are taken over at once
+    constexpr std::size_t pieces = 40 * bound;
     std::atomic<std::size_t> made = 0;
     kv::platform::HoldRequests(true);
     std::thread maker(
@@ -256,6 +256,8 @@ TEST_F(LinuxWritesBehind, WaitForTheDiskWhereThereAreTooManyAndLoseNothing)
     {
         std::this_thread::yield();
     }
+    EXPECT_EQ(made, bound);
+    EXPECT_EQ(folder.Read("file"), "");
     kv::platform::HoldRequests(false);
     maker.join();
     std::string const content = Content();
@@ -342,7 +344,7 @@ TEST_F(LinuxWritesBehind, GoOnInTheParentWhenTheProcessForks)
 
 TEST_F(LinuxWritesBehind, AreDoneBeforeTheProcessDiesOfASignal)
 {
-    for (int const signal : {SIGABRT, SIGTRAP})
+    for (int const signal : {SIGABRT, SIGTRAP, SIGTERM, SIGINT, SIGHUP, SIGQUIT})
     {
         std::fflush(stdout);
         pid_t const child = fork();

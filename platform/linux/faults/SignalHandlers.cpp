@@ -79,7 +79,7 @@ void PassOn(int signal, siginfo_t * information, void * context)
     }
     if (!takesInformation && (previous.sa_handler == SIG_DFL || previous.sa_handler == SIG_IGN))
     {
-        AwaitAllWritesBehind();
+        FinishAllRequests();
         LetTheKernelEndIt(signal, information);
         return;
     }

@@ -53,7 +53,9 @@ void ForEachRecord(Pool & pool, Visit visit)
 /// Nobody works any more, and no file has anything to begin.
 void ForgetWork(Pool & pool)
 {
-    pool.workers = pool.looking = pool.sleeping = 0;
+    pool.workers = pool.looking = pool.sleeping = pool.working = 0;
+    pool.openGroups = 0;
+    pool.endingThread = 0;
     pool.wakeTickets.store(0, std::memory_order_relaxed);
     pool.firstReady = pool.lastReady = nullptr;
     pool.hasReady.store(false, std::memory_order_relaxed);
@@ -79,6 +81,7 @@ void ForgetWork(Pool & pool)
             {
                 request.file->requests.first = request.file->requests.last = nullptr;
                 request.file->requests.isReady = false;
+                request.file->requests.bytesBehind = 0;
                 if (request.thread != nullptr)
                 {
                     request.thread->firstQueued = nullptr;
@@ -111,7 +114,9 @@ void RebuildFreeRecords(Pool & pool)
 
 void InForkedChild() noexcept
 {
-    AfterFork(); // there is nobody else
+    endShield.signal.store(0, std::memory_order_relaxed); // it was sent to the parent
+    AfterFork();                                          // there is nobody else
+    NoteProcess();
     Pool & pool = ThePool();
     ForgetWaits();
     ForgetWork(pool);
@@ -280,7 +285,6 @@ unsigned FinishBlocks(File & file, TransferRequest * first, FinishedRecords & to
         request->file = {};
         Free(toFree, *request);
     }
-    ThePool().behind.fetch_sub(toFree.count, std::memory_order_release);
     file.requests.behind.fetch_sub(toFree.count, std::memory_order_seq_cst);
     return toFree.count;
 }

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <vector>
 
+#include <sys/types.h>
+
 #include "RequestPool.h"
 #include <kvcore/platform/linux/sync/ShortLock.h>
 
@@ -15,11 +17,14 @@ namespace kv::platform
 constexpr unsigned defaultRequestLimit = 131072;
 constexpr unsigned maxWorkers = 2;
 
-/// Writes behind: the bytes of one at most, of a block, and how many blocks there may be and are kept.
+/// Writes behind: the bytes of one at most, of a block, and of all that a file may have on their way, which bounds what
+/// is lost when the process ends without notice; and how many blocks there may be and are kept. So many are kept that
+/// seldom one is freed: a process that ends in the middle of an allocation still has to write them.
 constexpr std::size_t largestWriteBehind = 512;
 constexpr std::size_t blockSize = std::size_t{64} << 10;
+constexpr std::size_t mostBytesBehind = std::size_t{256} << 10;
 constexpr unsigned mostBlocks = 1024;
-constexpr unsigned mostSpareBlocks = 16;
+constexpr unsigned mostSpareBlocks = 64;
 
 constexpr std::size_t cacheLine = 64;
 
@@ -39,13 +44,18 @@ struct Pool
     unsigned workers = 0;
     unsigned looking = 0;
     unsigned sleeping = 0;
+    unsigned working = 0;
     unsigned blocks = 0;
     unsigned spareCount = 0;
     std::unique_ptr<char[]> spareBlocks[mostSpareBlocks];
+    /// Groups of writes that are not complete.
+    unsigned openGroups = 0;
+    /// The thread that ends the process: no other one begins requests any more. 0 as long as there is none.
+    pid_t endingThread = 0;
 
     /// Held while the ends of requests are made seen and while a file is let go: a fork finds that wholly done or not
     /// begun. Taken behind the lock, where both are.
-    std::mutex ending;
+    ShortLock ending;
     /// The files that the workers are at. Set under the lock, cleared under `ending`.
     Ref<File> running[maxWorkers];
 
@@ -61,8 +71,6 @@ struct Pool
     alignas(cacheLine) std::atomic<int> wakeTickets{0};
     /// Changes when blocks are free again.
     std::atomic<int> blocksFreed{0};
-    /// Blocks of writes behind that are not done.
-    std::atomic<unsigned> behind{0};
 };
 
 Pool & ThePool() noexcept;
@@ -87,6 +95,10 @@ void AwaitEnds(Pool & pool, Condition isDone) noexcept
     }
     pool.waiting.fetch_sub(1, std::memory_order_relaxed);
 }
+
+/// Keeps the calling thread for good if another one ends the process, unless it is in the middle of a group of writes.
+/// The lock is held before and after.
+void StayOutOfEnd(Pool & pool, std::unique_lock<ShortLock> & guard) noexcept;
 
 /// A record for a new request, or null without memory. The lock is held, as for all that follow but `Finish`.
 TransferRequest * TakeRecord(Pool & pool) noexcept;

@@ -70,6 +70,10 @@ DWORD StartRequest(
     Thread & thread = Thread::Current();
     Pool & pool = ThePool();
     std::unique_lock guard(pool.lock);
+    if (file.type == FileType::Disk)
+    {
+        StayOutOfEnd(pool, guard);
+    }
     if (!EnsureWorkers(pool))
     {
         return ERROR_NOT_ENOUGH_MEMORY;

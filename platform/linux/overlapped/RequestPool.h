@@ -69,11 +69,17 @@ void FinishRequestsOf(Thread & thread) noexcept;
 /// Waits until a request is finished.
 void WaitForRequest(OVERLAPPED const & overlapped) noexcept;
 
-/// Waits, for a while at most, until all writes behind are done. For a signal's handler, too.
-void AwaitAllWritesBehind() noexcept;
+/// For the end of the process: lets no other thread begin requests for files on disks any more, and waits until those
+/// that there are have finished, as long as any do. For a signal's handler, too.
+void FinishAllRequests() noexcept;
 
-/// Has the process do that before a fault or an abort ends it, from now on.
-void WatchForDeath() noexcept;
+/// Has the process do that when it ends, from now on: by exit or quick_exit, by a fault or an abort, or by a signal
+/// that asks it to end and has the default action now.
+void WatchForEnd() noexcept;
+
+/// Notes that the calling process is the one whose requests these are: a child that shares its memory must not finish
+/// them.
+void NoteProcess() noexcept;
 
 /// The system error for the status of a finished request.
 DWORD ErrorOfStatus(ULONG_PTR status) noexcept;

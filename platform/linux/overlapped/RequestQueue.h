@@ -3,6 +3,7 @@
 // The overlapped requests for one file.
 
 #include <atomic>
+#include <cstddef>
 
 namespace kv::platform
 {
@@ -27,6 +28,9 @@ struct RequestQueue
     /// What the workers do with this file now: any number of reads, or one run of writes.
     unsigned readsRunning = 0;
     bool writeRunning = false;
+
+    /// The bytes of writes behind that are not done.
+    std::size_t bytesBehind = 0;
 
     /// In the pool's list of files with something to begin.
     bool isReady = false;

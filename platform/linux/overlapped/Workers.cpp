@@ -110,8 +110,10 @@ void AwaitWork(Pool & pool, std::unique_lock<ShortLock> & guard)
 /// is held before and after.
 void LetWritesGather(Pool & pool, std::unique_lock<ShortLock> & guard)
 {
+    // With half of its bytes on their way, the maker would soon have to wait.
     bool const canGather = pool.firstReady != nullptr && pool.firstReady == pool.lastReady && !pool.isHeld &&
-        pool.firstReady->requests.first->isBehind && pool.waiting.load(std::memory_order_relaxed) == 0;
+        pool.firstReady->requests.first->isBehind && pool.waiting.load(std::memory_order_relaxed) == 0 &&
+        pool.firstReady->requests.bytesBehind < mostBytesBehind / 2 && pool.endingThread == 0;
     if (canGather)
     {
         timespec const nap = {0, napNanoseconds};
@@ -131,7 +133,9 @@ bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<ShortLock> & guard)
         return false;
     }
     pool.running[worker] = Ref<File>(file);
+    ++pool.working;
     Run const run = TakeRun(*file);
+    std::size_t const bytesBehind = run.first->isBehind ? run.first->runBytes : 0;
     MakeReady(pool, *file); // there may be more reads, for somebody else
     if (pool.firstReady != nullptr)
     {
@@ -145,8 +149,10 @@ bool WorkOnce(Pool & pool, unsigned worker, std::unique_lock<ShortLock> & guard)
     }
     FinishedRecords const toFree = Finish(*file, run.first);
     guard.lock();
+    file->requests.bytesBehind -= bytesBehind;
     GiveBackAll(pool, toFree);
     run.writing ? void(file->requests.writeRunning = false) : void(--file->requests.readsRunning);
+    --pool.working;
     MakeReady(pool, *file);
     guard.unlock(); // the last reference closes the file, which may take long
     {
@@ -201,6 +207,7 @@ bool EnsureWorkers(Pool & pool)
     {
         return true;
     }
+    WatchForEnd();
     sigset_t all;
     sigset_t before;
     sigfillset(&all);

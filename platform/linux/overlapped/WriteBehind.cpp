@@ -47,7 +47,6 @@ struct KnownMemory
     {
         return false;
     }
-    WatchForDeath();
     known = {part->first, part->second, changes};
     return true;
 }
@@ -119,7 +118,6 @@ std::unique_ptr<char[]> TakeBlock(Pool & pool) noexcept
     request->error = ERROR_SUCCESS;
     request->done = 0;
     ++pool.blocks;
-    pool.behind.fetch_add(1, std::memory_order_relaxed);
     file.requests.pending.fetch_add(1, std::memory_order_relaxed);
     file.requests.behind.fetch_add(1, std::memory_order_relaxed);
     Append(file.requests, *request);
@@ -138,6 +136,7 @@ void AddToLast(RequestQueue & queue, void const * data, DWORD count) noexcept
     std::memmove(block.buffer + block.count, data, count);
     block.count += count;
     queue.lastRun->runBytes += count;
+    queue.bytesBehind += count;
 }
 
 } // namespace
@@ -180,9 +179,10 @@ bool WritesBehind::Write(void const * data, DWORD count, std::uint64_t place) no
     std::uint64_t const wanted = isAppending ? appending : place;
     Pool & pool = ThePool();
     std::unique_lock guard(pool.lock);
-    while (!HasRoom(target.requests, count, wanted))
+    StayOutOfEnd(pool, guard);
+    while (target.requests.bytesBehind + count > mostBytesBehind || !HasRoom(target.requests, count, wanted))
     {
-        if (pool.blocks < mostBlocks)
+        if (pool.blocks < mostBlocks && target.requests.bytesBehind + count <= mostBytesBehind)
         {
             if (!BeginBlock(pool, target, wanted))
             {
@@ -194,6 +194,7 @@ bool WritesBehind::Write(void const * data, DWORD count, std::uint64_t place) no
         guard.unlock();
         pool.blocksFreed.wait(seen, std::memory_order_relaxed);
         guard.lock();
+        StayOutOfEnd(pool, guard);
     }
     AddToLast(target.requests, data, count);
     return true;
@@ -206,6 +207,27 @@ void WritesBehind::Await() const noexcept
         RequestQueue const & queue = static_cast<File const *>(file)->requests;
         AwaitEnds(ThePool(), [&queue] { return queue.behind.load(std::memory_order_seq_cst) == 0; });
     }
+}
+
+WriteGroup::WriteGroup() noexcept
+{
+    Pool & pool = ThePool();
+    std::unique_lock guard(pool.lock);
+    StayOutOfEnd(pool, guard);
+    ++pool.openGroups;
+    ++endShield.groups;
+    DeferEnd();
+}
+
+WriteGroup::~WriteGroup()
+{
+    {
+        Pool & pool = ThePool();
+        std::lock_guard const guard(pool.lock);
+        --pool.openGroups;
+        --endShield.groups;
+    }
+    AllowEnd();
 }
 
 } // namespace kv::platform

@@ -2,11 +2,15 @@
 
 #include <atomic>
 
+#include <kvcore/platform/linux/sync/EndShield.h>
+
 namespace kv::platform
 {
 
 /// A lock for what takes some dozen instructions and is taken often. Whoever finds it taken looks again for a while
 /// before sleeping: one that sleeps would come too late each time, and each of the others' calls would wake it.
+///
+/// A signal that ends the process is put off while its thread has the lock: the end waits for threads that need it.
 ///
 /// Not recursive. In a forked child it is as it was at the fork.
 class ShortLock
@@ -19,6 +23,7 @@ public:
     // The names that std::lock_guard wants.
     void lock() noexcept
     {
+        DeferEnd();
         if (!TryTake())
         {
             TakeSlowly();
@@ -30,6 +35,17 @@ public:
         {
             state.notify_one();
         }
+        AllowEnd();
+    }
+    bool try_lock() noexcept
+    {
+        DeferEnd();
+        bool const isTaken = TryTake();
+        if (!isTaken)
+        {
+            AllowEnd();
+        }
+        return isTaken;
     }
 
 private:

@@ -18,6 +18,7 @@
 #include <support/PlatformDefault.h>
 
 #include "../DiagnosticsOfTest.h"
+#include "BusyLog.h"
 
 namespace
 {
@@ -267,6 +268,16 @@ int main(int argc, char ** argv)
     {
         return LogAndLeave(argv[2]);
     }
+    if (argc == 5 && std::strcmp(argv[1], "log-busily") == 0)
+    {
+        return LogBusily(argv[2], argv[3], argv[4]);
+    }
+#ifndef _WIN32
+    if (argc == 3 && std::strcmp(argv[1], "log-own-signals") == 0)
+    {
+        return LogWithOwnSignals(argv[2]);
+    }
+#endif
     if (argc == 3 && std::strcmp(argv[1], "log-refused") == 0)
     {
         return LogToAnothersFile(argv[2]);
