@@ -8,12 +8,20 @@
 /// 7CADFC7D-B1F1-4010-BA9C-C879E11AB6B1. What QueryInterface stores for it is the object's address, not an interface.
 extern KVCORE_API GUID const IID_DataObject;
 
+// That IUnknown is ambiguous is meant. Not only here: g++ would tell it of every class that derives from this one.
+#ifdef __GNUC__
+#    pragma GCC diagnostic ignored "-Winaccessible-base"
+#endif
+
 /// An object for the clipboard and for dragging. It refuses everything, so that a derived class overrides what it
 /// supports.
 ///
-/// Born with a count of 1, which belongs to its creator. Kept: the count is no atomic one, unlike that of other
-/// objects: a data object belongs to one thread.
-class KVCORE_API DataObject : public IDataObject, public RegisteredObject
+/// Born with a count of 1, which belongs to its creator. Kept: the count is its own and no atomic one, unlike that of the
+/// base: a data object belongs to one thread. Its IUnknown is that of IDataObject; the base has another one, which
+/// answers in the same way.
+///
+/// Kept: so a DataObject pointer does not convert to one of IUnknown by itself; IDataObject's is the one to take.
+class KVCORE_API DataObject : public IDataObject, public KVUnknown
 {
 public:
     DataObject();

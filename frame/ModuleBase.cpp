@@ -254,9 +254,9 @@ HACCEL ModuleBase::LoadAcceleratorsFromResource(unsigned int id)
     return LoadAcceleratorsW(LanguageSource(), MAKEINTRESOURCEW(id));
 }
 
-FARPROC ModuleBase::GetProcedure(std::string const & name) const
+ModuleBase::Procedure ModuleBase::GetProcedure(std::string const & name) const
 {
-    return GetProcAddress(instance, name.c_str());
+    return reinterpret_cast<Procedure>(reinterpret_cast<void *>(GetProcAddress(instance, name.c_str())));
 }
 
 HINSTANCE ModuleBase::LocalLoadLibrary(String const & name)

@@ -69,8 +69,10 @@ public:
     /// the dialog can be made as a window of this process, and is empty too as long as it cannot.
     Rect GetDialogRect(unsigned int id, bool inPixels);
 
+    using Procedure = int(CALLBACK *)();
+
     /// An exported function of the module, or null.
-    FARPROC GetProcedure(std::string const & name) const;
+    Procedure GetProcedure(std::string const & name) const;
     /// Loads a library from the module's own folder; null on failure.
     HINSTANCE LocalLoadLibrary(String const & name);
 
