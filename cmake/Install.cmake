@@ -64,7 +64,7 @@ install(FILES ${PROJECT_BINARY_DIR}/kvcoreConfig.cmake ${PROJECT_BINARY_DIR}/kvc
 # pkg-config: what a static link needs besides stands in Libs.private and Requires.private.
 if(TARGET kvplatform)
     set(pc_libs "-lkvcore -lkvplatform")
-    set(pc_requires_private "zlib icu-i18n icu-uc sqlite3 libxslt libxml-2.0")
+    set(pc_requires_private "zlib icu-i18n icu-uc sqlite3 libxslt libxml-2.0 expat")
     set(pc_libs_private "-lstdc++")
 else()
     set(pc_libs "-lkvcore")

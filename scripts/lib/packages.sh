@@ -59,7 +59,7 @@ package_system() {
 # need_build_packages: what every native build needs. The tests' library too: a build is configured whole, whatever
 # is built of it.
 need_build_packages() {
-    need_packages g++ cmake ninja-build pkg-config libicu-dev zlib1g-dev libsqlite3-dev libxml2-dev libxslt1-dev \
+    need_packages g++ cmake ninja-build pkg-config libicu-dev zlib1g-dev libsqlite3-dev libxml2-dev libxslt1-dev libexpat1-dev \
         binutils-mingw-w64-x86-64 libcli11-dev libgtest-dev
     use_compiler_cache
 }

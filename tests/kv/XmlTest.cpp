@@ -126,7 +126,7 @@ TEST_F(KvXml, WhatIsNotWellFormedIsToldWithItsPlace)
         EXPECT_EQ(result.code, ExitDamaged) << action;
         EXPECT_EQ(result.output, "") << action;
         EXPECT_TRUE(Contains(result.error, "wrong.xml:")) << result.error;
-        EXPECT_TRUE(!strict || Contains(result.error, "wrong.xml:2:10: Opening and ending tag mismatch"))
+        EXPECT_TRUE(!strict || Contains(result.error, "wrong.xml:2:8: The end tag does not match the start tag <b> of line 2."))
             << result.error;
     }
     EXPECT_TRUE(Contains(Run({"format", "-"}, "").error, "kv xml: standard input:")) << "an empty input";

@@ -25,7 +25,7 @@ struct XmlFailure
     std::string text;
 };
 
-/// "page.xml:3:14: Opening and ending tag mismatch", the form that editors jump by.
+/// "page.xml:3:14: The entity is not declared.", the form that editors jump by.
 std::string Located(std::string const & name, XmlProblem const & problem)
 {
     std::string text = name;

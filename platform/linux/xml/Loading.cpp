@@ -1,20 +1,16 @@
 #include "Loading.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <mutex>
+#include <memory>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <libxml/parser.h>
-#include <libxml/parserInternals.h>
-#include <libxml/xmlIO.h>
-#include <libxslt/xsltutils.h>
+#include <libxml/uri.h>
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/messages.h>
@@ -23,7 +19,9 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
+#include "Decoding.h"
 #include "Objects.h"
+#include "TreeBuilder.h"
 
 namespace kv::platform
 {
@@ -32,199 +30,6 @@ namespace
 {
 
 constexpr HRESULT documentError = E_FAIL;
-
-thread_local LibraryScope * currentScope = nullptr;
-
-xmlExternalEntityLoader outerLoader = nullptr;
-xmlGenericErrorFunc outerXsltError = nullptr;
-void * outerXsltContext = nullptr;
-
-bool IsLocal(char const * url)
-{
-    char const * const scheme = url == nullptr ? nullptr : std::strstr(url, "://");
-    return url != nullptr && (scheme == nullptr || std::strncmp(url, "file://", 7) == 0);
-}
-
-/// libxml2 has one loader for the process. This one minds the threads that are in a scope, and no others.
-xmlParserInput * LoadExternal(char const * url, char const * id, xmlParserCtxt * context)
-{
-    if (currentScope == nullptr)
-    {
-        return outerLoader(url, id, context);
-    }
-    return currentScope->MayReadFiles() && IsLocal(url) ? xmlNoNetExternalEntityLoader(url, id, context) : nullptr;
-}
-
-/// So is libxslt's place for errors.
-[[gnu::format(printf, 2, 3)]] void NoteXsltError(void *, char const * format, ...)
-{
-    char text[1024];
-    std::va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    if (currentScope != nullptr)
-    {
-        currentScope->Note(text);
-    }
-    else
-    {
-        outerXsltError(outerXsltContext, "%s", text);
-    }
-}
-
-void NoteError(void * scope, xmlError * error)
-{
-    static_cast<LibraryScope *>(scope)->Note(*error);
-}
-
-/// Some messages are printed besides the error that is told.
-[[gnu::format(printf, 2, 3)]] void Silence(void *, char const *, ...) {}
-
-void TakePart()
-{
-    static std::once_flag once;
-    std::call_once(
-        once,
-        []
-        {
-            xmlInitParser();
-            outerLoader = xmlGetExternalEntityLoader();
-            xmlSetExternalEntityLoader(LoadExternal);
-            outerXsltError = xsltGenericError;
-            outerXsltContext = xsltGenericErrorContext;
-            xsltSetGenericErrorFunc(nullptr, NoteXsltError);
-        });
-}
-
-/// Whether an error makes a text no document. libxml2 goes on where a prefix has no namespace; XML's users do not.
-bool IsFatal(xmlError const & error)
-{
-    return error.level == XML_ERR_FATAL ||
-        (error.domain == XML_FROM_NAMESPACE && error.code >= XML_NS_ERR_XML_NAMESPACE &&
-         error.code <= XML_NS_ERR_COLON);
-}
-
-} // namespace
-
-LibraryScope::LibraryScope(bool mayReadFiles)
-    : files(mayReadFiles),
-      outer(currentScope),
-      outerHandler((TakePart(), xmlStructuredError)),
-      outerContext(xmlStructuredErrorContext),
-      outerPrinter(xmlGenericError),
-      outerPrinterContext(xmlGenericErrorContext)
-{
-    currentScope = this;
-    xmlSetStructuredErrorFunc(this, NoteError);
-    xmlSetGenericErrorFunc(this, Silence);
-}
-
-LibraryScope::~LibraryScope()
-{
-    xmlSetGenericErrorFunc(outerPrinterContext, outerPrinter);
-    xmlSetStructuredErrorFunc(outerContext, outerHandler);
-    currentScope = outer;
-}
-
-void LibraryScope::Note(xmlError const & error) noexcept
-{
-    if (noted || error.level < XML_ERR_ERROR || (error.domain == XML_FROM_PARSER && !IsFatal(error)) ||
-        (error.domain == XML_FROM_NAMESPACE && !IsFatal(error)) || error.domain == XML_FROM_IO)
-    {
-        return;
-    }
-    Note(error.message);
-    if (!first.reason.empty() && first.reason.back() != '\n')
-    {
-        first.reason += '\n';
-    }
-    first.line = error.line;
-    first.position = error.domain == XML_FROM_PARSER || error.domain == XML_FROM_NAMESPACE ? error.int2 : 0;
-}
-
-// libxslt tells an error in several parts, of which those that end no line belong together.
-void LibraryScope::Note(char const * text) noexcept
-{
-    if (text == nullptr || (noted && !first.reason.empty() && first.reason.back() == '\n'))
-    {
-        return;
-    }
-    Guarded(
-        [&]
-        {
-            first.reason += text;
-            return S_OK;
-        });
-    noted = true;
-}
-
-Problem LibraryScope::FirstProblem() const
-{
-    Problem problem = first;
-    problem.code = documentError;
-    if (problem.reason.empty())
-    {
-        problem.reason = "The document could not be read.\n";
-    }
-    return problem;
-}
-
-namespace
-{
-
-struct ParserDeleter
-{
-    void operator()(xmlParserCtxt * context) const
-    {
-        xmlFreeParserCtxt(context);
-    }
-};
-using Parser = std::unique_ptr<xmlParserCtxt, ParserDeleter>;
-
-int OptionsOf(LoadOptions const & options)
-{
-    // Not XML_PARSE_HUGE: it lifts the bounds on depth, on sizes and on entities that blow up.
-    int bits = XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_BIG_LINES;
-    if (options.files)
-    {
-        bits |= XML_PARSE_DTDLOAD | XML_PARSE_DTDATTR;
-    }
-    if (!options.keepBlanks)
-    {
-        bits |= XML_PARSE_NOBLANKS;
-    }
-    if (options.ignoreEncoding)
-    {
-        bits |= XML_PARSE_IGNORE_ENC;
-    }
-    return bits;
-}
-
-/// Runs `read` with a parser, and takes its document if it is one.
-template <typename Read>
-SharedTree Load(LoadOptions const & options, Problem & problem, Read read)
-{
-    LibraryScope scope(options.files);
-    Parser const parser(xmlNewParserCtxt());
-    if (!parser)
-    {
-        throw std::bad_alloc();
-    }
-    xmlDoc * const document = read(parser.get(), OptionsOf(options));
-    if (document == nullptr)
-    {
-        problem = scope.FirstProblem();
-        return nullptr;
-    }
-    SharedTree const tree = std::make_shared<Tree>(document, options.files);
-    if (scope.HasProblem())
-    {
-        problem = scope.FirstProblem();
-        return nullptr;
-    }
-    return tree;
-}
 
 std::string SystemReason(DWORD error)
 {
@@ -239,11 +44,11 @@ std::string SystemReason(DWORD error)
     return reason + '\n';
 }
 
-SharedTree FailToOpen(DWORD error, Problem & problem)
+bool FailToOpen(DWORD error, Problem & problem)
 {
     problem.code = static_cast<HRESULT>(0x80070000u | error);
     problem.reason = SystemReason(error);
-    return nullptr;
+    return false;
 }
 
 class File
@@ -274,40 +79,45 @@ std::u16string PathOf(WCHAR const * source)
     return SUCCEEDED(PathCreateFromUrlW(source, path, &capacity, 0)) ? path : source;
 }
 
-} // namespace
-
-SharedTree LoadMemory(char const * data, std::size_t size, LoadOptions const & options, Problem & problem)
+SharedTree Load(std::string_view bytes, char const * url, LoadOptions const & options, Problem & problem)
 {
-    if (size > INT_MAX)
+    std::string storage;
+    std::string_view text = bytes;
+    if (!options.ignoreEncoding && !DecodeDocument(bytes, storage, text, problem))
     {
-        return FailToOpen(ERROR_FILE_TOO_LARGE, problem);
-    }
-    return Load(
-        options, problem,
-        [&](xmlParserCtxt * parser, int bits)
-        {
-            return xmlCtxtReadMemory(
-                parser, size == 0 ? "" : data, static_cast<int>(size), nullptr,
-                options.ignoreEncoding ? "UTF-8" : nullptr, bits);
-        });
-}
-
-SharedTree LoadFile(WCHAR const * source, LoadOptions const & options, Problem & problem)
-{
-    problem.url = source;
-    std::u16string const path = PathOf(source);
-    if (path.find(u"://") != std::u16string::npos)
-    {
-        problem.code = documentError;
-        problem.reason = "Documents are not read over the network.\n";
         return nullptr;
     }
-    NativePath native;
-    if (!native.Translate(path.c_str(), Look::Existing))
+    return BuildTree(text, url, options, problem);
+}
+
+/// Reads to the end, wherever that is by then.
+bool ReadOpenFile(int descriptor, std::size_t size, std::string & bytes)
+{
+    std::size_t done = 0;
+    for (;;)
     {
-        return FailToOpen(GetLastError(), problem);
+        bytes.resize(std::max<std::size_t>(size + 1, done + 0x10000));
+        ssize_t const count = read(descriptor, bytes.data() + done, bytes.size() - done);
+        if (count < 0 && errno != EINTR)
+        {
+            return false;
+        }
+        if (count == 0 || done > INT_MAX)
+        {
+            break;
+        }
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+        size = std::max(size, done * 3 / 2);
     }
-    File const file(native.CStr());
+    bytes.resize(done);
+    return true;
+}
+
+} // namespace
+
+bool ReadNativeFile(char const * path, std::string & bytes, Problem & problem)
+{
+    File const file(path);
     struct stat status;
     if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0)
     {
@@ -321,15 +131,77 @@ SharedTree LoadFile(WCHAR const * source, LoadOptions const & options, Problem &
     {
         return FailToOpen(ERROR_FILE_TOO_LARGE, problem);
     }
-    SharedTree tree = Load(
-        options, problem,
-        [&](xmlParserCtxt * parser, int bits)
-        { return xmlCtxtReadFd(parser, file.descriptor, native.CStr(), nullptr, bits); });
-    if (!tree)
+    if (!ReadOpenFile(file.descriptor, static_cast<std::size_t>(status.st_size), bytes))
     {
-        problem.url = source;
+        return FailToOpen(ErrorOfErrno(errno), problem);
     }
-    return tree;
+    return bytes.size() <= INT_MAX || FailToOpen(ERROR_FILE_TOO_LARGE, problem);
+}
+
+std::string NativePathInUrl(char const * url)
+{
+    if (std::strncmp(url, "file:", 5) != 0)
+    {
+        return std::strstr(url, "://") == nullptr ? url : std::string();
+    }
+    url += 5;
+    if (std::strncmp(url, "//", 2) == 0)
+    {
+        url += std::strncmp(url, "//localhost/", 12) == 0 ? 11 : 2;
+    }
+    std::unique_ptr<char, void (*)(void *)> const path(
+        *url == '/' ? xmlURIUnescapeString(url, 0, nullptr) : nullptr, [](void * text) { xmlFree(text); });
+    return path ? path.get() : std::string();
+}
+
+SharedTree LoadMemory(char const * data, std::size_t size, LoadOptions const & options, Problem & problem)
+{
+    if (size > INT_MAX)
+    {
+        FailToOpen(ERROR_FILE_TOO_LARGE, problem);
+        return nullptr;
+    }
+    return Load({data, size}, nullptr, options, problem);
+}
+
+SharedTree LoadNamed(char const * url, LoadOptions const & options, Problem & problem)
+{
+    std::string const path = NativePathInUrl(url);
+    std::string bytes;
+    if (path.empty())
+    {
+        FailToOpen(ERROR_PATH_NOT_FOUND, problem);
+        return nullptr;
+    }
+    return ReadNativeFile(path.c_str(), bytes, problem) ? Load(bytes, path.c_str(), options, problem) : nullptr;
+}
+
+SharedTree LoadFile(WCHAR const * source, LoadOptions const & options, Problem & problem)
+{
+    struct Named
+    {
+        Problem & problem;
+        WCHAR const * source;
+        ~Named()
+        {
+            problem.url = source;
+        }
+    } const named{problem, source}; // the URL of a document that was read is told in this place, too
+    std::u16string const path = PathOf(source);
+    if (path.find(u"://") != std::u16string::npos)
+    {
+        problem.code = documentError;
+        problem.reason = "Documents are not read over the network.\n";
+        return nullptr;
+    }
+    NativePath native;
+    if (!native.Translate(path.c_str(), Look::Existing))
+    {
+        FailToOpen(GetLastError(), problem);
+        return nullptr;
+    }
+    std::string bytes;
+    return ReadNativeFile(native.CStr(), bytes, problem) ? Load(bytes, native.CStr(), options, problem) : nullptr;
 }
 
 } // namespace kv::platform

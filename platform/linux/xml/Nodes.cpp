@@ -5,7 +5,9 @@
 
 #include <libxml/xmlsave.h>
 
+#include "AttributeIndex.h"
 #include "Document.h"
+#include "LibraryScope.h"
 
 namespace kv::platform
 {
@@ -24,60 +26,6 @@ std::string QualifiedName(xmlNode const * node)
 {
     std::string const name = Chars(node->name);
     return node->ns == nullptr || node->ns->prefix == nullptr ? name : Chars(node->ns->prefix) + (':' + name);
-}
-
-/// Whether two names are the same, without putting one of them together.
-bool HasName(xmlAttr const & attribute, std::string_view name)
-{
-    if (attribute.ns != nullptr && attribute.ns->prefix != nullptr)
-    {
-        std::string_view const prefix = Chars(attribute.ns->prefix);
-        if (name.size() <= prefix.size() || name.substr(0, prefix.size()) != prefix || name[prefix.size()] != ':')
-        {
-            return false;
-        }
-        name.remove_prefix(prefix.size() + 1);
-    }
-    return name == Chars(attribute.name);
-}
-
-/// The URI that a declaration by this name gives, or null.
-xmlChar const * DeclaredNamespace(xmlNode const * element, std::string_view name)
-{
-    if (name.substr(0, 5) != "xmlns")
-    {
-        return nullptr;
-    }
-    for (xmlNs const * declared = element->nsDef; declared != nullptr; declared = declared->next)
-    {
-        bool const match = declared->prefix == nullptr
-            ? name == "xmlns"
-            : name.size() > 6 && name[5] == ':' && name.substr(6) == Chars(declared->prefix);
-        if (match)
-        {
-            return declared->href == nullptr ? BAD_CAST "" : declared->href;
-        }
-    }
-    return nullptr;
-}
-
-/// Texts that libxml2 allocates.
-struct XmlText
-{
-    explicit XmlText(xmlChar * newText) : text(newText) {}
-    XmlText(XmlText const &) = delete;
-    XmlText & operator=(XmlText const &) = delete;
-    ~XmlText()
-    {
-        xmlFree(text);
-    }
-    xmlChar * const text;
-};
-
-HRESULT GiveOwned(xmlChar * text, BSTR * target)
-{
-    XmlText const owned(text);
-    return GiveText(Chars(owned.text), target);
 }
 
 /// An object for one node that is no document.
@@ -165,7 +113,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE getAttribute(BSTR name, VARIANT * value) override
     {
-        return Guarded([&] { return GiveAttribute(Here(), name, value); });
+        return Guarded([&] { return GiveAttribute(*TreeOf(), Here(), name, value); });
     }
 
 private:
@@ -414,45 +362,57 @@ HRESULT GiveValue(xmlNode const * node, VARIANT * value)
     }
 }
 
-HRESULT GiveContent(xmlNode const * node, BSTR * text)
+namespace
 {
-    if (node == nullptr || node->type == XML_DTD_NODE)
+
+std::string TextsIn(xmlNode const * root)
+{
+    std::string text;
+    for (xmlNode const * node = root; node != nullptr; node = NextWithin(node, root))
     {
-        return GiveText("", text);
+        bool const counts = node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
+        text += counts && node->content != nullptr ? Chars(node->content) : "";
     }
-    bool const leaf = node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
-    if (leaf)
-    {
-        return GiveText(node->content == nullptr ? "" : Chars(node->content), text);
-    }
-    xmlChar * const content = xmlNodeGetContent(node);
-    return content == nullptr ? GiveText("", text) : GiveOwned(content, text);
+    return text;
 }
 
-HRESULT GiveAttribute(xmlNode const * element, BSTR name, VARIANT * value)
+} // namespace
+
+HRESULT GiveContent(xmlNode const * node, BSTR * text)
+{
+    switch (TypeOf(node))
+    {
+    case NODE_ELEMENT:
+    case NODE_DOCUMENT:
+        return node == nullptr ? GiveText("", text) : GiveText(TextsIn(node), text);
+    case NODE_ATTRIBUTE:
+        node = node->children;
+        break;
+    case NODE_DOCUMENT_TYPE:
+        node = nullptr;
+        break;
+    default:
+        break;
+    }
+    return GiveText(node == nullptr || node->content == nullptr ? "" : Chars(node->content), text);
+}
+
+HRESULT GiveAttribute(Tree const & tree, xmlNode const * element, BSTR name, VARIANT * value)
 {
     if (value == nullptr || name == nullptr)
     {
         return E_INVALIDARG;
     }
     value->vt = VT_NULL;
-    std::string const wanted = Utf8Of(name);
-    HRESULT result = S_FALSE;
-    if (xmlChar const * const uri = DeclaredNamespace(element, wanted))
+    AttributeIndex::Found const found = tree.attributes->Find(*element, Utf8Of(name));
+    if (!found)
     {
-        result = GiveText(Chars(uri), &value->bstrVal);
-        value->vt = VT_BSTR;
-        return result;
+        return S_FALSE;
     }
-    for (xmlAttr const * attribute = element->properties; attribute != nullptr; attribute = attribute->next)
-    {
-        if (HasName(*attribute, wanted))
-        {
-            result = GiveContent(reinterpret_cast<xmlNode const *>(attribute), &value->bstrVal);
-            value->vt = VT_BSTR;
-            return result;
-        }
-    }
+    HRESULT const result = found.uri != nullptr
+        ? GiveText(Chars(found.uri), &value->bstrVal)
+        : GiveContent(reinterpret_cast<xmlNode const *>(found.attribute), &value->bstrVal);
+    value->vt = VT_BSTR;
     return result;
 }
 
@@ -489,73 +449,79 @@ int AppendTo(void * target, char const * bytes, int size) noexcept
         : -1;
 }
 
-/// The node without a declaration.
-std::string Serialized(xmlNode * node)
+/// The document type as it was written, but for the line ends.
+std::string TypeDeclaration(Tree const & tree, xmlDtd const & type)
 {
-    std::string bytes;
-    xmlSaveCtxt * const context = xmlSaveToIO(AppendTo, nullptr, &bytes, "UTF-8", XML_SAVE_NO_DECL | XML_SAVE_AS_XML);
+    std::string text = std::string("<!DOCTYPE ") + Chars(type.name);
+    auto const quoted = [](xmlChar const * id)
+    {
+        char const quote = xmlStrchr(id, '"') == nullptr ? '"' : '\'';
+        return quote + std::string(Chars(id)) + quote;
+    };
+    text += type.ExternalID != nullptr ? " PUBLIC " + quoted(type.ExternalID)
+        : type.SystemID != nullptr     ? " SYSTEM"
+                                       : "";
+    text += type.SystemID != nullptr ? ' ' + quoted(type.SystemID) : "";
+    return text + (tree.declarations.empty() ? "" : ' ' + tree.declarations) + '>';
+}
+
+void Append(Tree const & tree, xmlNode * node, std::string & text)
+{
+    if (node->type == XML_DTD_NODE)
+    {
+        text += TypeDeclaration(tree, *reinterpret_cast<xmlDtd const *>(node));
+        return;
+    }
+    xmlSaveCtxt * const context = xmlSaveToIO(AppendTo, nullptr, &text, "UTF-8", XML_SAVE_NO_DECL | XML_SAVE_AS_XML);
     if (context == nullptr)
     {
         throw std::bad_alloc();
     }
-    long const saved = node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE
-        ? xmlSaveDoc(context, reinterpret_cast<xmlDoc *>(node))
-        : xmlSaveTree(context, node);
+    long const saved = xmlSaveTree(context, node);
     if (xmlSaveClose(context) < 0 || saved < 0)
     {
         throw std::bad_alloc();
     }
-    return bytes;
 }
 
-bool DeclaresAbove(xmlNode const * node)
+std::string Serialized(Tree const & tree, xmlNode * node)
 {
-    for (node = node->parent; node != nullptr && node->type == XML_ELEMENT_NODE; node = node->parent)
+    std::string text;
+    if (TypeOf(node) != NODE_DOCUMENT)
     {
-        if (node->nsDef != nullptr)
-        {
-            return true;
-        }
+        Append(tree, node, text);
+        return text;
     }
-    return false;
+    for (xmlNode * child = node->children; child != nullptr; child = child->next)
+    {
+        Append(tree, child, text);
+        text += '\n';
+    }
+    return text;
 }
 
 /// An element taken out of its document needs the declarations that stand above it, or it is no XML by itself.
-std::string SerializedAlone(xmlNode * node)
+std::string SerializedAlone(Tree const & tree, xmlNode * node)
 {
-    if (node->type != XML_ELEMENT_NODE || !DeclaresAbove(node))
+    Declarations above = node->type == XML_ELEMENT_NODE ? UsedFromAbove(*node) : Declarations();
+    if (above.empty())
     {
-        return Serialized(node);
+        return Serialized(tree, node);
     }
-    xmlNode * const copy = xmlDocCopyNode(node, node->doc, 1);
-    if (copy == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    struct Freed
-    {
-        xmlNode * node;
-        ~Freed()
-        {
-            xmlFreeNode(node);
-        }
-    } const freed{copy};
-    return Serialized(copy);
+    Tree const copy(CopyNode(*node, std::move(above)), false);
+    return Serialized(copy, xmlDocGetRootElement(copy.document));
 }
 
 std::string WithWideLineEnds(std::string const & text)
 {
     std::string wide;
     wide.reserve(text.size() + text.size() / 32);
-    for (char const c : text)
+    std::size_t at = 0;
+    for (std::size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
     {
-        if (c == '\n')
-        {
-            wide += '\r';
-        }
-        wide += c;
+        wide.append(text, at, end - at).append("\r\n");
     }
-    return wide;
+    return wide.append(text, at);
 }
 
 } // namespace
@@ -577,11 +543,11 @@ HRESULT GiveXml(SharedTree const & tree, xmlNode * node, BSTR * xml)
             text = tree->document->standalone == 1 ? "<?xml version=\"1.0\" standalone=\"yes\"?>\n"
                                                    : "<?xml version=\"1.0\"?>\n";
         }
-        text += node == nullptr ? std::string() : Serialized(node);
+        text += node == nullptr ? std::string() : Serialized(*tree, node);
     }
     else
     {
-        text = SerializedAlone(node);
+        text = SerializedAlone(*tree, node);
     }
     *xml = NewText(WithWideLineEnds(text));
     return S_OK;

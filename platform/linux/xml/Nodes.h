@@ -43,7 +43,7 @@ HRESULT GiveTypeName(xmlNode const * node, BSTR * type);
 HRESULT GiveValue(xmlNode const * node, VARIANT * value);
 HRESULT GiveContent(xmlNode const * node, BSTR * text);
 HRESULT GiveXml(SharedTree const & tree, xmlNode * node, BSTR * xml);
-HRESULT GiveAttribute(xmlNode const * element, BSTR name, VARIANT * value);
+HRESULT GiveAttribute(Tree const & tree, xmlNode const * element, BSTR name, VARIANT * value);
 xmlNode * FirstChild(xmlNode const * node);
 xmlNode * ParentOf(xmlNode const * node);
 

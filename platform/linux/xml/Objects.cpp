@@ -112,6 +112,17 @@ HRESULT GiveText(char const * utf8, BSTR * target)
     return S_OK;
 }
 
+HRESULT GiveText(std::string const & utf8, BSTR * target)
+{
+    if (target == nullptr)
+    {
+        return E_INVALIDARG;
+    }
+    *target = nullptr;
+    *target = NewText(utf8);
+    return S_OK;
+}
+
 std::string Utf8Of(WCHAR const * text, std::size_t length)
 {
     std::string utf8(CountUtf16AsUtf8(text, length).length, '\0');

@@ -17,6 +17,7 @@ BSTR NewText(char const * utf8, std::size_t length);
 BSTR NewText(std::string const & utf8);
 /// Stores it: S_OK, or S_FALSE and null for no text.
 HRESULT GiveText(char const * utf8, BSTR * target);
+HRESULT GiveText(std::string const & utf8, BSTR * target);
 
 std::string Utf8Of(WCHAR const * text, std::size_t length);
 std::string Utf8Of(BSTR text);

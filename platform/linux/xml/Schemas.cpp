@@ -8,6 +8,7 @@
 #include <libxml/xmlschemas.h>
 
 #include "Document.h"
+#include "LibraryScope.h"
 
 namespace kv::platform
 {
@@ -138,7 +139,7 @@ private:
     HRESULT Compile(std::string const & uri, Tree const & tree)
     {
         LibraryScope const scope(tree.files);
-        Entry entry{uri, std::unique_ptr<xmlDoc, Freeing>(xmlCopyDoc(tree.document, 1)), nullptr};
+        Entry entry{uri, std::unique_ptr<xmlDoc, Freeing>(CopyDocument(*tree.document)), nullptr};
         if (!entry.source)
         {
             return E_OUTOFMEMORY;

@@ -1,12 +1,20 @@
 // XPath.
 
+#include <algorithm>
+#include <chrono>
 #include <climits>
 #include <memory>
+#include <optional>
 
 #include <libxml/xpath.h>
 #include <libxml/xpathInternals.h>
 
+#include <kvcore/platform/StackSpace.h>
+
 #include "Document.h"
+#include "LibraryScope.h"
+#include "PlainPath.h"
+#include "WorkLimits.h"
 
 namespace kv::platform
 {
@@ -14,9 +22,14 @@ namespace kv::platform
 namespace
 {
 
-/// What one expression may do, so that a bad one ends: about a minute's work.
+/// What one expression may do, so that a bad one ends.
 constexpr unsigned long mostOperations = 2000000000;
+constexpr std::chrono::seconds longestTime{20}; ///< of the processor
 constexpr std::size_t longestExpression = 0x10000;
+/// The library looks for each namespace among those before it.
+constexpr std::size_t mostNamespaces = 2000;
+/// From here on its comparisons of neighbours, which walk from one to the other, are avoided.
+constexpr std::size_t longRun = 1000;
 
 template <auto free>
 struct Deleter
@@ -72,6 +85,94 @@ enum class Which
     First
 };
 
+/// Holds the nodes that a path selects. The library sorts what an expression selects by comparisons that cost as much
+/// as there are nodes between two, except for what is only counted: so the path is counted, and its nodes are kept.
+struct Collector
+{
+    Result kept;
+
+    static void Count(xmlXPathParserContext * parser, int arguments)
+    {
+        if (arguments != 1)
+        {
+            xmlXPathErr(parser, XPATH_INVALID_ARITY);
+            return;
+        }
+        Result set(valuePop(parser));
+        if (!set || (set->type != XPATH_NODESET && set->type != XPATH_XSLT_TREE))
+        {
+            xmlXPathErr(parser, XPATH_INVALID_TYPE);
+            return;
+        }
+        int const count = set->nodesetval == nullptr ? 0 : set->nodesetval->nodeNr;
+        static_cast<Collector *>(parser->context->funcLookupData)->kept = std::move(set); // the last is the outermost
+        valuePush(parser, xmlXPathNewFloat(count));
+    }
+    static xmlXPathFunction Find(void *, xmlChar const * name, xmlChar const * uri)
+    {
+        return uri == nullptr && xmlStrEqual(name, BAD_CAST "count") ? Count : nullptr;
+    }
+};
+
+std::vector<xmlNode *> InOrder(std::vector<xmlNode *> nodes)
+{
+    std::sort(
+        nodes.begin(), nodes.end(),
+        [](xmlNode const * a, xmlNode const * b) { return NodeMark::Of(a).order < NodeMark::Of(b).order; });
+    return nodes;
+}
+
+/// The library calls itself for what is nested: twelve calls deep for each bracket, once for each operation.
+bool FitsStack(std::string const & text)
+{
+    auto const brackets =
+        static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return c == '(' || c == '['; }));
+    std::size_t const needed =
+        std::min<std::size_t>(brackets, 500) * 3000 + std::min<std::size_t>(text.size(), 5000) * 500 + 0x4000;
+    return needed < StackBytesLeft();
+}
+
+HRESULT EvaluateByLibrary(NodeAccess & from, std::string const & text, Which which, std::vector<xmlNode *> & nodes)
+{
+    TreeFigures const & figures = from.TreeOf()->figures;
+    if (figures.mostNamespaces > mostNamespaces && text.find("namespace") != std::string::npos)
+    {
+        return FailWithReport(E_FAIL, "The document declares too many namespaces for a path that selects them.");
+    }
+    if (!FitsStack(text))
+    {
+        return FailWithReport(E_FAIL, "The path is nested too deep for the stack of this thread.");
+    }
+    LibraryScope const scope(false);
+    Context const context = ContextFor(from);
+    if (!Compiled(xmlXPathCtxtCompile(context.get(), BAD_CAST('(' + text + ')').c_str())))
+    {
+        return Fail(scope);
+    }
+    if (from.Here() == nullptr)
+    {
+        return S_OK;
+    }
+    Collector collector;
+    xmlXPathRegisterFuncLookup(context.get(), Collector::Find, &collector);
+    // The library stops at the first node for "[1]".
+    bool const stops = which == Which::First && figures.longestRun < longRun;
+    std::string const counted = stops ? "count((" + text + ")[1])" : "count(" + text + ')';
+    Compiled const compiled(xmlXPathCtxtCompile(context.get(), BAD_CAST counted.c_str()));
+    StopSwitch const stop({&context->opCount, mostOperations});
+    TimeLimit const limit(longestTime, stop);
+    Result const result(compiled ? xmlXPathCompiledEval(compiled.get(), context.get()) : nullptr);
+    if (!result)
+    {
+        bool const isValue = context->lastError.code == XML_XPATH_INVALID_TYPE;
+        return isValue           ? FailWithReport(E_FAIL, "The path selects no nodes.")
+            : limit.WasReached() ? FailWithReport(E_FAIL, "The path takes too long on this document.")
+                                 : Fail(scope);
+    }
+    nodes = InOrder(NodesIn(collector.kept->nodesetval));
+    return S_OK;
+}
+
 HRESULT Evaluate(NodeAccess & from, BSTR expression, Which which, std::vector<xmlNode *> & nodes)
 {
     std::string const text = Utf8Of(expression);
@@ -79,28 +180,14 @@ HRESULT Evaluate(NodeAccess & from, BSTR expression, Which which, std::vector<xm
     {
         return E_INVALIDARG;
     }
-    LibraryScope const scope(false);
-    Context const context = ContextFor(from);
-    Compiled compiled(xmlXPathCtxtCompile(context.get(), BAD_CAST text.c_str()));
-    if (!compiled)
+    std::optional<PlainPath> const plain = PlainPath::Parse(text, from.Owner().SelectionPrefixes());
+    if (!plain)
     {
-        return Fail(scope);
+        return EvaluateByLibrary(from, text, which, nodes);
     }
-    if (which == Which::First)
+    if (from.Here() != nullptr)
     {
-        // libxml2 stops at the first node then.
-        Compiled first(xmlXPathCtxtCompile(context.get(), BAD_CAST("(" + text + ")[1]").c_str()));
-        compiled = first ? std::move(first) : std::move(compiled);
-    }
-    Result const result(from.Here() == nullptr ? nullptr : xmlXPathCompiledEval(compiled.get(), context.get()));
-    if (from.Here() != nullptr && (!result || result->type != XPATH_NODESET))
-    {
-        return Fail(scope);
-    }
-    if (result)
-    {
-        xmlXPathNodeSetSort(result->nodesetval);
-        nodes = NodesIn(result->nodesetval);
+        nodes = plain->Select(*from.Here(), *from.TreeOf()->document, which == Which::First);
     }
     return S_OK;
 }

@@ -1,14 +1,22 @@
 // XSLT.
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include <libxslt/security.h>
 #include <libxslt/transform.h>
 #include <libxslt/xsltInternals.h>
 #include <libxslt/xsltutils.h>
 
+#include <kvcore/platform/StackSpace.h>
+
 #include "Document.h"
+#include "LibraryScope.h"
+#include "StyleSheetPaths.h"
+#include "WorkLimits.h"
 
 namespace kv::platform
 {
@@ -17,7 +25,23 @@ namespace
 {
 
 /// What one transformation may do, so that a bad one ends.
-constexpr unsigned long mostOperations = 500000000;
+constexpr unsigned long mostInstructions = 500000000;
+constexpr unsigned long mostPathOperations = 4000000000;
+constexpr std::chrono::seconds longestTime{60};
+/// Memory: so much, and so many times what the document and the style sheet take.
+constexpr std::size_t freeMemory = 64 << 20;
+constexpr std::size_t memoryFactor = 16;
+/// Where the library's cost grows with the square, and it counts nothing.
+constexpr std::size_t mostAttributes = 10000;
+constexpr std::size_t mostNamespaces = 2000;
+constexpr std::size_t longestRun = 20000;
+constexpr std::size_t mostElements = 100000; ///< of a style sheet
+constexpr double mostPatternSteps = 2e9;
+/// The stack that the library takes for each template within another, and for each variable made of others.
+constexpr std::size_t stackOfTemplate = 2500;
+constexpr std::size_t stackOfVariable = 4000;
+constexpr std::size_t leastStack = 0x20000;
+constexpr int mostTemplates = 3000;
 
 struct Freeing
 {
@@ -45,31 +69,23 @@ using Stylesheet = std::unique_ptr<xsltStylesheet, Freeing>;
 DocumentPointer CopyOf(NodeAccess const & access)
 {
     xmlNode * const node = access.Here();
-    if (node == nullptr)
+    switch (node == nullptr ? NODE_INVALID : TypeOf(node))
     {
+    case NODE_DOCUMENT:
+        return DocumentPointer(CopyDocument(*access.TreeOf()->document));
+    case NODE_ELEMENT:
+    case NODE_TEXT:
+    case NODE_CDATA_SECTION:
+    case NODE_COMMENT:
+    case NODE_PROCESSING_INSTRUCTION:
+        return DocumentPointer(CopyNode(*node, AllFromAbove(*node)));
+    default:
         return nullptr;
     }
-    if (TypeOf(node) == NODE_DOCUMENT)
-    {
-        return DocumentPointer(xmlCopyDoc(access.TreeOf()->document, 1));
-    }
-    DocumentPointer document(xmlNewDoc(BAD_CAST "1.0"));
-    xmlNode * const copy = document ? xmlDocCopyNode(node, document.get(), 1) : nullptr;
-    if (copy == nullptr || TypeOf(node) == NODE_ATTRIBUTE)
-    {
-        return nullptr;
-    }
-    xmlDocSetRootElement(document.get(), copy);
-    return document;
 }
 
-Stylesheet Compile(NodeAccess const & access)
+Stylesheet Compile(DocumentPointer source)
 {
-    DocumentPointer source = CopyOf(access);
-    if (!source)
-    {
-        return nullptr;
-    }
     Stylesheet stylesheet(xsltParseStylesheetDoc(source.get()));
     if (stylesheet)
     {
@@ -93,7 +109,57 @@ bool ForbidFilesAndNetwork(xsltSecurityPrefs & rules, xsltTransformContext & con
         xsltSetCtxtSecurityPrefs(&rules, &context) == 0;
 }
 
-DocumentPointer Apply(xsltStylesheet & stylesheet, xmlDoc & source, bool mayRead)
+/// Why a document is not taken for a transformation; empty if it is.
+std::string ReasonAgainst(TreeFigures const & figures)
+{
+    if (figures.mostAttributes > mostAttributes)
+    {
+        return "An element has more than " + std::to_string(mostAttributes) +
+            " attributes, which is more than style sheets work on.";
+    }
+    if (figures.mostNamespaces > mostNamespaces)
+    {
+        return "More than " + std::to_string(mostNamespaces) +
+            " namespaces are declared for an element, which is more than style sheets work on.";
+    }
+    return figures.longestRun > longestRun ? "More than " + std::to_string(longestRun) +
+            " texts, comments and instructions follow each other, which is more than style sheets work on."
+                                           : std::string();
+}
+
+/// The same of a style sheet and what it is to work on. A pattern is tried with every way up from a node.
+std::string ReasonAgainst(StyleSheetFigures const & styleSheet, TreeFigures const & source)
+{
+    double ways = static_cast<double>(source.nodes);
+    for (std::size_t i = 0; i < styleSheet.deepSteps; ++i)
+    {
+        ways *= std::max(1.0, static_cast<double>(source.deepest - std::min(source.deepest, i)) / double(i + 1));
+    }
+    if (styleSheet.deepSteps > 1 && ways > mostPatternSteps)
+    {
+        return "A pattern has " + std::to_string(styleSheet.deepSteps) +
+            " steps of any depth, which takes too long on a document this deep.";
+    }
+    if (styleSheet.elements > mostElements)
+    {
+        return "The style sheet has more than " + std::to_string(mostElements) + " elements.";
+    }
+    if (StackBytesLeft() < leastStack + styleSheet.dependentVariables * stackOfVariable)
+    {
+        return "The stack of this thread is too small for the style sheet.";
+    }
+    return {};
+}
+
+int MostTemplates()
+{
+    std::size_t const left = StackBytesLeft();
+    std::size_t const fit = (left - std::min(left, leastStack / 2)) / stackOfTemplate;
+    return static_cast<int>(std::min<std::size_t>(mostTemplates, fit));
+}
+
+DocumentPointer
+Apply(xsltStylesheet & stylesheet, xmlDoc & source, bool mayRead, MemoryLimit & memory, std::string & reason)
 {
     std::unique_ptr<xsltSecurityPrefs, Freeing> const rules(xsltNewSecurityPrefs());
     std::unique_ptr<xsltTransformContext, Freeing> const context(xsltNewTransformContext(&stylesheet, &source));
@@ -101,9 +167,17 @@ DocumentPointer Apply(xsltStylesheet & stylesheet, xmlDoc & source, bool mayRead
     {
         return nullptr;
     }
-    context->opLimit = mostOperations;
+    context->opLimit = mostInstructions;
+    context->xpathCtxt->opLimit = mostPathOperations;
+    context->maxTemplateDepth = MostTemplates();
+    StopSwitch const stop({&context->opCount, mostInstructions}, {&context->xpathCtxt->opCount, mostPathOperations});
+    memory.Set(freeMemory + memoryFactor * memory.Held(), stop);
+    TimeLimit const time(longestTime, stop);
     DocumentPointer result(xsltApplyStylesheetUser(&stylesheet, &source, nullptr, nullptr, nullptr, context.get()));
-    return context->state == XSLT_STATE_OK ? std::move(result) : nullptr;
+    reason = memory.WasReached() ? "The style sheet takes more memory than its document warrants."
+        : time.WasReached()      ? "The style sheet takes too long."
+                                 : "";
+    return context->state == XSLT_STATE_OK && reason.empty() ? std::move(result) : nullptr;
 }
 
 /// The result, with the style sheet that says how it is written.
@@ -113,25 +187,42 @@ struct Transformed
     DocumentPointer result;
 };
 
-Transformed Run(NodeAccess & source, IXMLDOMNode * object)
+Transformed Run(NodeAccess & source, NodeAccess & styleSheet, std::string & reason)
 {
-    Reference<NodeAccess> const access = AccessTo(object);
+    MemoryLimit memory;
     Transformed done;
-    if (!access)
+    TreeFigures const & figures = source.TreeOf()->figures;
+    reason = ReasonAgainst(figures);
+    reason = reason.empty() ? ReasonAgainst(styleSheet.TreeOf()->figures) : reason;
+    DocumentPointer copy = reason.empty() ? CopyOf(source) : nullptr;
+    DocumentPointer rules = copy ? CopyOf(styleSheet) : nullptr;
+    if (!rules)
     {
         return done;
     }
-    bool const files = access->TreeOf()->files;
-    LibraryScope const scope(files);
-    DocumentPointer const copy = CopyOf(source);
-    done.stylesheet = copy ? Compile(*access.Get()) : nullptr;
+    reason = ReasonAgainst(PrepareStyleSheet(*rules), figures);
+    done.stylesheet = reason.empty() ? Compile(std::move(rules)) : nullptr;
     if (done.stylesheet)
     {
-        done.result = Apply(*done.stylesheet, *copy, files);
+        done.result = Apply(*done.stylesheet, *copy, styleSheet.TreeOf()->files, memory, reason);
     }
+    return done;
+}
+
+Transformed Run(NodeAccess & source, IXMLDOMNode * object)
+{
+    Reference<NodeAccess> const access = AccessTo(object);
+    if (!access)
+    {
+        return {};
+    }
+    LibraryScope const scope(access->TreeOf()->files);
+    std::string reason;
+    Transformed done = Run(source, *access.Get(), reason);
     if (!done.result)
     {
-        FailWithReport(E_FAIL, scope.HasProblem() ? scope.FirstProblem().reason : "The transformation failed.");
+        std::string const told = scope.HasProblem() ? scope.FirstProblem().reason : "The transformation failed.";
+        FailWithReport(E_FAIL, reason.empty() ? told : reason);
     }
     return done;
 }
@@ -178,6 +269,7 @@ HRESULT Transform(NodeAccess & source, IXMLDOMNode * stylesheet, VARIANT const &
     }
     SharedTree tree = std::make_shared<Tree>(done.result.get(), false);
     done.result.release();
+    tree->figures = NumberNodes(*tree->document);
     target->Owner().Replace(std::move(tree));
     return S_OK;
 }
