@@ -7,6 +7,7 @@
 #define DISP_E_MEMBERNOTFOUND ((HRESULT)0x80020003u)
 #define DISP_E_TYPEMISMATCH ((HRESULT)0x80020005u)
 #define DISP_E_UNKNOWNNAME ((HRESULT)0x80020006u)
+#define DISP_E_BADVARTYPE ((HRESULT)0x80020008u)
 #define DISP_E_BADINDEX ((HRESULT)0x8002000Bu)
 
 /// A text whose length stands in front of it, made by SysAllocString. Null is a text without elements.
@@ -123,10 +124,12 @@ extern "C"
 
     /// Sets the type to VT_EMPTY, without a look at what was there.
     KVCORE_API void WINAPI VariantInit(VARIANT * value);
-    /// Releases the text or object that it holds, and sets the type to VT_EMPTY.
+    /// Releases the text or object that it holds, and sets the type to VT_EMPTY. DISP_E_BADVARTYPE for a type that no
+    /// value has; then nothing changes.
     KVCORE_API HRESULT WINAPI VariantClear(VARIANT * value);
 
-    /// Leaves a report for the calling thread, in place of the one before; null leaves none. `reserved` is 0.
+    /// Leaves a report for the calling thread, in place of the one before; null leaves none. `reserved` is 0, and
+    /// E_INVALIDARG the result of any other, here and below.
     KVCORE_API HRESULT WINAPI SetErrorInfo(ULONG reserved, IErrorInfo * report);
     /// Takes the calling thread's report away: S_OK, or S_FALSE and null if there is none.
     KVCORE_API HRESULT WINAPI GetErrorInfo(ULONG reserved, IErrorInfo ** report);

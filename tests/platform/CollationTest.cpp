@@ -69,6 +69,50 @@ TEST(Collation, LigaturesAreTheirLetters)
         {0, TEXT("stra\u00DFe"), '=', TEXT("strasse")},
         {0, TEXT("\u0153uvre"), '=', TEXT("oeuvre")},
         {0, TEXT("\u00FEorn"), '=', TEXT("thorn")},
+        {0, TEXT("\u1E9E"), '=', TEXT("SS")},
+        {0, TEXT("\u01F3"), '=', TEXT("dz")},
+        {0, TEXT("\u01C7"), '=', TEXT("LJ")},
+        {0, TEXT("\uFB01"), '=', TEXT("fi")},
+        {0, TEXT("\uFB03"), '=', TEXT("ffi")},
+        {NORM_IGNORECASE, TEXT("\uFB02"), '=', TEXT("FL")},
+    });
+}
+
+TEST(Collation, TheTwoOtherIsKeepTheirDotAndItsLackWithoutCase)
+{
+    for (DWORD const flags : {DWORD{NORM_IGNORECASE}, DWORD{LINGUISTIC_IGNORECASE}})
+    {
+        CheckOrders({
+            {flags, TEXT("\u0130"), '>', TEXT("i")},
+            {flags, TEXT("\u0130"), '>', TEXT("I")},
+            {flags, TEXT("\u0130"), '>', TEXT("\u0131")},
+            {flags, TEXT("\u0130"), '=', TEXT("i\u0307")},
+            {flags, TEXT("\u0130"), '=', TEXT("I\u0307")},
+            {flags, TEXT("\u0131"), '>', TEXT("i")},
+            {flags, TEXT("\u0131"), '>', TEXT("I")},
+            {flags, TEXT("\u0131"), '<', TEXT("\u0130")},
+            {flags, TEXT("\u0130STANBUL"), '>', TEXT("istanbul")},
+            {flags, TEXT("\u0131stanbul"), '>', TEXT("ISTANBUL")},
+            {flags, TEXT("\u0131stanbul"), '<', TEXT("\u0130STANBUL")},
+        });
+    }
+    // Longer than what is folded in place.
+    WString const many(200, TEXT('\u0130'));
+    WString small;
+    for (std::size_t i = 0; i < many.size(); ++i)
+    {
+        small += TEXT("i\u0307");
+    }
+    EXPECT_EQ(Compare(NORM_IGNORECASE, many, small), '=');
+}
+
+TEST(Collation, TheFinalSigmaIsASigmaWithoutCase)
+{
+    CheckOrders({
+        {0, TEXT("\u03C3"), '<', TEXT("\u03C2")},
+        {0, TEXT("\u03C2"), '<', TEXT("\u03A3")},
+        {NORM_IGNORECASE, TEXT("\u03C2"), '=', TEXT("\u03C3")},
+        {NORM_IGNORECASE, TEXT("\u03C2"), '=', TEXT("\u03A3")},
     });
 }
 

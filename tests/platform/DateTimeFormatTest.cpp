@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <iterator>
+
 #include <kvcore/platform/win32.h>
 
 namespace
@@ -111,9 +114,11 @@ struct DateCase
 
 TEST(DateFormat, RefusesDatesThatDoNotExist)
 {
-    DateCase const cases[] = {{2024, 2, 29, true}, {2024, 2, 30, false}, {2000, 2, 29, true},  {2024, 13, 1, false},
-                              {2024, 0, 1, false}, {2024, 1, 0, false},  {2024, 1, 32, false}, {1601, 1, 1, true},
-                              {1600, 1, 1, false}, {0, 1, 1, false},     {30827, 12, 31, true}};
+    DateCase const cases[] = {
+        {2024, 2, 29, true},    {2024, 2, 30, false},     {2000, 2, 29, true},   {2024, 13, 1, false},
+        {2024, 0, 1, false},    {2024, 1, 0, false},      {2024, 1, 32, false},  {1601, 1, 1, true},
+        {1600, 1, 1, false},    {0, 1, 1, false},         {30827, 12, 31, true}, {2024, 257, 1, false},
+        {2024, 2056, 1, false}, {2024, 0xFF01, 1, false}, {2024, 1, 257, false}, {2024, 1, 0xFF01, false}};
     for (DateCase const & row : cases)
     {
         SYSTEMTIME const when = {row.year, row.month, 0, row.day, 0, 0, 0, 0};
@@ -263,6 +268,25 @@ TEST(DateTimeFormat, RefusesWhatItCannotPrint)
         SetLastError(before);
         EXPECT_EQ(format(american, 0, &moment, nullptr, nullptr, 20), 0);
         EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    }
+}
+
+TEST(DateTimeFormat, WhatFitsIntoABufferIsThereThoughItFails)
+{
+    for (int const capacity : {1, 2, 5, 8})
+    {
+        for (Formatter const format : {GetDateFormatW, GetTimeFormatW})
+        {
+            WCHAR whole[20];
+            ASSERT_GT(format(american, 0, &moment, nullptr, whole, 20), 8);
+            WCHAR buffer[20];
+            std::fill(std::begin(buffer), std::end(buffer), TEXT('~'));
+            SetLastError(before);
+            EXPECT_EQ(format(american, 0, &moment, nullptr, buffer, capacity), 0);
+            EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+            EXPECT_EQ(WString(buffer), WString(whole, static_cast<std::size_t>(capacity - 1)));
+            EXPECT_EQ(buffer[capacity], TEXT('~'));
+        }
     }
 }
 

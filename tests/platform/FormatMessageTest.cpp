@@ -594,6 +594,33 @@ TEST(FormatMessageText, StringGoesBeforeTheSystem)
     EXPECT_EQ(WString(buffer), TEXT("abc"));
 }
 
+TEST(FormatMessageText, AFailureThatShouldAllocateLeavesNull)
+{
+    struct
+    {
+        DWORD flags;
+        WCHAR const * source;
+        DWORD code;
+    } const cases[] = {
+        {0, TEXT("abc"), 0},
+        {FORMAT_MESSAGE_FROM_STRING, nullptr, 0},
+        {FORMAT_MESSAGE_FROM_STRING, TEXT("%"), 0},
+        {FORMAT_MESSAGE_FROM_STRING, TEXT("%1"), 0},
+        {FORMAT_MESSAGE_FROM_STRING, TEXT(""), 0},
+        {FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 0x0FFFFFFF},
+    };
+    for (auto const & row : cases)
+    {
+        LPWSTR buffer = reinterpret_cast<LPWSTR>(&buffer);
+        EXPECT_EQ(
+            FormatMessageW(
+                row.flags | FORMAT_MESSAGE_ALLOCATE_BUFFER, row.source, row.code, 0, reinterpret_cast<LPWSTR>(&buffer),
+                0, nullptr),
+            0u);
+        EXPECT_EQ(buffer, nullptr) << row.flags << ' ' << row.code;
+    }
+}
+
 TEST(FormatMessageText, LongTextsAreWhole)
 {
     WString const text(300000, TEXT('x'));
@@ -632,6 +659,145 @@ TEST(SystemMessages, EndInALineEnd)
         EXPECT_EQ(message.text.substr(message.text.size() - 2), TEXT("\r\n")) << code;
         EXPECT_EQ(message.text.find_first_of(TEXT("\r\n")), message.text.size() - 2) << code << ": one line";
         EXPECT_EQ(message.error, untouched);
+    }
+}
+
+TEST(SystemMessages, EveryCodeThatIsReportedHasAText)
+{
+    struct
+    {
+        char const * name;
+        DWORD code;
+    } const cases[] = {
+        {"ERROR_ACCESS_DENIED", static_cast<DWORD>(ERROR_ACCESS_DENIED)},
+        {"ERROR_ALREADY_EXISTS", static_cast<DWORD>(ERROR_ALREADY_EXISTS)},
+        {"ERROR_BADDB", static_cast<DWORD>(ERROR_BADDB)},
+        {"ERROR_BADKEY", static_cast<DWORD>(ERROR_BADKEY)},
+        {"ERROR_BAD_EXE_FORMAT", static_cast<DWORD>(ERROR_BAD_EXE_FORMAT)},
+        {"ERROR_BAD_LENGTH", static_cast<DWORD>(ERROR_BAD_LENGTH)},
+        {"ERROR_BAD_NETPATH", static_cast<DWORD>(ERROR_BAD_NETPATH)},
+        {"ERROR_BAD_NET_NAME", static_cast<DWORD>(ERROR_BAD_NET_NAME)},
+        {"ERROR_BAD_PATHNAME", static_cast<DWORD>(ERROR_BAD_PATHNAME)},
+        {"ERROR_BAD_PIPE", static_cast<DWORD>(ERROR_BAD_PIPE)},
+        {"ERROR_BROKEN_PIPE", static_cast<DWORD>(ERROR_BROKEN_PIPE)},
+        {"ERROR_BUFFER_OVERFLOW", static_cast<DWORD>(ERROR_BUFFER_OVERFLOW)},
+        {"ERROR_BUSY", static_cast<DWORD>(ERROR_BUSY)},
+        {"ERROR_CALL_NOT_IMPLEMENTED", static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED)},
+        {"ERROR_CANNOT_MAKE", static_cast<DWORD>(ERROR_CANNOT_MAKE)},
+        {"ERROR_CANTOPEN", static_cast<DWORD>(ERROR_CANTOPEN)},
+        {"ERROR_CANT_RESOLVE_FILENAME", static_cast<DWORD>(ERROR_CANT_RESOLVE_FILENAME)},
+        {"ERROR_CHILD_MUST_BE_VOLATILE", static_cast<DWORD>(ERROR_CHILD_MUST_BE_VOLATILE)},
+        {"ERROR_COMMITMENT_LIMIT", static_cast<DWORD>(ERROR_COMMITMENT_LIMIT)},
+        {"ERROR_CURRENT_DIRECTORY", static_cast<DWORD>(ERROR_CURRENT_DIRECTORY)},
+        {"ERROR_DIRECTORY", static_cast<DWORD>(ERROR_DIRECTORY)},
+        {"ERROR_DIR_NOT_EMPTY", static_cast<DWORD>(ERROR_DIR_NOT_EMPTY)},
+        {"ERROR_DIR_NOT_ROOT", static_cast<DWORD>(ERROR_DIR_NOT_ROOT)},
+        {"ERROR_DISCARDED", static_cast<DWORD>(ERROR_DISCARDED)},
+        {"ERROR_DISK_FULL", static_cast<DWORD>(ERROR_DISK_FULL)},
+        {"ERROR_ENVVAR_NOT_FOUND", static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND)},
+        {"ERROR_FILENAME_EXCED_RANGE", static_cast<DWORD>(ERROR_FILENAME_EXCED_RANGE)},
+        {"ERROR_FILE_CORRUPT", static_cast<DWORD>(ERROR_FILE_CORRUPT)},
+        {"ERROR_FILE_EXISTS", static_cast<DWORD>(ERROR_FILE_EXISTS)},
+        {"ERROR_FILE_INVALID", static_cast<DWORD>(ERROR_FILE_INVALID)},
+        {"ERROR_FILE_NOT_FOUND", static_cast<DWORD>(ERROR_FILE_NOT_FOUND)},
+        {"ERROR_FILE_TOO_LARGE", static_cast<DWORD>(ERROR_FILE_TOO_LARGE)},
+        {"ERROR_GEN_FAILURE", static_cast<DWORD>(ERROR_GEN_FAILURE)},
+        {"ERROR_HANDLE_DISK_FULL", static_cast<DWORD>(ERROR_HANDLE_DISK_FULL)},
+        {"ERROR_HANDLE_EOF", static_cast<DWORD>(ERROR_HANDLE_EOF)},
+        {"ERROR_INSUFFICIENT_BUFFER", static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER)},
+        {"ERROR_INVALID_ADDRESS", static_cast<DWORD>(ERROR_INVALID_ADDRESS)},
+        {"ERROR_INVALID_DATA", static_cast<DWORD>(ERROR_INVALID_DATA)},
+        {"ERROR_INVALID_DRIVE", static_cast<DWORD>(ERROR_INVALID_DRIVE)},
+        {"ERROR_INVALID_FLAGS", static_cast<DWORD>(ERROR_INVALID_FLAGS)},
+        {"ERROR_INVALID_FUNCTION", static_cast<DWORD>(ERROR_INVALID_FUNCTION)},
+        {"ERROR_INVALID_HANDLE", static_cast<DWORD>(ERROR_INVALID_HANDLE)},
+        {"ERROR_INVALID_MSGBOX_STYLE", static_cast<DWORD>(ERROR_INVALID_MSGBOX_STYLE)},
+        {"ERROR_INVALID_NAME", static_cast<DWORD>(ERROR_INVALID_NAME)},
+        {"ERROR_INVALID_PARAMETER", static_cast<DWORD>(ERROR_INVALID_PARAMETER)},
+        {"ERROR_INVALID_SPI_VALUE", static_cast<DWORD>(ERROR_INVALID_SPI_VALUE)},
+        {"ERROR_INVALID_USER_BUFFER", static_cast<DWORD>(ERROR_INVALID_USER_BUFFER)},
+        {"ERROR_IO_DEVICE", static_cast<DWORD>(ERROR_IO_DEVICE)},
+        {"ERROR_IO_INCOMPLETE", static_cast<DWORD>(ERROR_IO_INCOMPLETE)},
+        {"ERROR_IO_PENDING", static_cast<DWORD>(ERROR_IO_PENDING)},
+        {"ERROR_KEY_DELETED", static_cast<DWORD>(ERROR_KEY_DELETED)},
+        {"ERROR_KEY_HAS_CHILDREN", static_cast<DWORD>(ERROR_KEY_HAS_CHILDREN)},
+        {"ERROR_LOCK_VIOLATION", static_cast<DWORD>(ERROR_LOCK_VIOLATION)},
+        {"ERROR_MAPPED_ALIGNMENT", static_cast<DWORD>(ERROR_MAPPED_ALIGNMENT)},
+        {"ERROR_MOD_NOT_FOUND", static_cast<DWORD>(ERROR_MOD_NOT_FOUND)},
+        {"ERROR_MORE_DATA", static_cast<DWORD>(ERROR_MORE_DATA)},
+        {"ERROR_MR_MID_NOT_FOUND", static_cast<DWORD>(ERROR_MR_MID_NOT_FOUND)},
+        {"ERROR_NEGATIVE_SEEK", static_cast<DWORD>(ERROR_NEGATIVE_SEEK)},
+        {"ERROR_NOACCESS", static_cast<DWORD>(ERROR_NOACCESS)},
+        {"ERROR_NOT_ENOUGH_MEMORY", static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY)},
+        {"ERROR_NOT_FOUND", static_cast<DWORD>(ERROR_NOT_FOUND)},
+        {"ERROR_NOT_LOCKED", static_cast<DWORD>(ERROR_NOT_LOCKED)},
+        {"ERROR_NOT_READY", static_cast<DWORD>(ERROR_NOT_READY)},
+        {"ERROR_NOT_SAME_DEVICE", static_cast<DWORD>(ERROR_NOT_SAME_DEVICE)},
+        {"ERROR_NOT_SUPPORTED", static_cast<DWORD>(ERROR_NOT_SUPPORTED)},
+        {"ERROR_NO_DATA", static_cast<DWORD>(ERROR_NO_DATA)},
+        {"ERROR_NO_MORE_FILES", static_cast<DWORD>(ERROR_NO_MORE_FILES)},
+        {"ERROR_NO_MORE_ITEMS", static_cast<DWORD>(ERROR_NO_MORE_ITEMS)},
+        {"ERROR_NO_SUCH_PRIVILEGE", static_cast<DWORD>(ERROR_NO_SUCH_PRIVILEGE)},
+        {"ERROR_NO_SYSTEM_RESOURCES", static_cast<DWORD>(ERROR_NO_SYSTEM_RESOURCES)},
+        {"ERROR_NO_UNICODE_TRANSLATION", static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION)},
+        {"ERROR_NO_WORK_DONE", static_cast<DWORD>(ERROR_NO_WORK_DONE)},
+        {"ERROR_OLD_WIN_VERSION", static_cast<DWORD>(ERROR_OLD_WIN_VERSION)},
+        {"ERROR_OPERATION_ABORTED", static_cast<DWORD>(ERROR_OPERATION_ABORTED)},
+        {"ERROR_OUTOFMEMORY", static_cast<DWORD>(ERROR_OUTOFMEMORY)},
+        {"ERROR_PATH_NOT_FOUND", static_cast<DWORD>(ERROR_PATH_NOT_FOUND)},
+        {"ERROR_PROC_NOT_FOUND", static_cast<DWORD>(ERROR_PROC_NOT_FOUND)},
+        {"ERROR_READ_FAULT", static_cast<DWORD>(ERROR_READ_FAULT)},
+        {"ERROR_REGISTRY_IO_FAILED", static_cast<DWORD>(ERROR_REGISTRY_IO_FAILED)},
+        {"ERROR_RESOURCE_DATA_NOT_FOUND", static_cast<DWORD>(ERROR_RESOURCE_DATA_NOT_FOUND)},
+        {"ERROR_RESOURCE_LANG_NOT_FOUND", static_cast<DWORD>(ERROR_RESOURCE_LANG_NOT_FOUND)},
+        {"ERROR_RESOURCE_NAME_NOT_FOUND", static_cast<DWORD>(ERROR_RESOURCE_NAME_NOT_FOUND)},
+        {"ERROR_RESOURCE_TYPE_NOT_FOUND", static_cast<DWORD>(ERROR_RESOURCE_TYPE_NOT_FOUND)},
+        {"ERROR_SEEK", static_cast<DWORD>(ERROR_SEEK)},
+        {"ERROR_SEEK_ON_DEVICE", static_cast<DWORD>(ERROR_SEEK_ON_DEVICE)},
+        {"ERROR_SHARING_VIOLATION", static_cast<DWORD>(ERROR_SHARING_VIOLATION)},
+        {"ERROR_TOO_MANY_LINKS", static_cast<DWORD>(ERROR_TOO_MANY_LINKS)},
+        {"ERROR_TOO_MANY_OPEN_FILES", static_cast<DWORD>(ERROR_TOO_MANY_OPEN_FILES)},
+        {"ERROR_UNABLE_TO_MOVE_REPLACEMENT", static_cast<DWORD>(ERROR_UNABLE_TO_MOVE_REPLACEMENT)},
+        {"ERROR_UNABLE_TO_REMOVE_REPLACED", static_cast<DWORD>(ERROR_UNABLE_TO_REMOVE_REPLACED)},
+        {"ERROR_UNRECOGNIZED_VOLUME", static_cast<DWORD>(ERROR_UNRECOGNIZED_VOLUME)},
+        {"ERROR_USER_MAPPED_FILE", static_cast<DWORD>(ERROR_USER_MAPPED_FILE)},
+        {"ERROR_WRITE_FAULT", static_cast<DWORD>(ERROR_WRITE_FAULT)},
+        {"ERROR_WRITE_PROTECT", static_cast<DWORD>(ERROR_WRITE_PROTECT)},
+        {"RPC_S_SERVER_UNAVAILABLE", static_cast<DWORD>(RPC_S_SERVER_UNAVAILABLE)},
+        {"CLASS_E_CLASSNOTAVAILABLE", static_cast<DWORD>(CLASS_E_CLASSNOTAVAILABLE)},
+        {"CLASS_E_NOAGGREGATION", static_cast<DWORD>(CLASS_E_NOAGGREGATION)},
+        {"CO_E_CLASSSTRING", static_cast<DWORD>(CO_E_CLASSSTRING)},
+        {"CO_E_DLLNOTFOUND", static_cast<DWORD>(CO_E_DLLNOTFOUND)},
+        {"CO_E_ERRORINDLL", static_cast<DWORD>(CO_E_ERRORINDLL)},
+        {"CO_E_IIDSTRING", static_cast<DWORD>(CO_E_IIDSTRING)},
+        {"CO_E_NOTINITIALIZED", static_cast<DWORD>(CO_E_NOTINITIALIZED)},
+        {"CO_E_OBJISREG", static_cast<DWORD>(CO_E_OBJISREG)},
+        {"DISP_E_BADINDEX", static_cast<DWORD>(DISP_E_BADINDEX)},
+        {"DISP_E_BADVARTYPE", static_cast<DWORD>(DISP_E_BADVARTYPE)},
+        {"DISP_E_MEMBERNOTFOUND", static_cast<DWORD>(DISP_E_MEMBERNOTFOUND)},
+        {"DISP_E_TYPEMISMATCH", static_cast<DWORD>(DISP_E_TYPEMISMATCH)},
+        {"DISP_E_UNKNOWNNAME", static_cast<DWORD>(DISP_E_UNKNOWNNAME)},
+        {"E_FAIL", static_cast<DWORD>(E_FAIL)},
+        {"E_INVALIDARG", static_cast<DWORD>(E_INVALIDARG)},
+        {"E_NOINTERFACE", static_cast<DWORD>(E_NOINTERFACE)},
+        {"E_NOTIMPL", static_cast<DWORD>(E_NOTIMPL)},
+        {"E_OUTOFMEMORY", static_cast<DWORD>(E_OUTOFMEMORY)},
+        {"E_POINTER", static_cast<DWORD>(E_POINTER)},
+        {"E_UNEXPECTED", static_cast<DWORD>(E_UNEXPECTED)},
+        {"MAXIMUM_WAIT_OBJECTS", static_cast<DWORD>(MAXIMUM_WAIT_OBJECTS)},
+        {"OLE_E_ADVISENOTSUPPORTED", static_cast<DWORD>(OLE_E_ADVISENOTSUPPORTED)},
+        {"REGDB_E_CLASSNOTREG", static_cast<DWORD>(REGDB_E_CLASSNOTREG)},
+        {"RPC_E_CHANGED_MODE", static_cast<DWORD>(RPC_E_CHANGED_MODE)},
+        {"RPC_E_WRONG_THREAD", static_cast<DWORD>(RPC_E_WRONG_THREAD)},
+        {"STG_E_INVALIDFUNCTION", 0x80030001u},
+        {"STG_E_INVALIDPOINTER", 0x80030009u},
+        {"TIMERR_NOERROR", static_cast<DWORD>(TIMERR_NOERROR)},
+    };
+    for (auto const & row : cases)
+    {
+        WString const text = SystemText(row.code).text;
+        EXPECT_GT(text.size(), 2u) << row.name;
+        EXPECT_TRUE(text.ends_with(TEXT("\r\n"))) << row.name;
     }
 }
 

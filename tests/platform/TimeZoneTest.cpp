@@ -137,7 +137,7 @@ TEST(TimeZone, LocalTimeBecomesUTCByTheRulesOfTheSeason)
     }
 }
 
-TEST(TimeZone, AZoneWithoutBothDatesHasNoSeasons)
+TEST(TimeZone, AZoneWithoutASummersDateHasNoSeasons)
 {
     TIME_ZONE_INFORMATION withoutSummer = NewYork();
     withoutSummer.DaylightDate.wMonth = 0;
@@ -201,6 +201,10 @@ TEST(TimeZone, RefusesWrongDatesRulesAndResults)
     }
     ExpectRefusal(NewYork(), first, true);
     ExpectRefusal(Sydney(), first, false);
+    TIME_ZONE_INFORMATION endlessSummer = NewYork();
+    endlessSummer.StandardDate.wMonth = 0;
+    ExpectRefusal(endlessSummer, good, true);
+    ExpectRefusal(endlessSummer, good, false);
     TIME_ZONE_INFORMATION distant = NewYork();
     distant.Bias = 0x7FFFFFFF;
     ExpectRefusal(distant, good, true);

@@ -77,8 +77,37 @@ void WINAPI VariantInit(VARIANT * value)
     value->vt = VT_EMPTY;
 }
 
+namespace
+{
+
+constexpr VARTYPE byReference = 0x4000; // the value is the owner's of what is pointed to
+constexpr VARTYPE array = 0x2000;
+constexpr VARTYPE typeMask = 0x0FFF;
+
+/// Whether a value can be of this type at all.
+bool IsTypeOfValues(VARTYPE type)
+{
+    constexpr VARTYPE gap = 15;
+    constexpr VARTYPE beyondPlainTypes = 24;
+    constexpr VARTYPE record = 36;
+    constexpr VARTYPE classId = 72;
+    VARTYPE const plain = type & typeMask;
+    if ((type & ~(typeMask | byReference | array)) != 0 || plain == gap ||
+        (plain >= beyondPlainTypes && plain != record && plain != classId))
+    {
+        return false;
+    }
+    return plain > VT_NULL || plain == type; // there are no arrays of nothing and no references to it
+}
+
+} // namespace
+
 HRESULT WINAPI VariantClear(VARIANT * value)
 {
+    if (!IsTypeOfValues(value->vt))
+    {
+        return DISP_E_BADVARTYPE;
+    }
     if (value->vt == VT_BSTR)
     {
         SysFreeString(value->bstrVal);

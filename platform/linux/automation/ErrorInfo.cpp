@@ -27,8 +27,12 @@ thread_local ThreadReport current;
 
 } // namespace
 
-HRESULT WINAPI SetErrorInfo(ULONG, IErrorInfo * report)
+HRESULT WINAPI SetErrorInfo(ULONG reserved, IErrorInfo * report)
 {
+    if (reserved != 0)
+    {
+        return E_INVALIDARG;
+    }
     if (report != nullptr)
     {
         report->AddRef();
@@ -40,9 +44,9 @@ HRESULT WINAPI SetErrorInfo(ULONG, IErrorInfo * report)
     return S_OK;
 }
 
-HRESULT WINAPI GetErrorInfo(ULONG, IErrorInfo ** report)
+HRESULT WINAPI GetErrorInfo(ULONG reserved, IErrorInfo ** report)
 {
-    if (report == nullptr)
+    if (reserved != 0 || report == nullptr)
     {
         return E_INVALIDARG;
     }

@@ -409,15 +409,16 @@ DWORD WINAPI FormatMessageW(
 {
     bool const fromString = (flags & FORMAT_MESSAGE_FROM_STRING) != 0;
     bool const allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
+    if (allocate && buffer != nullptr)
+    {
+        // First of all, because callers free what they find there, whatever the result is.
+        *reinterpret_cast<LPWSTR *>(buffer) = nullptr;
+    }
     if (buffer == nullptr || (fromString && source == nullptr) ||
         (flags & (FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_FROM_SYSTEM)) == 0)
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
-    }
-    if (allocate)
-    {
-        *reinterpret_cast<LPWSTR *>(buffer) = nullptr;
     }
     try
     {

@@ -43,7 +43,10 @@ constexpr char16_t letterRules[] =
     u"&[before 2]\u0301<<\u0322"
     u"&\u0301<<\u0300<<\u0307<<\u0302<<\u0308<<\u030C<<\u0306<<\u0304<<\u0303<<\u030A<<\u0328<<\u0327<<\u030B"
     u"<<\u0335<<\u0338"
-    u"&ae=æ&AE=Æ&oe=œ&OE=Œ&ss=ß&th=þ&TH=Þ&ij=ĳ&IJ=Ĳ"
+    u"&ae=æ&AE=Æ&oe=œ&OE=Œ&ss=ß&SS=ẞ&th=þ&TH=Þ&ij=ĳ&IJ=Ĳ"
+    u"&dz=ǳ&Dz=ǲ&DZ=Ǳ&lj=ǉ&Lj=ǈ&LJ=Ǉ&nj=ǌ&Nj=ǋ&NJ=Ǌ"
+    u"&ff=\uFB00&fi=\uFB01&fl=\uFB02&ffi=\uFB03&ffl=\uFB04&st=\uFB06"
+    u"&ε=ϵ&σ<<<ς"
     u"&d\u0335=đ&D\u0335=Đ&h\u0335=ħ&H\u0335=Ħ&l\u0335=ł&L\u0335=Ł"
     u"&o\u0338=ø&O\u0338=Ø&d\u0338=ð&D\u0338=Ð&i\u0322=ı"
     u"&0<¼<½<¾";
@@ -214,23 +217,32 @@ class FoldedText
 public:
     FoldedText(std::u16string_view text, DWORD flags)
     {
+        constexpr std::size_t most = 2; // units that one can become
         char16_t * folded = shortText.data();
-        if (text.size() > shortText.size())
+        if (text.size() > shortText.size() / most)
         {
-            longText.resize(text.size());
+            longText.resize(text.size() * most);
             folded = longText.data();
         }
         bool const ignoreCase = (flags & (NORM_IGNORECASE | LINGUISTIC_IGNORECASE)) != 0;
-        for (std::size_t i = 0; i < text.size(); i++)
+        std::size_t length = 0;
+        for (char16_t c : text)
         {
-            char16_t c = text[i];
             if (c >= 0x80)
                 c = FoldForm(c, flags);
             if (ignoreCase)
-                c = LowerCase(c);
-            folded[i] = c;
+            {
+                // The dot of the capital I with one is a mark, which the small one does not have.
+                bool const dotted = c == u'\u0130';
+                c = dotted ? u'i' : LowerCase(c);
+                folded[length++] = c;
+                if (dotted)
+                    folded[length++] = u'\u0307';
+            }
+            else
+                folded[length++] = c;
         }
-        view = {folded, text.size()};
+        view = {folded, length};
     }
 
     FoldedText(FoldedText const &) = delete;
@@ -260,11 +272,13 @@ private:
     {
         if (c < 0x80)
             return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c | 0x20) : c;
+        if (c == u'ς') // small as it is, it is a form of the other
+            return u'σ';
         UChar32 const lower = u_tolower(c);
         return lower < 0x10000 ? static_cast<char16_t>(lower) : c;
     }
 
-    std::array<char16_t, 128> shortText;
+    std::array<char16_t, 256> shortText;
     std::u16string longText;
     std::u16string_view view;
 };

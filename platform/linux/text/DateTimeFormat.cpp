@@ -396,6 +396,9 @@ Text FormatTime(LocaleFormats const & formats, SYSTEMTIME const & when, View pic
 bool CompleteDate(SYSTEMTIME & when)
 {
     using namespace std::chrono;
+    // The calendar's months and days have 8 bits each, into which any number would be cut.
+    if (when.wMonth > 12 || when.wDay > 31)
+        return false;
     year_month_day const date = year(when.wYear) / month(when.wMonth) / day(when.wDay);
     if (when.wYear < 1601 || when.wYear > 30827 || !date.ok())
         return false;
@@ -432,7 +435,11 @@ int Deliver(Text const & text, LPWSTR buffer, int capacity)
     if (capacity != 0)
     {
         if (text.size() >= static_cast<std::size_t>(capacity))
+        {
+            // What fits is there, with its NUL, although the call fails.
+            buffer[text.copy(buffer, static_cast<std::size_t>(capacity) - 1)] = u'\0';
             return Fail(ERROR_INSUFFICIENT_BUFFER);
+        }
         text.copy(buffer, text.size());
         buffer[text.size()] = u'\0';
     }

@@ -101,9 +101,13 @@ std::optional<std::int64_t> OffsetByRules(TIME_ZONE_INFORMATION const & zone, bo
 {
     std::int64_t const standard = -(std::int64_t{zone.Bias} + zone.StandardBias) * ticksPerMinute;
     std::int64_t const daylight = -(std::int64_t{zone.Bias} + zone.DaylightBias) * ticksPerMinute;
-    if (zone.StandardDate.wMonth == 0 || zone.DaylightDate.wMonth == 0)
+    if (zone.DaylightDate.wMonth == 0)
     {
         return -std::int64_t{zone.Bias} * ticksPerMinute;
+    }
+    if (zone.StandardDate.wMonth == 0)
+    {
+        return std::nullopt; // a summer without an end
     }
     std::optional<bool> const behindDaylight = IsBehind(Moved(ticks, isUtc ? standard : 0), zone.DaylightDate);
     std::optional<bool> const behindStandard = IsBehind(Moved(ticks, isUtc ? daylight : 0), zone.StandardDate);
