@@ -1,8 +1,11 @@
 #include <kvcore/platform/Faults.h>
 
+#include <cstring>
 #include <exception>
 
 #include <kvcore/platform/win32.h>
+
+#include "ForeignFrames.h"
 
 // A fault that nobody handles comes to the filter of unhandled exceptions, on the faulting thread. There the thread is
 // made to go on in a trampoline, which throws in the thread's own state. To the unwinder the trampoline looks like a
@@ -26,6 +29,7 @@ struct ThreadFaults
     FaultTranslator translator;
     int depth;
     Fault fault;
+    ULONG_PTR stack; // of the function that the exception comes from
 };
 
 // Thread-local objects are made on the heap when they are first seen, which is not for a filter; so the filter finds
@@ -61,6 +65,33 @@ struct DepthCount
 
 } // namespace kv::platform
 
+#ifdef __x86_64__
+namespace kv::platform
+{
+namespace
+{
+
+// Here every function has its table, which tells of the system's handlers too.
+void PrepareStack(ULONG_PTR) {}
+
+} // namespace
+} // namespace kv::platform
+#else
+namespace kv::platform
+{
+namespace
+{
+
+void PrepareStack(ULONG_PTR stack)
+{
+    LeaveSystemHandlers(stack);
+    DescribeForeignCallers();
+}
+
+} // namespace
+} // namespace kv::platform
+#endif
+
 extern "C"
 {
     extern char const kvFaultTrampoline[];
@@ -73,6 +104,7 @@ extern "C"
         Fault fault = threadFaults.fault;
         EXCEPTION_POINTERS pointers = {&fault.record, &fault.context};
         DepthCount const count;
+        PrepareStack(threadFaults.stack);
         threadFaults.translator(fault.record.ExceptionCode, &pointers);
         std::terminate();
     }
@@ -109,7 +141,7 @@ namespace kv::platform
 namespace
 {
 
-void EnterTrampoline(CONTEXT & context)
+bool EnterTrampoline(CONTEXT & context, ULONG_PTR & stack)
 {
     DWORD64 base = 0;
     context.R8 = context.Rsp;
@@ -125,8 +157,15 @@ void EnterTrampoline(CONTEXT & context)
         context.R8 += sizeof(DWORD64);
     }
     context.Rsp &= ~DWORD64{15};
+    stack = context.R8;
     context.Rip = reinterpret_cast<DWORD64>(kvFaultTrampoline);
     context.EFlags &= ~inheritedFlags;
+    return true;
+}
+
+DWORD CodeOf(EXCEPTION_RECORD const & record, CONTEXT const &)
+{
+    return record.ExceptionCode;
 }
 
 } // namespace
@@ -165,29 +204,77 @@ namespace kv::platform
 namespace
 {
 
-// This compiler's unwinder has no look-up that tells of missing code: the address itself does.
-bool IsCode(DWORD address)
+/// Takes back what a fault has left in the older floating-point unit: the next instruction of it would fault again, and
+/// what the faulting function had there is nobody's any more.
+void ClearFloatingPoint(CONTEXT & context)
 {
-    MEMORY_BASIC_INFORMATION region;
-    constexpr DWORD executable = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
-    return VirtualQuery(reinterpret_cast<void *>(address), &region, sizeof region) == sizeof region &&
-        region.State == MEM_COMMIT && (region.Protect & executable) != 0;
+    constexpr DWORD nothingHeld = 0xFFFF;
+    context.FloatSave.StatusWord &= ~DWORD{0xFFFF};
+    context.FloatSave.TagWord |= nothingHeld;
+    // The same two again, in the newer form that has the vector unit as well.
+    std::memset(context.ExtendedRegisters + 2, 0, 3);
 }
 
-void EnterTrampoline(CONTEXT & context)
+bool EnterTrampoline(CONTEXT & context, ULONG_PTR & stack)
 {
+    DWORD const instruction = context.Eip;
+    if (!HasUnwindTable(instruction))
+    {
+        CallerState state = {context.Eip, context.Esp, context.Ebp, context.Ebx, context.Esi, context.Edi};
+        if (!LeaveForeignCode(state))
+        {
+            return false;
+        }
+        context.Eip = state.instruction - 1; // the unwinder looks for the call
+        context.Ebp = state.frame;
+        context.Ebx = state.ebx;
+        context.Esi = state.esi;
+        context.Edi = state.edi;
+        stack = state.stack;
+    }
+    else
+    {
+        stack = context.Esp;
+    }
     context.Eax = context.Ebp;
     context.Ecx = context.Eip;
-    context.Edx = context.Esp;
-    if (!IsCode(context.Eip))
-    {
-        // A call to where there is no code leaves the caller's address on the stack, and the caller can be unwound.
-        context.Ecx = *reinterpret_cast<DWORD const *>(context.Esp) - 1;
-        context.Edx += sizeof(DWORD);
-    }
+    context.Edx = stack;
     context.Esp &= ~DWORD{15};
     context.Eip = reinterpret_cast<DWORD>(kvFaultTrampoline);
     context.EFlags &= ~inheritedFlags;
+    ClearFloatingPoint(context);
+    return true;
+}
+
+/// The vector unit's faults have one code here, for more than one may have come at once. Its control register tells
+/// which they were: the first in the order of the processor is the one that other targets report.
+DWORD CodeOf(EXCEPTION_RECORD const & record, CONTEXT const & context)
+{
+    if (record.ExceptionCode != STATUS_FLOAT_MULTIPLE_FAULTS && record.ExceptionCode != STATUS_FLOAT_MULTIPLE_TRAPS)
+    {
+        return record.ExceptionCode;
+    }
+    constexpr std::size_t controlPlace = 24;
+    DWORD control = 0;
+    std::memcpy(&control, context.ExtendedRegisters + controlPlace, sizeof control);
+    DWORD const wanted = control & ~(control >> 7);
+    constexpr struct
+    {
+        DWORD flag;
+        DWORD code;
+    } codes[] = {
+        {0x01, EXCEPTION_FLT_INVALID_OPERATION}, {0x04, EXCEPTION_FLT_DIVIDE_BY_ZERO},
+        {0x02, EXCEPTION_FLT_DENORMAL_OPERAND},  {0x08, EXCEPTION_FLT_OVERFLOW},
+        {0x10, EXCEPTION_FLT_UNDERFLOW},         {0x20, EXCEPTION_FLT_INEXACT_RESULT},
+    };
+    for (auto const & entry : codes)
+    {
+        if ((wanted & entry.flag) != 0)
+        {
+            return entry.code;
+        }
+    }
+    return record.ExceptionCode;
 }
 
 } // namespace
@@ -240,14 +327,19 @@ bool IsFault(DWORD code)
 LONG CALLBACK TranslateFault(EXCEPTION_POINTERS * exception)
 {
     ThreadFaults * const thread = static_cast<ThreadFaults *>(TlsGetValue(slot));
-    if (thread == nullptr || thread->translator == nullptr || thread->depth >= mostTranslators ||
-        !IsFault(exception->ExceptionRecord->ExceptionCode))
+    EXCEPTION_RECORD const & record = *exception->ExceptionRecord;
+    DWORD const code = CodeOf(record, *exception->ContextRecord);
+    if (thread == nullptr || thread->translator == nullptr || thread->depth >= mostTranslators || !IsFault(code))
     {
         return PassOn(exception);
     }
-    thread->fault.record = *exception->ExceptionRecord;
-    thread->fault.context = *exception->ContextRecord;
-    EnterTrampoline(*exception->ContextRecord);
+    Fault const fault = {record, *exception->ContextRecord};
+    if (!EnterTrampoline(*exception->ContextRecord, thread->stack))
+    {
+        return PassOn(exception);
+    }
+    thread->fault = fault;
+    thread->fault.record.ExceptionCode = code;
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 

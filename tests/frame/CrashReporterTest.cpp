@@ -100,6 +100,18 @@ int WINAPI ReportFaultHere(EXCEPTION_POINTERS * fault, DWORD mode)
     return 3;
 }
 
+int WINAPI FaultWhileReporting(EXCEPTION_POINTERS *, DWORD)
+{
+    ++faultReports;
+    kv::test::DivideByZero();
+    return 0;
+}
+
+int WINAPI ThrowWhileReporting(EXCEPTION_POINTERS *, DWORD)
+{
+    throw 7;
+}
+
 /// The program itself, held once more: a handle that can be freed.
 HMODULE SomeModule()
 {
@@ -302,12 +314,7 @@ TEST_F(CrashReporting, AReportThatFaultsOrThrowsDoesNotStopTheTranslation)
     CrashReporter & current = *CrashReporter::Current();
     SEHTryCatchEnabler const scope(TEXT("unlucky"));
     ULONG code = 0;
-    current.reportFault = [](EXCEPTION_POINTERS *, DWORD) -> int
-    {
-        ++faultReports;
-        kv::test::DivideByZero();
-        return 0;
-    };
+    current.reportFault = FaultWhileReporting;
     try
     {
         kv::test::ReadThroughNull();
@@ -319,7 +326,7 @@ TEST_F(CrashReporting, AReportThatFaultsOrThrowsDoesNotStopTheTranslation)
     EXPECT_EQ(code, 0xC0000005u);
     EXPECT_EQ(faultReports, 1);
 
-    current.reportFault = [](EXCEPTION_POINTERS *, DWORD) -> int { throw 7; };
+    current.reportFault = ThrowWhileReporting;
     EXPECT_THROW(kv::test::ReadThroughNull(), SEHException);
     current.reportFault = ReportFaultHere;
     EXPECT_THROW(kv::test::ReadThroughNull(), SEHException);

@@ -357,21 +357,26 @@ TEST(OverlappedRequests, SeveralHandlesShareAFile)
     EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(file.handle, INFINITE));
 }
 
+LONG countedCalls;
+
+void WINAPI CountCall(DWORD, DWORD, OVERLAPPED *)
+{
+    ++countedCalls;
+}
+
 // Whether a request of a thread that ends was carried out is left to the system; its routine cannot be called any more.
 TEST(CompletionRoutines, AreNotCalledForAThreadThatHasEnded)
 {
     ScratchFile const file;
     std::vector<OVERLAPPED> requests(200);
-    static LONG calls;
-    calls = 0;
+    countedCalls = 0;
     std::thread(
         [&]
         {
             for (DWORD i = 0; i < requests.size(); ++i)
             {
                 requests[i] = At(i * 3);
-                EXPECT_TRUE(
-                    WriteFileEx(file.handle, "abc", 3, &requests[i], [](DWORD, DWORD, OVERLAPPED *) { ++calls; }));
+                EXPECT_TRUE(WriteFileEx(file.handle, "abc", 3, &requests[i], CountCall));
             }
         })
         .join();
@@ -382,7 +387,7 @@ TEST(CompletionRoutines, AreNotCalledForAThreadThatHasEnded)
         EXPECT_TRUE(written ? done == 3 : GetLastError() == ERROR_OPERATION_ABORTED);
     }
     SleepEx(0, TRUE);
-    EXPECT_EQ(0, calls);
+    EXPECT_EQ(0, countedCalls);
 }
 
 TEST(OverlappedRequests, SeveralThreadsShareAFile)

@@ -6,13 +6,16 @@
 
 #include <kvcore/platform/win32.h>
 
-/// The calls that can be replaced: CALL(result, name, parameters, arguments).
-#define KV_REPLACEABLE_CALLS(CALL)                                                                                     \
+/// The calls that can be replaced: CALL(result, name, parameters, arguments). Those of the C runtime and those of the
+/// system are called in different ways where there are different ones.
+#define KV_REPLACEABLE_RUNTIME_CALLS(CALL)                                                                             \
     CALL(                                                                                                              \
         std::uintptr_t, _beginthreadex,                                                                                \
         (void * security, unsigned stackSize, unsigned(WINAPI * procedure)(void *), void * argument, unsigned flags,   \
          unsigned * id),                                                                                               \
-        (security, stackSize, procedure, argument, flags, id))                                                         \
+        (security, stackSize, procedure, argument, flags, id))
+
+#define KV_REPLACEABLE_SYSTEM_CALLS(CALL)                                                                              \
     CALL(                                                                                                              \
         BOOL, WriteFile, (HANDLE file, LPCVOID data, DWORD size, LPDWORD written, LPOVERLAPPED request),               \
         (file, data, size, written, request))                                                                          \
@@ -49,6 +52,10 @@
          DWORD * needed),                                                                                              \
         (token, disableAll, wanted, size, before, needed))                                                             \
     CALL(BOOL, ExitWindowsEx, (UINT flags, DWORD reason), (flags, reason))
+
+#define KV_REPLACEABLE_CALLS(CALL)                                                                                     \
+    KV_REPLACEABLE_RUNTIME_CALLS(CALL)                                                                                 \
+    KV_REPLACEABLE_SYSTEM_CALLS(CALL)
 
 namespace kv::test
 {

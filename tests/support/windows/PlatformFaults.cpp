@@ -3,6 +3,8 @@
 #define FAULTY_CALL(name) Faulty##name
 #define REAL_CALL(name) ::name
 
+#include <type_traits>
+
 #include <support/PlatformFaultCalls.h>
 #include <support/windows/Imports.h>
 
@@ -24,6 +26,15 @@ ReplacedImport const calls[] = {
 };
 
 #undef CALL
+
+// The library calls them as it would call the system's own.
+#define SAME_TYPE(name) std::is_same_v<decltype(&Faulty##name), decltype(&::name)>
+static_assert(SAME_TYPE(CreateFileW) && SAME_TYPE(CreateFileMappingW) && SAME_TYPE(CloseHandle));
+static_assert(SAME_TYPE(MapViewOfFile) && SAME_TYPE(GetFileSize) && SAME_TYPE(ReadFile) && SAME_TYPE(WriteFile));
+static_assert(SAME_TYPE(ReadFileEx) && SAME_TYPE(WriteFileEx) && SAME_TYPE(SetFilePointerEx));
+static_assert(SAME_TYPE(FlushFileBuffers) && SAME_TYPE(LockFile) && SAME_TYPE(UnlockFile));
+static_assert(SAME_TYPE(GetFileTime) && SAME_TYPE(SetFileTime));
+#undef SAME_TYPE
 
 } // namespace
 

@@ -2,20 +2,30 @@
 
 #include <support/SystemCalls.h>
 
+#include <type_traits>
+
 #include <support/ReplacedCalls.h>
 #include <support/windows/Imports.h>
 
 namespace
 {
 
-// No name of the list is declared here with a calling convention of its own: on this processor there is but one.
-#define KV_DEFINE_CALL(result, name, parameters, arguments)                                                            \
-    result WINAPI Own_##name parameters                                                                                \
+// The library calls what it finds in its table as it would call the system's own: each has exactly that one's type.
+#define KV_DEFINE_CALL(convention, result, name, parameters, arguments)                                                \
+    result convention Own_##name parameters                                                                            \
     {                                                                                                                  \
         kv::test::SystemCalls const * const calls = kv::test::SystemCalls::Current();                                  \
         return calls != nullptr && calls->name ? calls->name arguments : ::name arguments;                             \
-    }
-KV_REPLACEABLE_CALLS(KV_DEFINE_CALL)
+    }                                                                                                                  \
+    static_assert(std::is_same_v<decltype(&Own_##name), decltype(&::name)>);
+#define KV_DEFINE_RUNTIME_CALL(result, name, parameters, arguments)                                                    \
+    KV_DEFINE_CALL(__cdecl, result, name, parameters, arguments)
+#define KV_DEFINE_SYSTEM_CALL(result, name, parameters, arguments)                                                     \
+    KV_DEFINE_CALL(WINAPI, result, name, parameters, arguments)
+KV_REPLACEABLE_RUNTIME_CALLS(KV_DEFINE_RUNTIME_CALL)
+KV_REPLACEABLE_SYSTEM_CALLS(KV_DEFINE_SYSTEM_CALL)
+#undef KV_DEFINE_SYSTEM_CALL
+#undef KV_DEFINE_RUNTIME_CALL
 #undef KV_DEFINE_CALL
 
 } // namespace
