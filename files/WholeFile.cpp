@@ -3,6 +3,7 @@
 
 #include <kvcore/files/FileStreams.h>
 
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 
@@ -27,7 +28,11 @@ void ReserveRest(HANDLE file, std::string & data)
     try
     {
         // And for the step that finds the end.
-        data.reserve(data.size() + static_cast<std::size_t>(size.QuadPart - position.QuadPart) + step);
+        std::uint64_t const room = data.size() + static_cast<std::uint64_t>(size.QuadPart - position.QuadPart) + step;
+        if (room <= data.max_size()) // files are larger than an address space of 32 bits
+        {
+            data.reserve(static_cast<std::size_t>(room));
+        }
     }
     catch (std::length_error const &)
     {

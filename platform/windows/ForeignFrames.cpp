@@ -478,6 +478,23 @@ _Unwind_Reason_Code NoteLast(_Unwind_Context * context, void * target)
     return _URC_NO_REASON;
 }
 
+/// Whether the code belongs to a module with tables of its own. The unwinder looks for an address in the tables that
+/// begin nearest below it and in no others, so that one for a place within such a module would hide its own.
+bool IsAmongTables(DWORD address)
+{
+    MEMORY_BASIC_INFORMATION region;
+    if (VirtualQuery(reinterpret_cast<void *>(address), &region, sizeof region) != sizeof region ||
+        region.Type != MEM_IMAGE)
+    {
+        return false;
+    }
+    DWORD const base = reinterpret_cast<DWORD>(region.AllocationBase);
+    auto const & dos = *reinterpret_cast<IMAGE_DOS_HEADER const *>(base);
+    auto const & headers = *reinterpret_cast<IMAGE_NT_HEADERS const *>(base + static_cast<DWORD>(dos.e_lfanew));
+    DWORD const entry = headers.OptionalHeader.AddressOfEntryPoint;
+    return entry != 0 && HasUnwindTable(base + entry);
+}
+
 /// Describes the frames from here to the next of our own functions, if there is one.
 bool DescribeUpToOwnCode(CallerState const & first)
 {
@@ -485,7 +502,7 @@ bool DescribeUpToOwnCode(CallerState const & first)
     int count = 0;
     for (; count < mostForeignFrames && !HasUnwindTable(last.instruction - 1); ++count)
     {
-        if (!LeaveFrame(last))
+        if (IsAmongTables(last.instruction) || !LeaveFrame(last))
         {
             return false;
         }

@@ -308,7 +308,8 @@ TEST_P(MemoryBlocks, FreedOrForeignHandlesAreInvalid)
 {
     HLOCAL const freed = family.alloc(LMEM_MOVEABLE, 10);
     family.free(freed);
-    for (HLOCAL const block : {freed, reinterpret_cast<HLOCAL>(std::uintptr_t{0xDEADBEE8})})
+    // A handle, by which a block that moves is known, is told from an address by its lowest bits.
+    for (HLOCAL const block : {freed, reinterpret_cast<HLOCAL>(std::uintptr_t{0xDEADBEEC})})
     {
         EXPECT_EQ(family.free(block), block);
         EXPECT_EQ(TakeError(), DWORD{ERROR_INVALID_HANDLE});

@@ -216,10 +216,12 @@ TEST(FixedDigits, BelowOneBeginWithTheFirstThatIsNotZero)
 
 TEST(FixedDigits, OfAValueThatRoundsToNothingAreNoneAtItsOwnPosition)
 {
+    // Of values as small as the last, Wine's 32-bit C runtime counts one place fewer.
+    constexpr int furthest = sizeof(void *) == 4 ? -9 : -10;
     Fixed const rows[] = {
         {0.0004, 3, "", -3, 0},   {0.0004, 0, "", -3, 0},   {0.05, 0, "", -1, 0},
         {0.4, 0, "", 0, 0},       {1e-5, 3, "", -4, 0},     {1e-12, 11, "", -11, 0},
-        {5e-324, 17, "", -17, 0}, {5e-324, 60, "", -60, 0}, {5e-324, 0, "", -10, 0},
+        {5e-324, 17, "", -17, 0}, {5e-324, 60, "", -60, 0}, {5e-324, 0, "", furthest, 0},
     };
     for (Fixed const & row : rows)
     {
