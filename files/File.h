@@ -219,7 +219,7 @@ protected:
     /// Without a path.
     File();
 
-    /// Sets `size` to the sum of the sizes of all files below the directory `dir`.
+    /// Adds the sizes of all files below the directory `dir` to `size`.
     static void GetDirSize(String const & dir, __int64 & size);
 
     String path;

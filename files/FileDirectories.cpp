@@ -153,7 +153,6 @@ __int64 File::GetSizeRecursive(String const & path)
 void File::GetDirSize(String const & dir, __int64 & size)
 {
     // A list in place of recursion, so that neither the stack nor the number of open directories limits the depth.
-    size = 0;
     std::vector<String> pending(1, dir);
     while (!pending.empty())
     {

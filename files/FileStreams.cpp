@@ -315,10 +315,10 @@ DWORD BufferedFileStream::Read(void * data, DWORD count)
         return 0;
     }
     DWORD copied;
-    if (position == 0 && count >= bufferSize)
+    if (position == 0 && (count == bufferSize || count >= 2 * bufferSize))
     {
         // A whole buffer would be filled and handed out at once, and what is left then read past it: one call does
-        // both.
+        // both. Not for sizes in between, of which the rest leaves bytes in the buffer.
         copied = BasicFileStream::Read(data, count);
         if (copied == 0 || (copied >= bufferSize && copied < count))
         {

@@ -106,7 +106,7 @@ DWORD BasicMultiFileStream::Read(void * data, DWORD count)
         Entry & entry = Locate(position);
         __int64 const available = entry.End() - position;
         __int64 const rest = count - total;
-        if (available <= 0 || rest == 0)
+        if (available <= 0)
         {
             return total;
         }
@@ -114,7 +114,7 @@ DWORD BasicMultiFileStream::Read(void * data, DWORD count)
         DWORD const read = entry.stream->Read(static_cast<char *>(data) + total, part);
         position += read;
         total += read;
-        if (read < part)
+        if (read < part || total == count)
         {
             return total;
         }
@@ -133,10 +133,17 @@ __int64 BasicMultiFileStream::Room(Entry const & entry) const
     return maxFileSize - offset;
 }
 
-// Behind a last file that is full.
-void BasicMultiFileStream::AddFurtherFile()
+// Goes on in a further file behind a last one that is full. False, without one, if the position would have no room
+// there either: it lies too far behind the end, or the limit leaves no room at all.
+bool BasicMultiFileStream::AddFurtherFile()
 {
+    __int64 const start = files.back().End();
+    if (position >= start && maxFileSize <= position - start)
+    {
+        return false;
+    }
     AddFile(File::GetTempFilePath(File::GetDirname(files.back().stream->GetFilePath())));
+    return true;
 }
 
 DWORD BasicMultiFileStream::Write(void const * data, DWORD count)
@@ -146,9 +153,8 @@ DWORD BasicMultiFileStream::Write(void const * data, DWORD count)
     {
         Entry * entry = &Locate(position);
         __int64 room = Room(*entry);
-        while (room == 0)
+        if (room <= 0 && AddFurtherFile())
         {
-            AddFurtherFile();
             entry = &Locate(position);
             room = Room(*entry);
         }

@@ -52,7 +52,8 @@ public:
 
 protected:
     /// The bytes at which the last file is full and a further one begins, with a temporary name in the last file's
-    /// directory. As good as without limit; a derived class sets a lower one before the first Write.
+    /// directory. As good as without limit; a derived class sets a lower one before the first Write. A position that
+    /// lies behind the end by the limit or more has room in no further file, and nothing is written there.
     __int64 maxFileSize;
 
 private:
@@ -70,7 +71,7 @@ private:
 
     Entry & Locate(__int64 target);
     __int64 Room(Entry const & entry) const;
-    void AddFurtherFile();
+    bool AddFurtherFile();
 
     std::vector<Entry> files;
     __int64 position;

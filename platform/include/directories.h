@@ -126,15 +126,16 @@ extern "C"
     /// ERROR_DIRECTORY if `path` is no directory, ERROR_BUFFER_OVERFLOW if the name would not fit.
     KVCORE_API UINT WINAPI GetTempFileNameW(LPCWSTR path, LPCWSTR prefix, UINT unique, LPWSTR target);
 
-    /// FILE_ATTRIBUTE_DIRECTORY, or ARCHIVE for files; READONLY if nobody may write; HIDDEN if the name begins with a
-    /// dot; REPARSE_POINT for a link. INVALID_FILE_ATTRIBUTES on failure.
+    /// FILE_ATTRIBUTE_DIRECTORY, or ARCHIVE for files; READONLY for a file that nobody may write; HIDDEN if the name
+    /// begins with a dot; REPARSE_POINT for a link. INVALID_FILE_ATTRIBUTES on failure.
     KVCORE_API DWORD WINAPI GetFileAttributesW(LPCWSTR name);
     /// The same with times and size, into a WIN32_FILE_ATTRIBUTE_DATA. Where a file system keeps no creation time, the
     /// earlier of the times of the last write and the last change of the entry stands for it. The size of a directory
     /// is 0.
     KVCORE_API BOOL WINAPI GetFileAttributesExW(LPCWSTR name, GET_FILEEX_INFO_LEVELS level, LPVOID data);
-    /// FILE_ATTRIBUTE_READONLY takes the right to write from everybody; without it the owner alone has it again, if
-    /// nobody had. The other attributes have no place here and are ignored: a name is hidden by its dot alone.
+    /// FILE_ATTRIBUTE_READONLY takes the right to write a file from everybody; without it the owner alone has it again,
+    /// if nobody had. On a directory it forbids nothing, and is not kept. The other attributes have no place here and
+    /// are ignored: a name is hidden by its dot alone.
     KVCORE_API BOOL WINAPI SetFileAttributesW(LPCWSTR name, DWORD attributes);
 
     /// ERROR_ALREADY_EXISTS if the name is there. The directory above must exist.

@@ -14,6 +14,8 @@
 #define PAGE_EXECUTE_READ 0x20u
 #define PAGE_EXECUTE_READWRITE 0x40u
 #define PAGE_EXECUTE_WRITECOPY 0x80u
+#define PAGE_NOCACHE 0x200u
+#define PAGE_WRITECOMBINE 0x400u
 
 #define MEM_COMMIT 0x00001000u
 #define MEM_RESERVE 0x00002000u
@@ -55,8 +57,10 @@ extern "C"
     /// ERROR_INVALID_PARAMETER for what VirtualAlloc did not give.
     KVCORE_API BOOL WINAPI VirtualFree(LPVOID address, SIZE_T size, DWORD type);
 
-    /// Changes what may be done with committed pages, and gives what might be done with the first of them before.
-    /// ERROR_INVALID_ADDRESS if one of them is not there; `old` is needed (ERROR_NOACCESS).
+    /// Changes what may be done with committed pages of one allocation, and gives what might be done with the first of
+    /// them before. A view of a file may do less than it was mapped for, and nothing more. The modifiers for caches are
+    /// accepted and mean nothing. ERROR_INVALID_PARAMETER for pages that lie in no allocation or not in one, and for a
+    /// protection that is none; ERROR_INVALID_ADDRESS if one is not committed; `old` is needed (ERROR_NOACCESS).
     KVCORE_API BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD * old);
 
     /// Describes the pages from the one of `address` on that are alike, and gives the size of the record. 0 with

@@ -676,6 +676,132 @@ TEST(BufferedFileStream, SetPositionLeavesTheBufferAlone)
 namespace
 {
 
+/// The reading of a buffered stream, step by step, over a file of these bytes.
+class ReadingModel
+{
+public:
+    explicit ReadingModel(std::string bytes) : content(std::move(bytes)) {}
+
+    /// False at the end of the file; what there was is in `data` then.
+    bool Read(std::size_t count, std::string & data)
+    {
+        if (count == 0)
+        {
+            return true;
+        }
+        if (position == 0)
+        {
+            buffer.replace(0, 4096, 4096, '?');
+            std::string const piece = FromFile(4096);
+            buffer.replace(0, piece.size(), piece);
+            limit = piece.size();
+        }
+        if (limit <= position)
+        {
+            return false;
+        }
+        std::size_t const copied = std::min(count, limit - position);
+        data += buffer.substr(position, copied);
+        position = (position + copied) % limit;
+        std::size_t const rest = count - copied;
+        if (rest < limit)
+        {
+            return rest == 0 || Read(rest, data);
+        }
+        std::string const direct = FromFile(rest);
+        data += direct;
+        return direct.size() == rest;
+    }
+    std::size_t filePosition = 0;
+
+private:
+    std::string FromFile(std::size_t count)
+    {
+        std::string const piece = content.substr(std::min(filePosition, content.size()), count);
+        filePosition += piece.size();
+        return piece;
+    }
+
+    std::string const content;
+    std::string buffer = std::string(4096, '?');
+    std::size_t position = 0;
+    std::size_t limit = 4096;
+};
+
+/// The same read of both, and whether they agree on the result, the bytes and the place in the file.
+void ExpectSameRead(FileInputStream & stream, ReadingModel & model, std::size_t count)
+{
+    std::string expected;
+    bool const good = model.Read(count, expected);
+    std::string data(count, '\0');
+    if (good)
+    {
+        ASSERT_NO_THROW(stream.Read(data.data(), static_cast<int>(count)));
+    }
+    else
+    {
+        ASSERT_EQ(FailureOf([&] { stream.Read(data.data(), static_cast<int>(count)); }), endOfFile);
+    }
+    ASSERT_TRUE(data.substr(0, expected.size()) == expected) << count;
+    ASSERT_EQ(stream.GetPosition(), static_cast<__int64>(model.filePosition)) << count;
+}
+
+} // namespace
+
+TEST(BufferedFileStream, WhatAReadLeavesInTheBufferIsHandedOutBehindSetPosition)
+{
+    ScratchFolder const folder;
+    std::string const bytes = RandomBytes(20000);
+    folder.Write("a", bytes);
+    for (std::size_t const count : {1u, 4095u, 4096u, 4097u, 5000u, 8191u, 8192u, 8193u, 12287u, 12289u})
+    {
+        SCOPED_TRACE(count);
+        FileInputStream stream(folder.Name("a"));
+        ReadingModel model(bytes);
+        ExpectSameRead(stream, model, count);
+        stream.SetPosition(100, FileSeek_Begin);
+        model.filePosition = 100;
+        for (std::size_t const next : {10u, 4096u, 1u, 9000u})
+        {
+            ExpectSameRead(stream, model, next);
+        }
+    }
+    FileInputStream stream(folder.Name("a"));
+    char data[5000];
+    stream.Read(data, 5000);
+    EXPECT_EQ(stream.GetPosition(), 8192) << "the second buffer is whole";
+    stream.SetPosition(0, FileSeek_Begin);
+    stream.Read(data, 10);
+    EXPECT_EQ(std::string(data, 10), bytes.substr(5000, 10));
+}
+
+TEST(BufferedFileStream, RandomReadsAndPositionsFollowTheSteps)
+{
+    ScratchFolder const folder;
+    Numbers random(20000229);
+    for (std::size_t const size : {0u, 1u, 4095u, 4096u, 4097u, 8192u, 10000u, 20000u})
+    {
+        SCOPED_TRACE(size);
+        std::string const bytes = RandomBytes(size);
+        folder.Write("a", bytes);
+        FileInputStream stream(folder.Name("a"));
+        ReadingModel model(bytes);
+        for (int round = 0; round < 500 && !testing::Test::HasFatalFailure(); ++round)
+        {
+            constexpr std::size_t sizes[] = {10, 4096, 8192, 20000};
+            ExpectSameRead(stream, model, random.Next(sizes[random.Next(4)] + 2));
+            if (random.Next(3) == 0)
+            {
+                model.filePosition = random.Next(size + 1);
+                stream.SetPosition(static_cast<__int64>(model.filePosition), FileSeek_Begin);
+            }
+        }
+    }
+}
+
+namespace
+{
+
 // Never destroyed, since one of a stream and its copy alone may be; here, where a leak check sees it.
 [[gnu::used]] FileInputStream * keptCopy;
 

@@ -8,6 +8,7 @@
 #include <kvcore/files/File.h>
 #include <kvcore/files/FileFinder.h>
 #include <kvcore/platform/win32.h>
+#include <support/CostGrowth.h>
 #include <support/ScratchFolder.h>
 
 namespace fs = std::filesystem;
@@ -426,3 +427,75 @@ TEST(File, SizesDoNotFollowLinks)
     EXPECT_EQ(File::GetSizeRecursive(folder.Name()), 3);
 }
 #endif
+
+namespace
+{
+
+struct Sums : File
+{
+    using File::GetDirSize;
+};
+
+} // namespace
+
+TEST(File, SizesOfFoldersAreAddedToTheSumThatIsGiven)
+{
+    ScratchFolder const folder;
+    folder.Write("a/one", "12345");
+    folder.Write("a/deep/two", "123");
+    folder.Write("b/three", "1");
+    __int64 sum = 100;
+    Sums::GetDirSize(folder.Name("a"), sum);
+    EXPECT_EQ(sum, 108);
+    Sums::GetDirSize(folder.Name("b"), sum);
+    EXPECT_EQ(sum, 109);
+    Sums::GetDirSize(folder.Name("not there"), sum);
+    EXPECT_EQ(sum, 109);
+}
+
+TEST(PathCosts, RulesOnTextsGrowWithTheirLength)
+{
+    struct
+    {
+        char const * what;
+        String (*rule)(String const & path);
+    } const rules[] = {
+        {"directory", [](String const & path) { return File::GetDirname(path); }},
+        {"extension", [](String const & path) { return File::GetFileExtension(path); }},
+        {"without it", [](String const & path) { return File::GetFilePathWithoutExtension(path); }},
+        {"cut", [](String const & path) { return File::CutExtension(path, TEXT("aab")); }},
+        {"joined", [](String const & path) { return File::MakePath(path, path); }},
+        {"whole", [](String const & path) { return File::GetFullPath(path); }},
+        {"compact", [](String const & path) { return File::CompactPath(path, 100); }},
+        {"url", [](String const & path) { return File::PathToURL(path); }},
+        {"path", [](String const & path) { return File::URLToPath(TEXT("file:") + path); }},
+    };
+    // Small enough for the caches and the allocator to be the same for all sizes, and short enough to be done before
+    // another thread's turn. Backslashes alone, parents alone, names that have nothing to find, and escapes.
+    for (char const * const unit : {"\\", "..\\", "a\\..\\", "aa", ".", "%41"})
+    {
+        for (auto const & row : rules)
+        {
+            EXPECT_TRUE(kv::test::GrowsNearLinearly(
+                4'000, 4'000,
+                [unit](std::size_t size)
+                {
+                    WString const piece = String::FromUtf8(unit);
+                    WString path = TEXT("c:\\");
+                    while (path.size() < size)
+                    {
+                        path += piece;
+                    }
+                    return String(path);
+                },
+                [&row](String const & path)
+                {
+                    for (int i = 0; i < 4; ++i)
+                    {
+                        row.rule(path);
+                    }
+                }))
+                << row.what << " of " << unit;
+        }
+    }
+}

@@ -129,6 +129,51 @@ TEST_P(MultiFileStream, MakesAnotherFileWhenTheLastOneIsFull)
     EXPECT_EQ(contents, (std::vector<std::string>{"01234", "56789", "AB"}));
 }
 
+TEST_P(MultiFileStream, AddsNoFileInWhichThePositionHasNoRoomEither)
+{
+    struct
+    {
+        char const * what;
+        __int64 limit;
+        __int64 position;
+        DWORD written;
+        std::size_t files;
+    } const rows[] = {
+        {"no room at all, but for what is there", 0, 0, 10, 2},
+        {"no room at all, at the end", 0, 10, 0, 1},
+        {"within a first file above the limit", 4, 4, 12, 3},
+        {"behind a first file above the limit", 4, 10, 12, 4},
+        {"the limit behind the end", 4, 14, 0, 1},
+        {"far behind the end", 4, 1000, 0, 1},
+        {"less than the limit behind the end", 4, 13, 12, 5},
+        {"a limit below zero", -1, 10, 0, 1},
+    };
+    for (auto const & row : rows)
+    {
+        SCOPED_TRACE(row.what);
+        ScratchFolder const fresh;
+        fresh.Write("first", "0123456789");
+        SmallFiles small(row.limit, GetParam());
+        small.AddFile(fresh.Name("first"));
+        small.SetPosition(row.position);
+        EXPECT_EQ(small.Write("abcdefghijkl", 12), row.written);
+        WinStringArray<String> paths;
+        small.GetFiles(paths);
+        EXPECT_EQ(paths.size(), row.files);
+        small.Close();
+    }
+}
+
+TEST_P(MultiFileStream, ReadingUpToAFilesEndLeavesTheNextFileAlone)
+{
+    Add("a", "0123");
+    folder.Write("b", "456789");
+    stream.AddFile(folder.Name("b"));
+    stream.SetPosition(6);
+    EXPECT_EQ(ReadFrom(0, 4), "0123");
+    EXPECT_EQ(ReadFrom(4, 2), "45");
+}
+
 TEST_P(MultiFileStream, ClosedFilesKeepTheirPlaceAndRefuse)
 {
     Add("a", "0123");

@@ -86,6 +86,30 @@ TEST(Attributes, TellKindAndRights)
     EXPECT_EQ(GetFileAttributesW(file.c_str()) & FILE_ATTRIBUTE_READONLY, 0u);
 }
 
+TEST(Attributes, OfAFolderForbidNothingInIt)
+{
+    ScratchPaths folder;
+    folder.Make("dir/file", "1");
+    folder.MakeDirectory("dir/sub");
+    WString const directory = folder(TEXT("dir"));
+    for (DWORD const attributes : {FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY})
+    {
+        EXPECT_TRUE(SetFileAttributesW(directory.c_str(), attributes));
+        EXPECT_EQ(GetFileAttributesW(directory.c_str()) & FILE_ATTRIBUTE_DIRECTORY, FILE_ATTRIBUTE_DIRECTORY);
+        EXPECT_TRUE(CreateDirectoryW(folder(TEXT("dir\\new")).c_str(), nullptr));
+        EXPECT_TRUE(RemoveDirectoryW(folder(TEXT("dir\\new")).c_str()));
+        EXPECT_TRUE(MoveFileW(folder(TEXT("dir\\file")).c_str(), folder(TEXT("dir\\moved")).c_str()));
+        EXPECT_TRUE(CopyFileW(folder(TEXT("dir\\moved")).c_str(), folder(TEXT("dir\\file")).c_str(), TRUE));
+        EXPECT_TRUE(DeleteFileW(folder(TEXT("dir\\moved")).c_str()));
+        WCHAR name[MAX_PATH];
+        EXPECT_NE(GetTempFileNameW(directory.c_str(), TEXT("a"), 0, name), 0u);
+        EXPECT_TRUE(DeleteFileW(name));
+        EXPECT_TRUE(MoveFileW(directory.c_str(), folder(TEXT("other")).c_str()));
+        EXPECT_TRUE(MoveFileW(folder(TEXT("other")).c_str(), directory.c_str()));
+    }
+    EXPECT_TRUE(SetFileAttributesW(directory.c_str(), FILE_ATTRIBUTE_NORMAL));
+}
+
 TEST(Attributes, CannotBeSetOnWhatIsMissing)
 {
     ScratchPaths folder;

@@ -125,10 +125,40 @@ TEST_F(CreateFiles, ADirectoryOpensWithBackupSemantics)
     BY_HANDLE_FILE_INFORMATION information;
     ASSERT_TRUE(GetFileInformationByHandle(directory, &information));
     EXPECT_NE(information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
-    char byte;
-    DWORD done = 7;
-    EXPECT_FALSE(ReadFile(directory, &byte, 1, &done, nullptr));
-    EXPECT_EQ(done, 0u);
+}
+
+TEST_F(CreateFiles, ADirectoryHasNoBytes)
+{
+    std::filesystem::create_directory(folder / "folder");
+    for (DWORD const flags : {0u, DWORD{FILE_FLAG_OVERLAPPED}})
+    {
+        ScopedHandle const directory = Open("folder", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags);
+        char byte = 0;
+        for (DWORD const count : {0u, 1u})
+        {
+            OVERLAPPED overlapped = {};
+            DWORD done = 7;
+            DWORD const error = LastErrorOf([&] { return ReadFile(directory, &byte, count, &done, &overlapped); });
+            DWORD const result =
+                LastErrorOf([&] { return GetOverlappedResult(directory, &overlapped, &done, TRUE) != FALSE; });
+            EXPECT_EQ(error == ERROR_IO_PENDING ? result : error, DWORD{ERROR_INVALID_FUNCTION}) << flags << count;
+        }
+    }
+    ScopedHandle const reader = Open("folder", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    ScopedHandle const writer = Open("folder", readWrite, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    for (DWORD const count : {0u, 1u})
+    {
+        char byte = 0;
+        DWORD done = 7;
+        EXPECT_EQ(
+            LastErrorOf([&] { return ReadFile(reader, &byte, count, &done, nullptr); }), DWORD{ERROR_INVALID_FUNCTION});
+        EXPECT_EQ(done, 0u);
+        EXPECT_EQ(
+            LastErrorOf([&] { return WriteFile(writer, &byte, count, &done, nullptr); }), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_EQ(done, 0u);
+    }
+    EXPECT_EQ(LastErrorOf([&] { return SetEndOfFile(writer); }), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(LastErrorOf([&] { return SetEndOfFile(reader); }), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 TEST_F(CreateFiles, ANameMayHave255Units)

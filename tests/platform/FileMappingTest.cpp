@@ -134,6 +134,87 @@ TEST_F(FileMappings, AViewStaysWithinTheMapping)
     EXPECT_EQ(View(small, FILE_MAP_READ, 0, 0).Error(), 0u);
 }
 
+TEST_F(FileMappings, TheAccessOfAViewIsHeldAgainstTheMapping)
+{
+    struct
+    {
+        DWORD access;
+        DWORD readOnly; ///< the protection of a view of a mapping for reading; 0 for ERROR_ACCESS_DENIED
+        DWORD readWrite;
+    } const rows[] = {
+        {FILE_MAP_READ, PAGE_READONLY, PAGE_READONLY},
+        {FILE_MAP_WRITE, 0, PAGE_READWRITE},
+        {FILE_MAP_READ | FILE_MAP_WRITE, 0, PAGE_READWRITE},
+        {FILE_MAP_ALL_ACCESS, 0, PAGE_READWRITE},
+        {FILE_MAP_COPY, PAGE_WRITECOPY, PAGE_WRITECOPY},
+        {FILE_MAP_COPY | FILE_MAP_READ, PAGE_READONLY, PAGE_READONLY},
+        {FILE_MAP_COPY | FILE_MAP_WRITE, 0, PAGE_READWRITE},
+        {FILE_MAP_EXECUTE | FILE_MAP_READ, 0, 0},
+        {FILE_MAP_EXECUTE | FILE_MAP_WRITE, 0, 0},
+        {0, PAGE_NOACCESS, PAGE_NOACCESS},
+        {8, PAGE_NOACCESS, PAGE_NOACCESS},
+    };
+    ScopedHandle const file = Open();
+    for (bool const writable : {false, true})
+    {
+        ScopedHandle const mapping = Map(file, writable ? PAGE_READWRITE : PAGE_READONLY);
+        for (auto const & row : rows)
+        {
+            DWORD const expected = writable ? row.readWrite : row.readOnly;
+            View const view(mapping, row.access, 0, 0);
+            EXPECT_EQ(view.Error(), expected != 0 ? 0 : DWORD{ERROR_ACCESS_DENIED}) << row.access << writable;
+            if (expected != 0)
+            {
+                MEMORY_BASIC_INFORMATION region{};
+                EXPECT_NE(VirtualQuery(view.Bytes(), &region, sizeof region), 0u);
+                EXPECT_EQ(region.Protect, expected) << row.access << writable;
+                EXPECT_EQ(region.AllocationProtect, expected) << row.access << writable;
+                EXPECT_EQ(region.AllocationBase, view.Bytes());
+                EXPECT_EQ(region.State, DWORD{MEM_COMMIT});
+                EXPECT_EQ(region.Type, DWORD{MEM_MAPPED});
+            }
+        }
+    }
+}
+
+TEST_F(FileMappings, AViewIsProtectedForLessThanItWasMadeForAndForNoMore)
+{
+    struct
+    {
+        DWORD access;
+        DWORD made;
+        DWORD refused[3];
+        DWORD accepted[2];
+    } const rows[] = {
+        {FILE_MAP_READ, PAGE_READONLY, {PAGE_READWRITE, PAGE_EXECUTE_READ, 0}, {PAGE_NOACCESS, PAGE_READONLY}},
+        {FILE_MAP_COPY, PAGE_WRITECOPY, {PAGE_READWRITE, PAGE_EXECUTE, 0}, {PAGE_READONLY, PAGE_NOACCESS}},
+        {0, PAGE_NOACCESS, {PAGE_READONLY, PAGE_READWRITE, PAGE_WRITECOPY}, {PAGE_NOACCESS, PAGE_NOACCESS}},
+    };
+    ScopedHandle const file = Open(GENERIC_READ);
+    ScopedHandle const mapping = Map(file, PAGE_READONLY);
+    for (auto const & row : rows)
+    {
+        SCOPED_TRACE(row.access);
+        View const view(mapping, row.access, 0, 0);
+        ASSERT_NE(view.Bytes(), nullptr);
+        DWORD old = 0;
+        for (DWORD const protection : row.refused)
+        {
+            EXPECT_EQ(
+                LastErrorOf([&] { return VirtualProtect(view.Bytes(), 10, protection, &old); }),
+                DWORD{ERROR_INVALID_PARAMETER})
+                << protection;
+        }
+        for (DWORD const protection : row.accepted)
+        {
+            EXPECT_TRUE(VirtualProtect(view.Bytes(), 10, protection, &old)) << protection;
+            EXPECT_EQ(old, row.made) << protection;
+            EXPECT_TRUE(VirtualProtect(view.Bytes(), 10, row.made, &old)) << protection;
+            EXPECT_EQ(old, protection);
+        }
+    }
+}
+
 TEST_F(FileMappings, ProtectionIsHeldAgainstAccess)
 {
     ScopedHandle const reader = Open(GENERIC_READ);

@@ -66,6 +66,59 @@ TEST_F(FullPaths, AreMadeByTheLettersAlone)
         EXPECT_EQ(FullPath(row.path), current + row.full) << testing::PrintToString(WString(row.path));
 }
 
+TEST_F(FullPaths, BehindAPrefixAreMadeLikeOthers)
+{
+    PathCase const cases[] = {
+        {TEXT(""), TEXT("")},
+        {TEXT("c:"), TEXT("c:")},
+        {TEXT("c:\\"), TEXT("c:\\")},
+        {TEXT("c:\\a\\.\\b"), TEXT("c:\\a\\b")},
+        {TEXT("c:\\a\\..\\b"), TEXT("c:\\b")},
+        {TEXT("c:\\a/b//c"), TEXT("c:\\a\\b\\c")},
+        {TEXT("c:\\a. . "), TEXT("c:\\a")},
+        {TEXT("c:\\a\\. "), TEXT("c:\\a\\")},
+        {TEXT("c:\\..\\..\\b"), TEXT("b")},
+        {TEXT("c:\\a\\..\\.."), TEXT("")},
+        {TEXT("c:..\\b"), TEXT("c:.\\b")},
+        {TEXT("a"), TEXT("a")},
+        {TEXT("a\\"), TEXT("a\\")},
+        {TEXT("a\\."), TEXT("a")},
+        {TEXT("a\\b\\.."), TEXT("a")},
+        {TEXT("a\\b\\..\\"), TEXT("a\\")},
+        {TEXT("a\\..\\..\\..\\b"), TEXT("b")},
+        {TEXT("a.\\b..\\c"), TEXT("a\\b.\\c")},
+        {TEXT("."), TEXT("")},
+        {TEXT(".."), TEXT("")},
+        {TEXT("..."), TEXT("")},
+        {TEXT(" "), TEXT("")},
+        {TEXT("\\\\a"), TEXT("a")},
+        {TEXT("UNC\\s\\h\\..\\x"), TEXT("UNC\\s\\x")},
+        {TEXT("nul"), TEXT("nul")},
+    };
+    struct
+    {
+        WCHAR const * given;
+        WCHAR const * full;
+    } const prefixes[] = {
+        {TEXT("\\\\?\\"), TEXT("\\\\?\\")}, {TEXT("\\\\.\\"), TEXT("\\\\.\\")}, {TEXT("//?/"), TEXT("\\\\?\\")},
+        {TEXT("//./"), TEXT("\\\\.\\")},    {TEXT("\\\\?/"), TEXT("\\\\?\\")},  {TEXT("\\/.\\"), TEXT("\\\\.\\")},
+    };
+    for (auto const & prefix : prefixes)
+    {
+        for (PathCase const & row : cases)
+        {
+            WString const path = WString(prefix.given) + row.path;
+            EXPECT_EQ(FullPath(path), WString(prefix.full) + row.full) << testing::PrintToString(path);
+        }
+    }
+    WCHAR buffer[100];
+    WCHAR * file = nullptr;
+    ASSERT_EQ(GetFullPathNameW(TEXT("\\\\?\\a"), 100, buffer, &file), 5u);
+    EXPECT_EQ(file, buffer + 4);
+    ASSERT_EQ(GetFullPathNameW(TEXT("\\\\?\\a\\.."), 100, buffer, &file), 4u);
+    EXPECT_EQ(file, nullptr);
+}
+
 TEST_F(FullPaths, FromADriveOrAMachineOn)
 {
     PathCase const cases[] = {

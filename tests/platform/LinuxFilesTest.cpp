@@ -7,7 +7,9 @@
 
 #    include <fcntl.h>
 #    include <sys/mman.h>
+#    include <sys/socket.h>
 #    include <sys/stat.h>
+#    include <sys/un.h>
 #    include <sys/wait.h>
 #    include <unistd.h>
 
@@ -58,6 +60,127 @@ int InChild(std::function<DWORD()> const & step)
     }
     int status = 0;
     return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+LARGE_INTEGER Large(std::int64_t value)
+{
+    LARGE_INTEGER large;
+    large.QuadPart = value;
+    return large;
+}
+
+// The kernel refuses positions behind the largest file that the file system holds.
+TEST_F(LinuxFiles, PositionsBehindTheLargestFileArePositions)
+{
+    ScopedHandle const file = Open("file", readWrite);
+    char bytes[4] = {'x', 'x', 'x', 'x'};
+    for (std::int64_t const place : {INT64_MAX, INT64_MAX - 4095, std::int64_t{1} << 62, std::int64_t{1} << 44})
+    {
+        SCOPED_TRACE(place);
+        LARGE_INTEGER position;
+        ASSERT_TRUE(SetFilePointerEx(file, Large(place), &position, FILE_BEGIN));
+        EXPECT_EQ(position.QuadPart, place);
+        ASSERT_TRUE(SetFilePointerEx(file, Large(-5), &position, FILE_CURRENT));
+        EXPECT_EQ(position.QuadPart, place - 5);
+        ASSERT_TRUE(SetFilePointerEx(file, Large(5), &position, FILE_CURRENT));
+        LONG high = 0;
+        EXPECT_EQ(SetFilePointer(file, 0, &high, FILE_CURRENT), static_cast<DWORD>(place));
+        EXPECT_EQ(high, static_cast<LONG>(place >> 32));
+        EXPECT_TRUE(ReadFile(file, bytes, 4, &done, nullptr));
+        EXPECT_EQ(done, 0u) << "it is behind the end";
+        EXPECT_TRUE(SetFilePointerEx(file, Large(0), &position, FILE_CURRENT));
+        EXPECT_EQ(position.QuadPart, place);
+        OVERLAPPED there = {};
+        there.Offset = static_cast<DWORD>(place);
+        there.OffsetHigh = static_cast<DWORD>(place >> 32);
+        EXPECT_EQ(LastErrorOf([&] { return ReadFile(file, bytes, 4, &done, &there); }), DWORD{ERROR_HANDLE_EOF});
+        EXPECT_TRUE(SetFilePointerEx(file, Large(0), &position, FILE_CURRENT));
+        EXPECT_EQ(position.QuadPart, place) << "a read at a place leaves the position there";
+    }
+    ASSERT_TRUE(SetFilePointerEx(file, Large(INT64_MAX), nullptr, FILE_BEGIN));
+    EXPECT_EQ(
+        LastErrorOf([&] { return SetFilePointerEx(file, Large(1), nullptr, FILE_CURRENT); }),
+        DWORD{ERROR_NEGATIVE_SEEK});
+    EXPECT_EQ(LastErrorOf([&] { return WriteFile(file, bytes, 4, &done, nullptr); }), DWORD{ERROR_FILE_TOO_LARGE});
+    EXPECT_TRUE(WriteFile(file, bytes, 0, &done, nullptr));
+    EXPECT_EQ(LastErrorOf([&] { return SetEndOfFile(file); }), DWORD{ERROR_FILE_TOO_LARGE});
+    LARGE_INTEGER position;
+    ASSERT_TRUE(SetFilePointerEx(file, Large(-11), &position, FILE_END));
+    EXPECT_EQ(position.QuadPart, 0);
+    ASSERT_TRUE(ReadFile(file, bytes, 4, &done, nullptr));
+    EXPECT_EQ(std::string(bytes, done), "hell") << "and there are positions before again";
+    EXPECT_EQ(folder.Read("file"), "hello world");
+
+    ScopedHandle const appending = Open("file", FILE_APPEND_DATA);
+    ASSERT_TRUE(SetFilePointerEx(appending, Large(INT64_MAX), nullptr, FILE_BEGIN));
+    EXPECT_TRUE(WriteFile(appending, "!", 1, &done, nullptr)) << "who appends is not where the position is";
+    EXPECT_EQ(folder.Read("file"), "hello world!");
+}
+
+TEST_F(LinuxFiles, OpeningAPipeOrASocketWaitsForNobody)
+{
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    int const server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::string const name = folder / "socket";
+    ASSERT_LT(name.size(), sizeof address.sun_path);
+    std::copy(name.begin(), name.end(), address.sun_path);
+    ASSERT_EQ(bind(server, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    for (DWORD const access : {DWORD{0}, DWORD{GENERIC_READ}, DWORD{GENERIC_WRITE}, readWrite, DWORD{FILE_APPEND_DATA}})
+    {
+        for (DWORD const disposition : {DWORD{OPEN_EXISTING}, DWORD{OPEN_ALWAYS}, DWORD{CREATE_ALWAYS}})
+        {
+            ScopedHandle const pipe = Open("pipe", access, shareAll, disposition);
+            EXPECT_TRUE(pipe.IsOpen()) << access << ' ' << disposition;
+            EXPECT_EQ(GetFileType(pipe), DWORD{FILE_TYPE_PIPE});
+            Open("socket", access, shareAll, disposition);
+        }
+    }
+    close(server);
+    char byte = 0;
+    ScopedHandle const reader = Open("pipe", GENERIC_READ);
+    EXPECT_EQ(LastErrorOf([&] { return ReadFile(reader, &byte, 1, &done, nullptr); }), DWORD{ERROR_BROKEN_PIPE})
+        << "nobody writes";
+    EXPECT_FALSE(CopyFileW(Path("socket").c_str(), Path("copy").c_str(), TRUE));
+    EXPECT_FALSE(std::filesystem::exists(folder / "copy"));
+}
+
+TEST_F(LinuxFiles, ReadingAPipeWaitsForItsWriter)
+{
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    ScopedHandle const reader = Open("pipe", GENERIC_READ);
+    ScopedHandle writer = Open("pipe", GENERIC_WRITE);
+    ASSERT_TRUE(reader.IsOpen() && writer.IsOpen());
+    std::string text;
+    std::thread reading(
+        [&]
+        {
+            char bytes[10];
+            DWORD count = 0;
+            while (ReadFile(reader, bytes, 10, &count, nullptr))
+            {
+                text.append(bytes, count);
+            }
+        });
+    EXPECT_TRUE(WriteFile(writer, "hello", 5, &done, nullptr));
+    writer.Close();
+    reading.join();
+    EXPECT_EQ(text, "hello");
+}
+
+TEST_F(LinuxFiles, AFolderWithoutTheRightToWriteIsNotReadOnly)
+{
+    ASSERT_EQ(mkdir((folder / "dir").c_str(), 0755), 0);
+    EXPECT_TRUE(SetFileAttributesW(Path("dir").c_str(), FILE_ATTRIBUTE_READONLY));
+    struct stat status;
+    ASSERT_EQ(stat((folder / "dir").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0755u);
+    ASSERT_EQ(chmod((folder / "dir").c_str(), 0555), 0);
+    EXPECT_EQ(GetFileAttributesW(Path("dir").c_str()), DWORD{FILE_ATTRIBUTE_DIRECTORY});
+    EXPECT_TRUE(SetFileAttributesW(Path("dir").c_str(), FILE_ATTRIBUTE_NORMAL));
+    ASSERT_EQ(stat((folder / "dir").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0555u) << "the right was taken by somebody else";
 }
 
 TEST_F(LinuxFiles, AReadOnlyFileIsNotWrittenByAnybody)

@@ -220,6 +220,52 @@ TEST(ShellUrls, UrlsBecomePaths)
     }
 }
 
+TEST(ShellUrls, ABarBehindADrivesLetterIsAColon)
+{
+    struct
+    {
+        WCHAR const * url;
+        WCHAR const * path;
+    } const rows[] = {
+        {TEXT("file:c|"), TEXT("c:")},
+        {TEXT("file:c|a"), TEXT("c:a")},
+        {TEXT("file:/c|/a%20b"), TEXT("c:\\a b")},
+        {TEXT("file:///c|/a"), TEXT("c:\\a")},
+        {TEXT("FILE:///C|\\a"), TEXT("C:\\a")},
+        {TEXT("file:\\\\\\c|\\a"), TEXT("c:\\a")},
+        {TEXT("file:///c||/a"), TEXT("c:|\\a")},
+        {TEXT("file:///c|:/a"), TEXT("c::\\a")},
+        {TEXT("file:///c:|/a"), TEXT("c:|\\a")},
+        {TEXT("file:///c|/a|b"), TEXT("c:\\a|b")},
+        {TEXT("file://localhost/c|/a"), TEXT("c:\\a")},
+        {TEXT("file:///c|?x"), TEXT("c:?x")},
+        // What stands behind an escape is no drive, nor what is no letter of ASCII, nor what is longer.
+        {TEXT("file:c%7C/a"), TEXT("c|\\a")},
+        {TEXT("file:///c%7C/a"), TEXT("\\c|\\a")},
+        {TEXT("file:///%63|/a"), TEXT("\\c|\\a")},
+        {TEXT("file:///1|/a"), TEXT("\\1|\\a")},
+        {TEXT("file:///|/a"), TEXT("\\|\\a")},
+        {TEXT("file:///\u00E9|/a"), TEXT("\\\u00E9|\\a")},
+        {TEXT("file:///ab|/a"), TEXT("\\ab|\\a")},
+        {TEXT("file:///a/c|/b"), TEXT("\\a\\c|\\b")},
+        {TEXT("file://///c|/a"), TEXT("\\\\c|\\a")},
+        // A drive where a server is expected keeps its escapes, and one behind a server loses the separator.
+        {TEXT("file://c|/a%20b"), TEXT("c:\\a%20b")},
+        {TEXT("file://c:/a%20b"), TEXT("c:\\a%20b")},
+        {TEXT("file:////c|/a%20b"), TEXT("c:\\a%20b")},
+        {TEXT("file:////a/b%20c"), TEXT("\\\\a\\b%20c")},
+        {TEXT("file://///a/b%20c"), TEXT("\\\\a\\b c")},
+        {TEXT("file://s/c|/a%20b"), TEXT("\\\\sc|\\a b")},
+        {TEXT("file://s/c:/a"), TEXT("\\\\sc:\\a")},
+        {TEXT("file://s/t/c:/a"), TEXT("\\\\s\\t\\c:\\a")},
+    };
+    for (auto const & row : rows)
+    {
+        SCOPED_TRACE(::testing::PrintToString(WString(row.url)));
+        ExpectText(FromUrl(row.url), S_OK, row.path);
+    }
+}
+
 TEST(ShellUrls, OnlyFileUrlsBecomePaths)
 {
     for (WString const url :

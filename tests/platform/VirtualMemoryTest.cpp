@@ -117,6 +117,71 @@ TEST(VirtualMemory, ProtectionChangesByThePage)
     EXPECT_EQ(DWORD{ERROR_NOACCESS}, ErrorOf([&] { return VirtualProtect(pages.At(0), 1, PAGE_READONLY, nullptr); }));
 }
 
+TEST(VirtualMemory, ProtectionRefusesRangesFromWhatIsNotThereToWhatIsNotCommitted)
+{
+    Pages const pages(5 * page, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    Pages const reserved(32 * page, MEM_RESERVE, PAGE_NOACCESS);
+    ASSERT_NE(VirtualAlloc(reserved.At(2), 2 * page, MEM_COMMIT, PAGE_READWRITE), nullptr);
+    DWORD const invalid = ERROR_INVALID_PARAMETER;
+    DWORD const address = ERROR_INVALID_ADDRESS;
+    struct
+    {
+        char const * what;
+        char * address;
+        SIZE_T size;
+        DWORD protection;
+        DWORD error;
+    } const rows[] = {
+        {"behind the allocation", pages.At(0), 5 * page + 1, PAGE_READONLY, invalid},
+        {"its last byte and one more", pages.At(5) - 1, 2, PAGE_READONLY, invalid},
+        {"null", nullptr, 1, PAGE_READONLY, invalid},
+        {"null and nothing", nullptr, 0, PAGE_READONLY, invalid},
+        {"the lowest pages", reinterpret_cast<char *>(0x100), 1, PAGE_READONLY, invalid},
+        {"the end of all addresses", reinterpret_cast<char *>(~SIZE_T{0}), 1, PAGE_READONLY, invalid},
+        {"reserved", reserved.At(0), 1, PAGE_READONLY, address},
+        {"reserved, nothing", reserved.At(0), 0, PAGE_READONLY, address},
+        {"reserved, by no protection", reserved.At(0), 1, 0, address},
+        {"committed and reserved", reserved.At(2), 2 * page + 1, PAGE_READONLY, address},
+        {"the byte before and the first", reserved.At(2) - 1, 2, 0x77, address},
+        {"no protection", pages.At(0), 1, 0, invalid},
+        {"no protection, of nothing", pages.At(0), 0, 0, invalid},
+        {"two protections", pages.At(0), 1, PAGE_READONLY | PAGE_READWRITE, invalid},
+        {"a copy of one's own", pages.At(0), 1, PAGE_WRITECOPY, invalid},
+    };
+    for (auto const & row : rows)
+    {
+        DWORD old = 0;
+        EXPECT_EQ(ErrorOf([&] { return VirtualProtect(row.address, row.size, row.protection, &old); }), row.error)
+            << row.what;
+        EXPECT_EQ(
+            ErrorOf([&] { return VirtualProtect(row.address, row.size, row.protection, nullptr); }),
+            DWORD{ERROR_NOACCESS})
+            << row.what;
+    }
+    ExpectRegion(pages.At(0), pages.At(0), pages.At(0), 5, MEM_COMMIT, PAGE_READWRITE);
+}
+
+TEST(VirtualMemory, ProtectionOfNothingTellsWhatIsThereAndChangesNothing)
+{
+    Pages const pages(2 * page, MEM_COMMIT, PAGE_READWRITE);
+    DWORD old = 0;
+    EXPECT_TRUE(VirtualProtect(pages.At(0), 0, PAGE_READONLY, &old));
+    EXPECT_EQ(old, DWORD{PAGE_READWRITE});
+    ExpectRegion(pages.At(0), pages.At(0), pages.At(0), 2, MEM_COMMIT, PAGE_READWRITE);
+}
+
+TEST(VirtualMemory, ModifiersForCachesAreAccepted)
+{
+    Pages const pages(page, MEM_COMMIT, PAGE_READWRITE);
+    for (DWORD const modifier : {0x200u, 0x400u})
+    {
+        DWORD old = 0;
+        EXPECT_TRUE(VirtualProtect(pages.At(0), page, PAGE_READWRITE | modifier, &old));
+        EXPECT_EQ(old, DWORD{PAGE_READWRITE});
+        *pages.At(0) = 1;
+    }
+}
+
 TEST(VirtualMemory, AllocatingRefusesWhatCannotBe)
 {
     Pages const pages(0x30000, MEM_RESERVE, PAGE_READWRITE);

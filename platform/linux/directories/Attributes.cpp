@@ -75,6 +75,10 @@ BOOL WINAPI SetFileAttributesW(LPCWSTR name, DWORD attributes)
     {
         return FailWith(ERROR_PATH_NOT_FOUND);
     }
+    if (S_ISDIR(status.stx_mode))
+    {
+        return TRUE; // the attribute forbids nothing, and the right to write is what its owner works with
+    }
     constexpr mode_t allWrite = S_IWUSR | S_IWGRP | S_IWOTH;
     mode_t const mode = status.stx_mode & 07777u;
     bool const readOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;

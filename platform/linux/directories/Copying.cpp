@@ -9,6 +9,7 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/Handles.h>
+#include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
 
@@ -88,20 +89,36 @@ bool CopyOpenFiles(HANDLE source, HANDLE target, WCHAR const * to, bool isNew)
     return CloseHandle(target) != FALSE;
 }
 
+/// Whether a name leads to an open file: emptying the one would take the other's content.
+bool LeadsTo(HANDLE source, WCHAR const * name)
+{
+    NativePath path;
+    struct stat open;
+    struct stat named;
+    auto const from = LookUp<File>(source);
+    return from && path.Translate(name, Look::Existing) && fstat(from->descriptor, &open) == 0 &&
+        stat(path.CStr(), &named) == 0 && open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
 } // namespace
 
 BOOL WINAPI CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists)
 {
     DWORD const before = GetLastError();
     OpenHandle const source(CreateFileW(
-        from, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN,
-        nullptr));
+        from, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+        FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (source.handle == INVALID_HANDLE_VALUE)
     {
         return FALSE;
     }
+    if (!failIfExists && LeadsTo(source.handle, to))
+    {
+        return FailWith(ERROR_SHARING_VIOLATION);
+    }
     HANDLE const target = CreateFileW(
-        to, GENERIC_WRITE, 0, nullptr, failIfExists ? CREATE_NEW : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        to, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, failIfExists ? CREATE_NEW : CREATE_ALWAYS,
+        FILE_ATTRIBUTE_NORMAL, nullptr);
     if (target == INVALID_HANDLE_VALUE)
     {
         return FALSE;

@@ -6,6 +6,7 @@
 #include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/files/OpenFiles.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
@@ -56,6 +57,10 @@ BOOL WINAPI RemoveDirectoryW(LPCWSTR path)
     if (!native.IsLink() && IsCurrentDirectory(native.Status()))
     {
         return FailWith(ERROR_SHARING_VIOLATION);
+    }
+    if (DWORD const refused = CheckDeletion(native.CStr()); refused != ERROR_SUCCESS)
+    {
+        return FailWith(refused);
     }
     int const result = native.IsLink() ? unlink(native.CStr()) : rmdir(native.CStr());
     if (result == 0)

@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstddef>
 
+#include <kvcore/platform/export.h>
 #include <kvcore/platform/include/basetypes.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
@@ -29,7 +30,7 @@ int SyncDirectoryOf(char const * path) noexcept;
 // errno value, and the temporary name.
 
 /// A new, empty file that is its owner's alone. Its descriptor holds its lock, and stays open until it is renamed.
-int CreateBeside(char const * path, char (&name)[PATH_MAX], int & descriptor) noexcept;
+KVCORE_API int CreateBeside(char const * path, char (&name)[PATH_MAX], int & descriptor) noexcept;
 
 /// A further name of `file`, beside `path`.
 int LinkBeside(char const * file, char const * path, char (&name)[PATH_MAX]) noexcept;

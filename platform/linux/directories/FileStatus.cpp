@@ -48,8 +48,10 @@ std::uint64_t SizeOf(struct statx const & status) noexcept
 
 DWORD AttributesOf(struct statx const & status, char const * name) noexcept
 {
-    DWORD attributes = S_ISDIR(status.stx_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
-    if ((status.stx_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0)
+    bool const isDirectory = S_ISDIR(status.stx_mode);
+    DWORD attributes = isDirectory ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
+    // What may be done in a directory is a matter of rights and of no attribute.
+    if (!isDirectory && (status.stx_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0)
     {
         attributes |= FILE_ATTRIBUTE_READONLY;
     }

@@ -161,14 +161,29 @@ bool SpellNewName(WCHAR const * name, NativePath const & resolved, char (&target
     return length > 0 && static_cast<std::size_t>(length) < sizeof target ? true : FailWith(ERROR_FILENAME_EXCED_RANGE);
 }
 
-/// Whether the new name may be taken: ERROR_SUCCESS, or why not.
-DWORD CheckTarget(NativePath const & from, NativePath const & to, bool replace)
+/// Whether what is there may be moved away: ERROR_SUCCESS, or why not.
+DWORD CheckSource(NativePath const & from)
 {
-    if (!from.IsDirectory() && to.EndsInSeparator())
+    mode_t const mode = from.Status().stx_mode;
+    if (!from.IsDirectory() && from.EndsInSeparator())
     {
         return ERROR_INVALID_NAME;
     }
-    if (!to.Exists())
+    if (from.IsDriveRoot() || S_ISCHR(mode) || S_ISBLK(mode))
+    {
+        return ERROR_ACCESS_DENIED;
+    }
+    return CheckDeletion(from.CStr());
+}
+
+/// Whether the new name may be taken: ERROR_SUCCESS, or why not.
+DWORD CheckTarget(NativePath const & from, NativePath const & to, bool sameName, bool replace)
+{
+    if (to.EndsInSeparator() && !to.IsDirectory() && (to.Exists() || !from.IsDirectory()))
+    {
+        return ERROR_DIRECTORY;
+    }
+    if (!to.Exists() || sameName)
     {
         return ERROR_SUCCESS;
     }
@@ -176,7 +191,7 @@ DWORD CheckTarget(NativePath const & from, NativePath const & to, bool replace)
     {
         return ERROR_ALREADY_EXISTS;
     }
-    bool const free = !from.IsDirectory() && CheckRemovable(to) == ERROR_SUCCESS && CheckDeletion(to.CStr()) == 0;
+    bool const free = !from.IsDirectory() && CheckRemovable(to) == ERROR_SUCCESS && !IsOpenAnywhere(to.CStr());
     return free ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
 }
 
@@ -187,8 +202,6 @@ BOOL FailMove(int error, bool copyAllowed)
     case EEXIST:
     case ENOTEMPTY:
         return FailWith(ERROR_ALREADY_EXISTS);
-    case EINVAL: // a directory into itself
-        return FailWith(ERROR_SHARING_VIOLATION);
     case EXDEV: // only a directory still comes here when copying is allowed
         return FailWith(copyAllowed ? ERROR_ACCESS_DENIED : ERROR_NOT_SAME_DEVICE);
     default:
@@ -207,31 +220,30 @@ BOOL WINAPI MoveFileExW(LPCWSTR existingName, LPCWSTR newName, DWORD flags)
     }
     NativePath from;
     NativePath to;
-    if (!from.Translate(existingName, Look::Existing) || !to.Translate(newName, Look::Creating))
+    if (!from.Translate(existingName, Look::Existing))
+    {
+        return FALSE;
+    }
+    if (DWORD const refused = CheckSource(from); refused != ERROR_SUCCESS)
+    {
+        return FailWith(refused);
+    }
+    if (!to.Translate(newName, Look::Creating))
     {
         return FALSE;
     }
     bool const replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
     bool const copyAllowed = (flags & MOVEFILE_COPY_ALLOWED) != 0;
-    if (from.IsDriveRoot() || S_ISCHR(from.Status().stx_mode) || S_ISBLK(from.Status().stx_mode))
+    bool const sameName = to.Exists() && std::strcmp(from.CStr(), to.CStr()) == 0;
+    if (DWORD const refused = CheckTarget(from, to, sameName, replace); refused != ERROR_SUCCESS)
     {
-        return FailWith(ERROR_ACCESS_DENIED);
+        return FailWith(refused);
     }
     char target[PATH_MAX];
     std::strcpy(target, to.CStr());
-    bool const sameName = to.Exists() && std::strcmp(from.CStr(), to.CStr()) == 0;
     if (sameName && !SpellNewName(newName, to, target))
     {
         return FALSE;
-    }
-    DWORD refused = sameName ? ERROR_SUCCESS : CheckTarget(from, to, replace);
-    if (refused == ERROR_SUCCESS && !from.IsDirectory())
-    {
-        refused = CheckDeletion(from.CStr());
-    }
-    if (refused != ERROR_SUCCESS)
-    {
-        return FailWith(refused);
     }
     bool const isDirectory = from.IsDirectory() && !from.IsLink();
     if (isDirectory && IsCurrentDirectory(from.Status()))

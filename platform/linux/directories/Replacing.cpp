@@ -37,6 +37,13 @@ void CopyAccessList(int from, int to)
     }
 }
 
+/// The attribute is the replacement's own, as its content is.
+bool IsReadOnly(int descriptor)
+{
+    struct stat status;
+    return fstat(descriptor, &status) == 0 && (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
+}
+
 /// Gives the replacement the owner and the rights of the file whose place it takes, and writes it to the disk. 0 or an
 /// errno value.
 int PrepareReplacement(char const * replaced, char const * replacement)
@@ -51,7 +58,8 @@ int PrepareReplacement(char const * replaced, char const * replacement)
         // would now speak for this user.
         bool const owned = fchown(fresh, status.st_uid, status.st_gid) == 0 ||
             fchown(fresh, static_cast<uid_t>(-1), status.st_gid) == 0;
-        error = fchmod(fresh, status.st_mode & (owned ? 0777u : 0707u)) == 0 ? 0 : errno;
+        mode_t const mode = status.st_mode & (owned ? 0777u : 0707u);
+        error = fchmod(fresh, IsReadOnly(fresh) ? mode & 0555u : mode) == 0 ? 0 : errno;
         if (old >= 0)
         {
             CopyAccessList(old, fresh);
@@ -87,20 +95,94 @@ int KeepBackup(char const * replaced, char const * backup)
     return unable && rename(replaced, backup) == 0 ? 0 : error;
 }
 
-DWORD CheckPair(NativePath const & replaced, NativePath const & replacement, char const * target)
+/// What speaks against replacing the one file, as far as it is looked at before the other.
+DWORD CheckReplaced(NativePath const & replaced, char const * target)
 {
-    bool const files = !replaced.IsDirectory() && !replacement.IsDirectory();
-    if (!files || CheckRemovable(replaced) != ERROR_SUCCESS || S_ISCHR(replacement.Status().stx_mode) ||
-        access(target, W_OK) != 0)
+    if (replaced.IsDirectory())
+    {
+        return ERROR_SUCCESS; // which fails, but behind what is wrong with the replacement
+    }
+    if (replaced.EndsInSeparator())
+    {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    bool const removable = CheckRemovable(replaced) == ERROR_SUCCESS && access(target, W_OK) == 0;
+    return removable ? CheckDeletion(target) : ERROR_ACCESS_DENIED;
+}
+
+/// What speaks against the other one.
+DWORD CheckReplacement(NativePath const & replacement)
+{
+    if (replacement.IsDirectory() || S_ISCHR(replacement.Status().stx_mode))
     {
         return ERROR_ACCESS_DENIED;
     }
-    if (std::strcmp(target, replacement.CStr()) == 0)
+    return replacement.EndsInSeparator() ? ERROR_INVALID_NAME : CheckDeletion(replacement.CStr());
+}
+
+/// Whether the backup may take its name.
+DWORD CheckBackup(NativePath const & backup, char const * target)
+{
+    if (!backup.Exists())
     {
-        return ERROR_SHARING_VIOLATION;
+        return backup.EndsInSeparator() ? ERROR_DIRECTORY : ERROR_SUCCESS;
     }
-    DWORD const refused = CheckDeletion(target);
-    return refused != ERROR_SUCCESS ? refused : CheckDeletion(replacement.CStr());
+    if (backup.EndsInSeparator() && !backup.IsDirectory())
+    {
+        return ERROR_DIRECTORY;
+    }
+    if (backup.IsDirectory() || IsOpenAnywhere(backup.CStr()))
+    {
+        return ERROR_ACCESS_DENIED;
+    }
+    // A backup in the place of the file itself would be gone with it.
+    bool const free = CheckRemovable(backup) == ERROR_SUCCESS && std::strcmp(backup.CStr(), target) != 0;
+    return free ? ERROR_SUCCESS : ERROR_UNABLE_TO_REMOVE_REPLACED;
+}
+
+/// The three names of a call: looked up and held against what is there, each when those before it are found good.
+struct Names
+{
+    NativePath replaced;
+    char target[PATH_MAX]; ///< the file that the replaced name leads to
+    NativePath replacement;
+    NativePath backup;
+
+    bool Resolve(WCHAR const * replacedName, WCHAR const * replacementName, WCHAR const * backupName);
+};
+
+bool Names::Resolve(WCHAR const * replacedName, WCHAR const * replacementName, WCHAR const * backupName)
+{
+    if (!replaced.Translate(replacedName, Look::Existing) || !FollowToFile(replaced, target))
+    {
+        return false;
+    }
+    DWORD refused = CheckReplaced(replaced, target);
+    if (refused == ERROR_SUCCESS)
+    {
+        if (!replacement.Translate(replacementName, Look::Existing))
+        {
+            return false;
+        }
+        refused = CheckReplacement(replacement);
+    }
+    if (refused == ERROR_SUCCESS && replaced.IsDirectory())
+    {
+        refused = ERROR_ACCESS_DENIED;
+    }
+    if (refused == ERROR_SUCCESS && std::strcmp(target, replacement.CStr()) == 0)
+    {
+        refused = ERROR_UNABLE_TO_MOVE_REPLACEMENT;
+    }
+    if (refused == ERROR_SUCCESS && backupName != nullptr)
+    {
+        if (!backup.Translate(backupName, Look::Creating))
+        {
+            return false;
+        }
+        refused = CheckBackup(backup, target);
+    }
+    return refused == ERROR_SUCCESS || FailWith(refused);
 }
 
 } // namespace
@@ -114,24 +196,14 @@ BOOL WINAPI ReplaceFileW(
     {
         return FailWith(ERROR_INVALID_PARAMETER);
     }
-    NativePath replaced;
-    NativePath replacement;
-    NativePath backup;
-    char target[PATH_MAX];
-    if (!replaced.Translate(replacedName, Look::Existing) || !FollowToFile(replaced, target) ||
-        !replacement.Translate(replacementName, Look::Existing) ||
-        (backupName != nullptr && !backup.Translate(backupName, Look::Creating)))
+    Names names;
+    if (!names.Resolve(replacedName, replacementName, backupName))
     {
         return FALSE;
     }
-    if (DWORD const refused = CheckPair(replaced, replacement, target); refused != ERROR_SUCCESS)
-    {
-        return FailWith(refused);
-    }
-    if (backupName != nullptr && backup.Exists() && CheckRemovable(backup) != ERROR_SUCCESS)
-    {
-        return FailWith(ERROR_UNABLE_TO_REMOVE_REPLACED);
-    }
+    char const * const target = names.target;
+    NativePath const & replacement = names.replacement;
+    NativePath const & backup = names.backup;
     if (int const error = PrepareReplacement(target, replacement.CStr()); error != 0)
     {
         return FailErrno(error);

@@ -102,6 +102,24 @@ bool IsValid(DWORD access, DWORD share, DWORD disposition)
         (disposition != TRUNCATE_EXISTING || (SpecificRights(access) & FILE_WRITE_DATA) != 0);
 }
 
+/// Opens without a wait for somebody at the other end of a pipe or a line: names are opened because a folder lists
+/// them.
+int OpenAtOnce(char const * path, int flags)
+{
+    int const descriptor = open(path, flags | O_NONBLOCK);
+    // A file that another program has to give way for first is waited for.
+    return descriptor < 0 && errno == EWOULDBLOCK ? open(path, flags) : descriptor;
+}
+
+/// Transfers wait, as always. To a file on a disk the flag means nothing.
+void LetTransfersWait(int descriptor, struct stat const & status)
+{
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    {
+        fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+    }
+}
+
 /// Opens a name that is there. A descriptor that can be read, too, is better even for who only writes: locks for open
 /// files need it.
 Descriptor OpenThere(char const * path, Request const & request)
@@ -109,9 +127,9 @@ Descriptor OpenThere(char const * path, Request const & request)
     int common = O_CLOEXEC | O_NOCTTY | (request.Has(FILE_FLAG_WRITE_THROUGH) ? O_DSYNC : 0);
     if (!request.Wants(writeRights))
     {
-        // Who only asks for attributes waits for nobody at the other end of a pipe, and needs no right to read.
+        // Who only asks for attributes needs no right to read.
         bool const attributesOnly = !request.Wants(readRights);
-        Descriptor file(open(path, O_RDONLY | common | (attributesOnly ? O_NONBLOCK : 0)));
+        Descriptor file(OpenAtOnce(path, O_RDONLY | common));
         if (!file && attributesOnly && (errno == EACCES || errno == EPERM || errno == ENXIO))
         {
             file = Descriptor(open(path, O_PATH | O_CLOEXEC));
@@ -119,10 +137,10 @@ Descriptor OpenThere(char const * path, Request const & request)
         return file;
     }
     common |= request.Wants(FILE_WRITE_DATA) ? 0 : O_APPEND;
-    Descriptor file(open(path, O_RDWR | common));
+    Descriptor file(OpenAtOnce(path, O_RDWR | common));
     if (!file && (errno == EACCES || errno == EPERM) && !request.Wants(readRights))
     {
-        file = Descriptor(open(path, O_WRONLY | common));
+        file = Descriptor(OpenAtOnce(path, O_WRONLY | common));
     }
     if (!file && errno == EISDIR && request.Has(FILE_FLAG_BACKUP_SEMANTICS))
     {
@@ -355,6 +373,7 @@ HANDLE WINAPI CreateFileW(
         FailErrno();
         return INVALID_HANDLE_VALUE;
     }
+    LetTransfersWait(descriptor.Get(), status);
     DWORD const error = created ? ERROR_SUCCESS : CheckKind(path, request, status);
     if (error != ERROR_SUCCESS)
     {

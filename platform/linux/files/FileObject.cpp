@@ -133,16 +133,38 @@ bool File::MayMeetLocks() const noexcept
     return shared != nullptr && shared->lockCount.load(std::memory_order_relaxed) != 0;
 }
 
+std::int64_t File::Position() const noexcept
+{
+    std::int64_t const beyond = positionBeyond.load(std::memory_order_relaxed);
+    return beyond >= 0 ? beyond : lseek(descriptor, 0, SEEK_CUR);
+}
+
+bool File::MoveTo(std::int64_t place) const noexcept
+{
+    bool const moved = lseek(descriptor, place, SEEK_SET) >= 0;
+    bool const beyond = !moved && place >= 0 && HasPlaces(type) && (errno == EINVAL || errno == EOVERFLOW);
+    positionBeyond.store(beyond ? place : -1, std::memory_order_relaxed);
+    return moved || beyond;
+}
+
 DWORD File::Read(void * buffer, DWORD count, DWORD & transferred) noexcept
 {
     transferred = 0;
+    if (type == FileType::Directory)
+    {
+        return ERROR_INVALID_FUNCTION;
+    }
     if (MayMeetLocks())
     {
-        off_t const position = lseek(descriptor, 0, SEEK_CUR);
+        std::int64_t const position = Position();
         if (position >= 0 && CheckLocks(*this, static_cast<std::uint64_t>(position), count, false) != ERROR_SUCCESS)
         {
             return ERROR_LOCK_VIOLATION;
         }
+    }
+    if (positionBeyond.load(std::memory_order_relaxed) >= 0)
+    {
+        return ERROR_SUCCESS; // the end of every file lies before it
     }
     DWORD const error = Repeat(
         count, HasPlaces(type), transferred,
@@ -158,17 +180,26 @@ DWORD File::Read(void * buffer, DWORD count, DWORD & transferred) noexcept
 DWORD File::Write(void const * buffer, DWORD count, DWORD & transferred) noexcept
 {
     transferred = 0;
+    if (type == FileType::Directory)
+    {
+        return ERROR_INVALID_HANDLE;
+    }
     if (count == 0)
     {
         return ERROR_SUCCESS;
     }
     if (MayMeetLocks())
     {
-        off_t const position = lseek(descriptor, 0, SEEK_CUR);
+        std::int64_t const position = Position();
         if (position >= 0 && CheckLocks(*this, static_cast<std::uint64_t>(position), count, true) != ERROR_SUCCESS)
         {
             return ERROR_LOCK_VIOLATION;
         }
+    }
+    // Who may only append is not where its position is.
+    if (positionBeyond.load(std::memory_order_relaxed) >= 0 && (access & FILE_WRITE_DATA) != 0)
+    {
+        return ERROR_FILE_TOO_LARGE;
     }
     NoPipeSignal const quiet(type == FileType::Pipe);
     DWORD const error = Repeat(
@@ -185,9 +216,20 @@ DWORD File::ReadAt(void * buffer, DWORD count, std::uint64_t offset, DWORD & tra
         return Read(buffer, count, transferred);
     }
     transferred = 0;
+    if (type == FileType::Directory)
+    {
+        return ERROR_INVALID_FUNCTION;
+    }
     if (MayMeetLocks() && CheckLocks(*this, offset, count, false) != ERROR_SUCCESS)
     {
         return ERROR_LOCK_VIOLATION;
+    }
+    // No file goes on behind the last place that a signed number tells.
+    constexpr std::uint64_t lastPlace = INT64_MAX;
+    count = static_cast<DWORD>(std::min<std::uint64_t>(count, lastPlace - std::min(offset, lastPlace)));
+    if (count == 0 && offset == lastPlace)
+    {
+        return ERROR_HANDLE_EOF;
     }
     DWORD const error = Repeat(
         count, true, transferred,
@@ -207,6 +249,10 @@ DWORD File::WriteAt(void const * buffer, DWORD count, std::uint64_t offset, DWOR
         return Write(buffer, count, transferred);
     }
     transferred = 0;
+    if (type == FileType::Directory)
+    {
+        return ERROR_INVALID_HANDLE;
+    }
     if (count == 0)
     {
         return ERROR_SUCCESS;
@@ -228,6 +274,10 @@ DWORD File::WriteAt(void const * buffer, DWORD count, std::uint64_t offset, DWOR
             }
             return pwrite(descriptor, from, wanted, static_cast<off_t>(offset + done));
         });
+    if (offset == appending)
+    {
+        positionBeyond.store(-1, std::memory_order_relaxed);
+    }
     return error == ERROR_NOACCESS ? ERROR_INVALID_USER_BUFFER : error;
 }
 

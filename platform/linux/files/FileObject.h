@@ -2,6 +2,9 @@
 
 // What a handle of a file names: a descriptor with the rights and flags that it was opened with.
 
+#include <atomic>
+#include <cstdint>
+
 #include <sys/types.h>
 
 #include <kvcore/platform/include/basetypes.h>
@@ -55,6 +58,12 @@ public:
     /// Opened with FILE_FLAG_OVERLAPPED.
     bool IsOverlapped() const noexcept;
 
+    /// Where the next transfer without a place of its own is, and how it is moved there; -1 or false with errno set.
+    /// A place may lie beyond the largest file that the file system holds, where there is nothing to read and no room
+    /// to write.
+    std::int64_t Position() const noexcept;
+    bool MoveTo(std::int64_t place) const noexcept;
+
     /// Transfers at the position, which moves on. Give ERROR_SUCCESS or the system error; what `transferred` says has
     /// been done in either case. 0 at the end of a file is a success; at the end of a pipe, ERROR_BROKEN_PIPE.
     DWORD Read(void * buffer, DWORD count, DWORD & transferred) noexcept;
@@ -89,6 +98,10 @@ public:
 
 private:
     static constexpr DWORD deleteOnCloseFlag = 0x04000000u;
+
+    /// The position where the kernel's own cannot be; -1 if that one counts.
+    mutable std::atomic<std::int64_t> positionBeyond{-1};
+
     ~File() override;
 };
 

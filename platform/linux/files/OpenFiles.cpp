@@ -343,34 +343,55 @@ void DropLocksBetweenProcesses(int descriptor) noexcept
     fcntl(descriptor, F_OFD_SETLK, &lock);
 }
 
-DWORD CheckDeletion(char const * nativePath) noexcept
+namespace
+{
+
+/// Whether `uses` holds for this process's entry of a file, or somebody else holds one of `count` places from `first`
+/// on.
+template <class Uses>
+bool IsUsed(char const * nativePath, off_t first, off_t count, Uses uses)
 {
     struct stat status;
     if (lstat(nativePath, &status) != 0 || S_ISLNK(status.st_mode))
     {
-        return ERROR_SUCCESS; // what is wrong with it, the deletion itself will find out
+        return false; // what is wrong with it, the call itself will find out
     }
     OpenFiles & table = TheOpenFiles();
     {
         std::lock_guard const guard(table.mutex);
         auto const found = table.files.find(FileId{status.st_dev, status.st_ino});
-        if (found != table.files.end() && found->second->denies[Deleting] != 0)
+        if (found != table.files.end() && uses(*found->second))
         {
-            return ERROR_SHARING_VIOLATION;
+            return true;
         }
     }
     if (!S_ISREG(status.st_mode))
     {
-        return ERROR_SUCCESS;
+        return false;
     }
     int const descriptor = open(nativePath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (descriptor < 0)
     {
-        return ERROR_SUCCESS;
+        return false;
     }
-    bool const held = IsHeld(descriptor, DeniesDeleting, 1);
+    bool const held = IsHeld(descriptor, first, count);
     close(descriptor);
-    return held ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+    return held;
+}
+
+} // namespace
+
+DWORD CheckDeletion(char const * nativePath) noexcept
+{
+    bool const denied =
+        IsUsed(nativePath, DeniesDeleting, 1, [](SharedFile const & shared) { return shared.denies[Deleting] != 0; });
+    return denied ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+}
+
+bool IsOpenAnywhere(char const * nativePath) noexcept
+{
+    return IsUsed(
+        nativePath, 0, places, [](SharedFile const & shared) { return shared.opens != 0 || shared.mappings != 0; });
 }
 
 } // namespace kv::platform

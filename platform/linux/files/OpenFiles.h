@@ -84,8 +84,12 @@ DWORD CheckLocks(File const & file, std::uint64_t first, std::uint64_t count, bo
 /// Lets go the locks that other processes see, for a descriptor that lives longer than the handles.
 void DropLocksBetweenProcesses(int descriptor) noexcept;
 
-/// Whether the file may be deleted, renamed or replaced now: ERROR_SHARING_VIOLATION if anybody, as far as can be seen
-/// from here, has it open and does not share deleting. Takes a native path; a link is not followed.
+/// Whether the file may be deleted or renamed now: ERROR_SHARING_VIOLATION if anybody, as far as can be seen from here,
+/// has it open and does not share deleting. Takes a native path; a link is not followed.
 DWORD CheckDeletion(char const * nativePath) noexcept;
+
+/// Whether anybody, as far as can be seen from here, has the file open or mapped, whatever he shares. Other processes
+/// are seen where they read, write or delete.
+bool IsOpenAnywhere(char const * nativePath) noexcept;
 
 } // namespace kv::platform

@@ -20,7 +20,7 @@ __int64 NewPosition(File const & file, __int64 distance, DWORD method)
     __int64 base = 0;
     if (method == FILE_CURRENT)
     {
-        base = lseek(file.descriptor, 0, SEEK_CUR);
+        base = file.Position();
     }
     else if (method == FILE_END)
     {
@@ -47,7 +47,7 @@ __int64 NewPosition(File const & file, __int64 distance, DWORD method)
 
 bool Seek(File const & file, __int64 position)
 {
-    return lseek(file.descriptor, position, SEEK_SET) >= 0 || FailErrno();
+    return file.MoveTo(position) || FailErrno();
 }
 
 bool SizeOf(HANDLE handle, __int64 & size)
@@ -143,11 +143,15 @@ BOOL WINAPI SetEndOfFile(HANDLE file)
     {
         return FailWith(ERROR_INVALID_HANDLE);
     }
+    if (object->type == FileType::Directory)
+    {
+        return FailWith(ERROR_INVALID_PARAMETER);
+    }
     if ((object.Access() & FILE_WRITE_DATA) == 0)
     {
         return FailWith(ERROR_ACCESS_DENIED);
     }
-    off_t const position = lseek(object->descriptor, 0, SEEK_CUR);
+    std::int64_t const position = object->Position();
     struct stat status;
     if (position < 0 || fstat(object->descriptor, &status) != 0)
     {

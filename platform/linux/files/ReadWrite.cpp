@@ -18,7 +18,7 @@ bool PlaceOf(File const & file, OVERLAPPED const & overlapped, bool writing, std
     place = std::uint64_t{overlapped.OffsetHigh} << 32 | overlapped.Offset;
     if (place == atPosition && !file.IsOverlapped())
     {
-        off_t const position = lseek(file.descriptor, 0, SEEK_CUR);
+        std::int64_t const position = file.Position();
         place = position >= 0 ? static_cast<std::uint64_t>(position) : 0;
     }
     return place >> 63 == 0 || (writing && place == appending);
@@ -30,7 +30,7 @@ BOOL FinishAtPlace(
 {
     if (place != appending)
     {
-        lseek(file.descriptor, static_cast<off_t>(place + done), SEEK_SET);
+        file.MoveTo(static_cast<std::int64_t>(place + done));
     }
     SetResult(overlapped, error, done);
     if (transferred != nullptr)

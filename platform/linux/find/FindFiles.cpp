@@ -313,7 +313,8 @@ HANDLE FindFirst(WCHAR const * text, WIN32_FIND_DATAW & data)
     {
         return FindByMask(pattern, data);
     }
-    bool const isName = pattern.count > 0 || pattern.mask[0] == '.';
+    WString const last = pattern.mask;
+    bool const isName = pattern.count > 0 || last == TEXT(".") || last == TEXT("..");
     if (isName)
     {
         return FindByName(text, pattern, data);

@@ -11,6 +11,7 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/fileapi.h>
+#include <kvcore/platform/include/memoryapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
@@ -153,6 +154,10 @@ DWORD MeasureFile(File const & file, DWORD protection, std::uint64_t & size)
     {
         return ERROR_SUCCESS;
     }
+    if (size >> 63 != 0)
+    {
+        return (protection & PAGE_READWRITE) != 0 ? ERROR_INVALID_PARAMETER : ERROR_NOT_ENOUGH_MEMORY;
+    }
     return (protection & PAGE_READWRITE) != 0 ? Grow(file.descriptor, there, size) : ERROR_NOT_ENOUGH_MEMORY;
 }
 
@@ -184,7 +189,7 @@ HANDLE MakeMapping(Ref<File> file, int memory, DWORD protection, std::uint64_t s
 
 HANDLE MapMemory(DWORD protection, std::uint64_t size)
 {
-    if (size == 0)
+    if (size == 0 || size >> 63 != 0)
     {
         return FailHandle(ERROR_INVALID_PARAMETER);
     }
@@ -201,22 +206,33 @@ HANDLE MapMemory(DWORD protection, std::uint64_t size)
     return MakeMapping({}, memory, protection, size);
 }
 
-/// What a view is made with. False if the mapping's protection does not allow it.
-bool FlagsOfView(DWORD access, DWORD protection, int & pages, int & flags)
+/// The protection of a view that is asked for. Copying counts where nothing else is asked for.
+DWORD ProtectionOfView(DWORD access)
 {
-    pages = PROT_READ;
-    flags = MAP_SHARED;
     if ((access & FILE_MAP_WRITE) != 0)
     {
-        pages |= PROT_WRITE;
-        return protection == PAGE_READWRITE;
+        return PAGE_READWRITE;
     }
-    if ((access & FILE_MAP_COPY) != 0)
+    if ((access & FILE_MAP_READ) != 0)
     {
-        pages |= PROT_WRITE;
-        flags = MAP_PRIVATE;
+        return PAGE_READONLY;
     }
-    return true;
+    return (access & FILE_MAP_COPY) != 0 ? PAGE_WRITECOPY : PAGE_NOACCESS;
+}
+
+/// Whether a mapping allows such a view. None is one of code.
+bool AllowsView(DWORD mapping, DWORD view, DWORD access)
+{
+    bool const executes = (access & FILE_MAP_EXECUTE) != 0 && view != PAGE_NOACCESS;
+    return !executes && (view != PAGE_READWRITE || mapping == PAGE_READWRITE);
+}
+
+/// Makes a view known as an allocation of its own.
+void TellAllocation(std::uintptr_t begin, std::uintptr_t end, DWORD protection)
+{
+    Allocations & allocations = TheAllocations();
+    std::lock_guard const guard(allocations.mutex);
+    allocations.byBase.insert_or_assign(begin, Allocation{end, protection, MEM_MAPPED, {{begin, end}}});
 }
 
 /// Maps at an address that is a multiple of the granularity, as programs expect of a view. MAP_FAILED with errno.
@@ -254,7 +270,7 @@ HANDLE WINAPI
 CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protection, DWORD sizeHigh, DWORD sizeLow, LPCWSTR name)
 {
     std::uint64_t size = std::uint64_t{sizeHigh} << 32 | sizeLow;
-    if (!IsProtection(protection) || size >> 63 != 0)
+    if (!IsProtection(protection))
     {
         return FailHandle(ERROR_INVALID_PARAMETER);
     }
@@ -305,28 +321,31 @@ try
     {
         return FailHandle(ERROR_INVALID_PARAMETER);
     }
-    int pages = 0;
-    int flags = 0;
-    if (count > object->size - offset || !FlagsOfView(access, object->protection, pages, flags))
+    DWORD const protection = ProtectionOfView(access);
+    if (count > object->size - offset || !AllowsView(object->protection, protection, access))
     {
         return FailHandle(ERROR_ACCESS_DENIED);
     }
     std::uint64_t const length = count != 0 ? count : object->size - offset;
     Views & views = TheViews();
     std::lock_guard const guard(views.mutex);
-    void * const address = MapAligned(length, pages, flags, object->Descriptor(), offset);
+    void * const address = MapAligned(
+        length, NativeProtection(protection), protection == PAGE_WRITECOPY ? MAP_PRIVATE : MAP_SHARED,
+        object->Descriptor(), offset);
     if (address == MAP_FAILED)
     {
         FailErrno();
         return nullptr;
     }
+    std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(address);
     try
     {
-        views.byAddress.emplace(
-            reinterpret_cast<std::uintptr_t>(address), View{length, MappedMark(object->mark.Get())});
+        views.byAddress.emplace(begin, View{length, MappedMark(object->mark.Get())});
+        TellAllocation(begin, PageCeiling(begin + length), protection);
     }
     catch (std::bad_alloc const &)
     {
+        views.byAddress.erase(begin);
         munmap(address, length);
         throw;
     }
@@ -347,7 +366,12 @@ BOOL WINAPI UnmapViewOfFile(LPCVOID address)
     {
         return FailWith(ERROR_INVALID_ADDRESS);
     }
-    munmap(const_cast<void *>(address), view->second.length);
+    Allocations & allocations = TheAllocations();
+    {
+        std::lock_guard const allocationsGuard(allocations.mutex);
+        allocations.byBase.erase(view->first);
+        munmap(const_cast<void *>(address), view->second.length);
+    }
     views.byAddress.erase(view);
     addressSpaceChanges.fetch_add(1, std::memory_order_release);
     return TRUE;

@@ -159,7 +159,9 @@ MEMORY_BASIC_INFORMATION DescribeOwn(
     if (committed)
     {
         std::uintptr_t const end = EndOfRow(space, line, std::prev(next)->second);
-        region = Describe(page, end, base, MEM_COMMIT, ProtectionOf(*line), allocation.type);
+        DWORD const protection = ProtectionOf(*line);
+        bool const copies = allocation.protection == PAGE_WRITECOPY && protection == PAGE_READWRITE;
+        region = Describe(page, end, base, MEM_COMMIT, copies ? PAGE_WRITECOPY : protection, allocation.type);
     }
     else
     {

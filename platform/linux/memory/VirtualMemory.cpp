@@ -41,6 +41,7 @@ int NativeProtection(DWORD protection) noexcept
     case PAGE_READONLY:
         return PROT_READ;
     case PAGE_READWRITE:
+    case PAGE_WRITECOPY: // of a view that is private to the process
         return PROT_READ | PROT_WRITE;
     case PAGE_EXECUTE:
         return PROT_EXEC;
@@ -239,9 +240,10 @@ try
 {
     std::uintptr_t const at = reinterpret_cast<std::uintptr_t>(address);
     int const native = NativeProtection(protection);
+    bool const copies = protection == PAGE_WRITECOPY; // memory that is nobody else's has nothing to copy
     bool const knownType = type != 0 && (type & ~(MEM_COMMIT | MEM_RESERVE)) == 0;
     bool const inReach = address == nullptr || (at >= granularity && at < addressLimit);
-    if (size == 0 || native < 0 || !knownType || !inReach || size > addressLimit - at)
+    if (size == 0 || native < 0 || copies || !knownType || !inReach || size > addressLimit - at)
     {
         return Fail(ERROR_INVALID_PARAMETER);
     }
@@ -284,35 +286,104 @@ catch (std::bad_alloc const &)
     return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }
 
+namespace
+{
+
+/// The caches of the processor are the kernel's affair.
+constexpr DWORD ignoredModifiers = PAGE_NOCACHE | PAGE_WRITECOMBINE;
+
+/// What a range of pages belongs to: nothing of this layer, or an allocation that holds all of it.
+struct Owner
+{
+    DWORD type = 0;
+    DWORD protection = 0;
+};
+
+DWORD FindOwner(std::uintptr_t begin, std::uintptr_t end, Owner & owner)
+{
+    Allocations & allocations = TheAllocations();
+    std::lock_guard const guard(allocations.mutex);
+    auto const found = FindAllocation(allocations, begin);
+    if (found == allocations.byBase.end())
+    {
+        return ERROR_SUCCESS;
+    }
+    owner = {found->second.type, found->second.protection};
+    return end <= found->second.end ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+}
+
+/// Whether all pages of a range are committed, and what might be done with the first.
+DWORD FindCommitted(std::uintptr_t begin, std::uintptr_t end, DWORD & protection)
+{
+    MEMORY_BASIC_INFORMATION region{};
+    for (std::uintptr_t place = begin; place == begin || place < end; place += region.RegionSize)
+    {
+        if (VirtualQuery(reinterpret_cast<void *>(place), &region, sizeof(region)) == 0 || region.State == MEM_FREE)
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (region.State != MEM_COMMIT)
+        {
+            return ERROR_INVALID_ADDRESS;
+        }
+        protection = place == begin ? region.Protect : protection;
+    }
+    return ERROR_SUCCESS;
+}
+
+/// Whether memory of this owner may be protected so. A view may do less than it was made for, and nothing more.
+DWORD CheckProtection(Owner const & owner, DWORD protection)
+{
+    DWORD const page = protection & ~ignoredModifiers;
+    if (NativeProtection(page) < 0 || (page == PAGE_NOACCESS && page != protection))
+    {
+        return ERROR_INVALID_PARAMETER;
+    }
+    if (owner.type != MEM_MAPPED)
+    {
+        return page == PAGE_WRITECOPY ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    }
+    if (page == PAGE_NOACCESS || page == owner.protection)
+    {
+        return ERROR_SUCCESS;
+    }
+    if (owner.protection == PAGE_NOACCESS || (page != PAGE_READONLY && page != PAGE_WRITECOPY))
+    {
+        return ERROR_INVALID_PARAMETER;
+    }
+    return page == PAGE_READONLY ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+} // namespace
+
 BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD * old)
 {
     std::uintptr_t const at = reinterpret_cast<std::uintptr_t>(address);
-    int const native = NativeProtection(protection);
     if (old == nullptr)
     {
         return FailWith(ERROR_NOACCESS);
     }
-    if (native < 0 || size == 0 || at >= addressLimit || size > addressLimit - at)
+    if (at >= addressLimit || size > addressLimit - at)
     {
         return FailWith(ERROR_INVALID_PARAMETER);
     }
     std::uintptr_t const begin = PageFloor(at);
     std::uintptr_t const end = PageCeiling(at + size);
-    MEMORY_BASIC_INFORMATION first{};
-    MEMORY_BASIC_INFORMATION next{};
-    for (std::uintptr_t place = begin; place < end; place += next.RegionSize)
+    Owner owner;
+    DWORD before = 0;
+    DWORD error = FindOwner(begin, end, owner);
+    error = error == ERROR_SUCCESS ? FindCommitted(begin, end, before) : error;
+    error = error == ERROR_SUCCESS ? CheckProtection(owner, protection) : error;
+    if (error != ERROR_SUCCESS)
     {
-        if (VirtualQuery(reinterpret_cast<void *>(place), &next, sizeof(next)) == 0 || next.State != MEM_COMMIT)
-        {
-            return FailWith(ERROR_INVALID_ADDRESS);
-        }
-        first = place == begin ? next : first;
+        return FailWith(error);
     }
-    if (mprotect(reinterpret_cast<void *>(begin), end - begin, native) != 0)
+    int const native = NativeProtection(protection & ~ignoredModifiers);
+    if (end != begin && mprotect(reinterpret_cast<void *>(begin), end - begin, native) != 0)
     {
         return FailErrno();
     }
     addressSpaceChanges.fetch_add(1, std::memory_order_release);
-    *old = first.Protect;
+    *old = before;
     return TRUE;
 }

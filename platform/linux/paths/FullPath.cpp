@@ -115,8 +115,8 @@ bool StartFullPath(PathStart const & start, WCHAR const *& rest, WString & full,
         break;
     case PathKind::Device:
     case PathKind::Literal:
-        full = start.kind == PathKind::Device ? TEXT("\\\\.\\") : TEXT("\\\\?\\");
-        AppendRaw(full, rest);
+        // A drive or device behind the prefix is a component like others: ".." takes it off, too.
+        full = {TEXT('\\'), TEXT('\\'), start.rest[-2], TEXT('\\')};
         break;
     case PathKind::Unc:
         full = TEXT("\\\\");
@@ -148,8 +148,8 @@ bool MakeFullPath(WCHAR const * path, WString & full, std::size_t & rootLength)
     {
         return false;
     }
-    bool const onDrive =
-        start.kind != PathKind::Unc && start.kind != PathKind::Device && start.kind != PathKind::Literal;
+    bool const prefixed = start.kind == PathKind::Device || start.kind == PathKind::Literal;
+    bool const onDrive = start.kind != PathKind::Unc && !prefixed;
     bool endsInSeparator =
         (onDrive && *rest == 0) || (*rest != 0 && IsSeparator(rest[WString::traits_type::length(rest) - 1]));
     for (;;)
@@ -167,7 +167,10 @@ bool MakeFullPath(WCHAR const * path, WString & full, std::size_t & rootLength)
         }
         else if (component.kind == ComponentKind::Name)
         {
-            full += TEXT('\\');
+            if (!prefixed || full.size() > rootLength)
+            {
+                full += TEXT('\\');
+            }
             full.append(component.name, component.count);
         }
     }

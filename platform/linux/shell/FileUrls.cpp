@@ -48,25 +48,66 @@ HRESULT WINAPI UrlCreateFromPathW(LPCWSTR path, LPWSTR url, LPDWORD length, DWOR
 namespace
 {
 
-/// What stands behind "file:" without the slashes that only the URL has.
-std::u16string PathOfUrl(View url)
+/// "c:", or the "c|" that URLs have for it.
+bool HasUrlDrive(View text)
+{
+    return text.size() >= 2 && (text[1] == u':' || text[1] == u'|') && text[0] < 0x80 && (text[0] | 0x20) >= u'a' &&
+        (text[0] | 0x20) <= u'z';
+}
+
+/// What stands behind "file:" without the slashes that only the URL has, and whether escapes in it are to be undone.
+struct UrlPath
+{
+    std::u16string text;
+    bool escaped = true;
+};
+
+UrlPath LocalPath(View text, bool escaped = true)
+{
+    UrlPath path = {std::u16string(text), escaped};
+    if (HasUrlDrive(text))
+    {
+        path.text[1] = u':';
+    }
+    return path;
+}
+
+/// Behind two slashes: this machine's name, a drive that should have had three, or a server.
+UrlPath PathOfServer(View rest)
+{
+    constexpr View thisMachine = u"localhost";
+    if (LowerAscii(rest.substr(0, thisMachine.size())) == thisMachine && rest.size() > thisMachine.size() &&
+        IsSlash(rest[thisMachine.size()]))
+    {
+        return LocalPath(rest.substr(thisMachine.size() + 1));
+    }
+    if (HasUrlDrive(rest))
+    {
+        return LocalPath(rest, false);
+    }
+    auto const end = static_cast<std::size_t>(std::find_if(rest.begin(), rest.end(), IsSlash) - rest.begin());
+    // What stands for the prefixes of whole paths, "?" and ".", is no server.
+    View const server = rest.substr(0, end);
+    bool const drive = end < rest.size() && HasUrlDrive(rest.substr(end + 1)) && server != u"?" && server != u".";
+    return {u"\\\\" + std::u16string(server) + std::u16string(rest.substr(drive ? end + 1 : end)), true};
+}
+
+UrlPath PathOfUrl(View url)
 {
     auto const end = std::find_if_not(url.begin(), url.end(), IsSlash);
     std::size_t const slashes = static_cast<std::size_t>(end - url.begin());
     View const rest = url.substr(slashes);
-    if (slashes <= 4 && BeginsWithDrive(rest))
+    if (slashes == 2)
     {
-        return std::u16string(rest);
+        return PathOfServer(rest);
     }
-    constexpr View thisMachine = u"localhost";
-    if (slashes == 2 && LowerAscii(rest.substr(0, thisMachine.size())) == thisMachine &&
-        rest.size() > thisMachine.size() && IsSlash(rest[thisMachine.size()]))
+    bool const escaped = slashes != 4;
+    if (slashes == 0 || (slashes <= 4 && HasUrlDrive(rest)))
     {
-        return std::u16string(rest.substr(thisMachine.size() + 1));
+        return LocalPath(rest, escaped);
     }
-    // Two slashes are a server's, three an empty server and a root; with more the server stands in the path.
-    View const kept = slashes == 0 ? u"" : slashes == 1 || slashes == 3 ? u"\\" : u"\\\\";
-    return std::u16string(kept) + std::u16string(rest);
+    // Three slashes are an empty server and a root; with more the server stands in the path.
+    return {(slashes == 1 || slashes == 3 ? u"\\" : u"\\\\") + std::u16string(rest), escaped};
 }
 
 std::optional<unsigned> HexDigit(char16_t c)
@@ -79,12 +120,13 @@ std::optional<unsigned> HexDigit(char16_t c)
     return lower >= u'a' && lower <= u'f' ? std::optional<unsigned>(lower - u'a' + 10u) : std::nullopt;
 }
 
-std::u16string Unescaped(View url)
+std::u16string Unescaped(UrlPath const & path)
 {
+    View const url = path.text;
     std::u16string text;
     for (std::size_t i = 0; i < url.size(); i++)
     {
-        bool const canEscape = url[i] == u'%' && i + 2 < url.size();
+        bool const canEscape = path.escaped && url[i] == u'%' && i + 2 < url.size();
         std::optional<unsigned> const high = canEscape ? HexDigit(url[i + 1]) : std::nullopt;
         std::optional<unsigned> const low = canEscape ? HexDigit(url[i + 2]) : std::nullopt;
         if (high && low)

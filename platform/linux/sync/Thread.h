@@ -85,7 +85,8 @@ public:
     std::atomic<unsigned> requests{0};
     /// Those of them that have not begun; guarded by the request pool's lock.
     TransferRequest * firstQueued = nullptr;
-    /// Cancels or awaits them. The request pool sets it with the thread's first request; the end of the thread calls it.
+    /// Cancels or awaits them. The request pool sets it with the thread's first request; the end of the thread calls
+    /// it.
     void (*finishRequests)(Thread & thread) noexcept = nullptr;
 
     /// Where the thread sleeps; used with the wait functions' lock.
