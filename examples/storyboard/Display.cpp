@@ -5,6 +5,7 @@
 
 #include <kvcore/examples/storyboard/Texts.h>
 #include <kvcore/tools/support/LocalTime.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -13,40 +14,7 @@ namespace Storyboard
 namespace
 {
 
-/// A character of a text, and how many bytes it takes. What is no UTF-8 gives single bytes that are not `valid`.
-struct Decoded
-{
-    char32_t c;
-    std::size_t size;
-    bool valid;
-};
-
-Decoded DecodeFirst(std::string_view text)
-{
-    auto const byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    unsigned char const lead = byte(0);
-    if (lead < 0x80)
-    {
-        return {lead, 1, true};
-    }
-    std::size_t const size = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
-    if (size == 0 || size > text.size())
-    {
-        return {lead, 1, false};
-    }
-    char32_t c = lead & 0xFF >> (size + 1);
-    for (std::size_t i = 1; i < size; ++i)
-    {
-        if ((byte(i) & 0xC0) != 0x80)
-        {
-            return {lead, 1, false};
-        }
-        c = c << 6 | (byte(i) & 0x3F);
-    }
-    bool const overlong = (size == 3 && c < 0x800) || (size == 4 && c < 0x10000);
-    bool const valid = !overlong && c <= 0x10FFFF && !(c >= 0xD800 && c < 0xE000);
-    return valid ? Decoded{c, size, true} : Decoded{lead, 1, false};
-}
+using kv::tools::DecodeFirst;
 
 struct Span
 {
@@ -59,12 +27,6 @@ bool Contains(Span const (&spans)[count], char32_t c)
 {
     return std::any_of(spans, spans + count, [c](Span span) { return c >= span.first && c <= span.last; });
 }
-
-/// Controls, line separators, and what reorders or hides its neighbours.
-constexpr Span hostile[] = {
-    {0x80, 0x9F},     {0xAD, 0xAD},     {0x61C, 0x61C},   {0x180E, 0x180E}, {0x200B, 0x200F},   {0x2028, 0x202E},
-    {0x2060, 0x206F}, {0xFE00, 0xFE0F}, {0xFEFF, 0xFEFF}, {0xFFF0, 0xFFFB}, {0xE0000, 0xE0FFF},
-};
 
 /// The commonest marks that stand on the character before them.
 constexpr Span combining[] = {{0x300, 0x36F},   {0x483, 0x489},   {0x591, 0x5BD},  {0x1AB0, 0x1AFF},
@@ -89,51 +51,11 @@ std::string Formatted(char const * format, Arguments... arguments)
     return text;
 }
 
-void AppendPrintable(std::string & shown, std::string_view text, Decoded const & decoded)
-{
-    if (!decoded.valid || decoded.c < 0x20 || decoded.c == 0x7F)
-    {
-        switch (decoded.c)
-        {
-        case '\n':
-            shown += "\\n";
-            break;
-        case '\r':
-            shown += "\\r";
-            break;
-        case '\t':
-            shown += "\\t";
-            break;
-        default:
-            shown += Formatted("\\x%02X", static_cast<unsigned>(decoded.c));
-        }
-    }
-    else if (Contains(hostile, decoded.c))
-    {
-        shown += Formatted("\\u{%X}", static_cast<unsigned>(decoded.c));
-    }
-    else if (decoded.c == '\\')
-    {
-        shown += "\\\\";
-    }
-    else
-    {
-        shown += text.substr(0, decoded.size);
-    }
-}
-
 } // namespace
 
 std::string Printable(std::string_view text)
 {
-    std::string shown;
-    while (!text.empty())
-    {
-        Decoded const decoded = DecodeFirst(text);
-        AppendPrintable(shown, text, decoded);
-        text.remove_prefix(decoded.size);
-    }
-    return shown;
+    return kv::tools::Printable(text, kv::tools::Backslashes::Doubled);
 }
 
 std::size_t DisplayWidth(std::string_view printable)
@@ -141,7 +63,7 @@ std::size_t DisplayWidth(std::string_view printable)
     std::size_t width = 0;
     while (!printable.empty())
     {
-        Decoded const decoded = DecodeFirst(printable);
+        auto const decoded = DecodeFirst(printable);
         width += CharacterWidth(decoded.c);
         printable.remove_prefix(decoded.size);
     }
@@ -157,7 +79,7 @@ std::string_view Start(std::string_view printable, std::size_t width)
     std::size_t size = 0;
     while (size < printable.size())
     {
-        Decoded const decoded = DecodeFirst(printable.substr(size));
+        auto const decoded = DecodeFirst(printable.substr(size));
         std::size_t const needed = CharacterWidth(decoded.c);
         if (needed > width)
         {

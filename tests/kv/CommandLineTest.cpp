@@ -124,7 +124,7 @@ TEST(KvUsage, MistakesAreExplainedOnTheErrorStreamAlone)
         {{"sum", "--check", "--base64"}, "--base64"},
         {{"classid"}, "NAME"},
         {{"help", "me"},
-         "no command is called \"me\"; known commands are encode, decode, sum, classid, find, size, remove, info, "
+         "unknown command 'me'; known are encode, decode, sum, classid, find, size, remove, info, "
          "path, url, cat, "},
     };
     for (auto const & row : table)

@@ -84,10 +84,10 @@ TEST(KvPath, RefusesWhatIsNoCall)
         char const * error;
     } const rows[] = {
         {{"path"}, "the name of a rule is missing"},
-        {{"path", "Nonsense", "x"}, "no rule is called \"Nonsense\""},
+        {{"path", "Nonsense", "x"}, "unknown rule 'Nonsense'"},
         {{"path", "MakePath", "a"}, "MakePath takes DIRECTORY NAME"},
         {{"path", "GetTempDirectory", "x"}, "GetTempDirectory takes no arguments"},
-        {{"path", "CompactPath", "a", "many"}, "\"many\" is no number"},
+        {{"path", "CompactPath", "a", "many"}, "'many' is not a number"},
         {{"path", "CleanFilename", "a", "__"}, "one character"},
     };
     for (auto const & row : rows)
@@ -125,7 +125,7 @@ TEST(KvUrl, ReportsWhatIsNone)
     ToolResult const result = Kv({"url", "http://server/x", "c:\\x"});
     EXPECT_EQ(result.code, ExitFailed);
     EXPECT_EQ(result.output, "file:///c:/x\n") << "the others are still shown";
-    EXPECT_EQ(result.error, "kv url: http://server/x is no file URL\n");
+    EXPECT_EQ(result.error, "kv url: http://server/x is not a file URL\n");
     EXPECT_EQ(Kv({"url"}).code, ExitUsage);
 }
 

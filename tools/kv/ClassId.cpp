@@ -48,7 +48,7 @@ public:
         }
         char numbers[40];
         std::snprintf(numbers, sizeof numbers, "0x%08X  %d  ", static_cast<unsigned>(identifier), identifier);
-        PrintLine(output, numbers + className);
+        PrintLine(output, Presented(console, numbers + className));
     }
 
     void PrintLinesOf(SourceStream & list)

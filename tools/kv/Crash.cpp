@@ -13,6 +13,7 @@
 #include <kvcore/platform/CrashReports.h>
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace kv::tools
@@ -135,7 +136,7 @@ public:
         }
         Finish();
         last = frame;
-        PrintLine(output, Readable(line));
+        PrintLine(output, Printable(Readable(line), Backslashes::Kept, Spaces::Tabs));
     }
     void Finish()
     {
@@ -189,13 +190,13 @@ int ListCrashReports(Console & console)
     std::vector<path> const reports = Reports();
     for (path const & report : reports)
     {
-        PrintLine(output, Utf8Name(report.stem()));
-        PrintLine(output, "  " + Field(report, processLabel));
-        PrintLine(output, "  " + Field(report, whatLabel));
+        PrintLine(output, Printable(Utf8Name(report.stem())));
+        PrintLine(output, "  " + Printable(Field(report, processLabel)));
+        PrintLine(output, "  " + Printable(Field(report, whatLabel)));
     }
     if (reports.empty())
     {
-        PrintLine(output, "No crash reports in " + kv::platform::CrashReportFolder());
+        PrintLine(output, "No crash reports in " + Printable(kv::platform::CrashReportFolder()));
     }
     output.Finish();
     return ExitOk;

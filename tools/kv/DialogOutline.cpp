@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <kvcore/tools/support/Printable.h>
+
 namespace kv::tools
 {
 
@@ -180,26 +182,7 @@ DialogOutline ReadDialog(void const * data, std::size_t size)
 
 std::string OneLine(std::string const & text)
 {
-    std::string line;
-    for (char const c : text)
-    {
-        unsigned char const code = static_cast<unsigned char>(c);
-        if (c == '\n' || c == '\r' || c == '\t' || c == '\\')
-        {
-            line += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : "\\\\";
-        }
-        else if (code < 0x20 || code == 0x7F)
-        {
-            char escape[8];
-            std::snprintf(escape, sizeof(escape), "\\x%02x", code);
-            line += escape;
-        }
-        else
-        {
-            line += c;
-        }
-    }
-    return line;
+    return Printable(text, Backslashes::Doubled);
 }
 
 namespace

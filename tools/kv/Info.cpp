@@ -7,6 +7,7 @@
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/LocalTime.h>
 #include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace kv::tools
@@ -41,7 +42,7 @@ namespace
 void Field(OutputStream & output, std::string const & name, std::string const & value)
 {
     constexpr std::size_t column = 12;
-    PrintLine(output, "  " + name + std::string(column - name.size(), ' ') + (value.empty() ? "-" : value));
+    PrintLine(output, "  " + name + std::string(column - name.size(), ' ') + (value.empty() ? "-" : Printable(value)));
 }
 
 std::string Moment(FILETIME const & time)
@@ -116,7 +117,7 @@ int PrintInfo(InfoOptions const & options, Console & console)
             result = ExitFailed;
             continue;
         }
-        PrintLine(output, std::string_view(ShownPath(File::GetFullPath(path))));
+        PrintLine(output, std::string_view(Printable(ShownPath(File::GetFullPath(path)))));
         PrintOne(output, path, data);
     }
     output.Finish();

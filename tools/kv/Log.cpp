@@ -9,6 +9,7 @@
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Terminal.h>
 #include <kvcore/tools/support/Text.h>
 
@@ -122,7 +123,7 @@ private:
         std::optional<LogLine> const parts = ParseLogLine(line);
         if (filter.Passes(parts))
         {
-            PrintLine(output, coloured && parts ? Coloured(*parts) : line);
+            PrintLine(output, coloured && parts ? Coloured(*parts) : Printable(line, Backslashes::Kept, Spaces::Tabs));
         }
     }
 

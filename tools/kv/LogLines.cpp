@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include <kvcore/tools/support/Printable.h>
+
 namespace kv::tools
 {
 
@@ -92,10 +94,12 @@ std::string Coloured(LogLine const & line)
     std::size_t const begin = std::min(line.text.find_first_not_of(' '), line.text.size());
     std::string_view const text = line.text.substr(begin);
     bool const isError = text.substr(0, 9) == "EXCEPTION" || text.substr(0, 5) == "ERROR";
-    std::string result = "\x1b[2m" + std::string(line.stamp) + "\x1b[0m ";
-    result += moduleColours[hash % std::size(moduleColours)] + std::string(line.module) + "\x1b[0m";
+    // No escape sequence but these: what a program logs does not act upon the terminal.
+    std::string result = "\x1b[2m" + Printable(line.stamp) + "\x1b[0m ";
+    result += moduleColours[hash % std::size(moduleColours)] + Printable(line.module) + "\x1b[0m";
     result += std::string(nameWidth - line.module.size() + 1, ' ');
-    return isError ? result + "\x1b[31m" + std::string(line.text) + "\x1b[0m" : result + std::string(line.text);
+    std::string const shown = Printable(line.text, Backslashes::Kept, Spaces::Tabs);
+    return isError ? result + "\x1b[31m" + shown + "\x1b[0m" : result + shown;
 }
 
 } // namespace kv::tools

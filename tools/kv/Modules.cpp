@@ -10,6 +10,7 @@
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace kv::tools
@@ -56,7 +57,7 @@ DWORD ProcessNumber(std::string const & text)
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || end != text.data() + text.size() || number == 0)
     {
-        throw UsageError("\"" + text + "\" is no process: its number is needed, or \"self\"");
+        throw UsageError("unknown process '" + text + "'; give a process number or 'self'");
     }
     return number;
 }
@@ -106,7 +107,7 @@ int ListModules(std::string const & process, Console & console)
             line, sizeof(line), "0x%016llx  %-10s  %-14s  ",
             static_cast<unsigned long long>(reinterpret_cast<ULONG_PTR>(entry.modBaseAddr)),
             HumanSize(entry.modBaseSize).c_str(), VersionOf(entry.szExePath).c_str());
-        PrintLine(output, line + ShownPath(String(entry.szExePath)));
+        PrintLine(output, line + Printable(ShownPath(String(entry.szExePath))));
     }
     output.Finish();
     return ExitOk;

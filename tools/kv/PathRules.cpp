@@ -40,7 +40,7 @@ public:
         unsigned int number = 0;
         if (!Text(i).ParseNum(number) || Text(i).empty())
         {
-            throw UsageError("\"" + texts[i] + "\" is no number");
+            throw UsageError("'" + texts[i] + "' is not a number");
         }
         return number;
     }
@@ -196,7 +196,7 @@ Rule const & FindRule(std::string const & name)
             return rule;
         }
     }
-    throw UsageError("no rule is called \"" + name + "\"; kv path --list shows all");
+    throw UsageError("unknown rule '" + name + "'; kv path --list shows all");
 }
 
 } // namespace
@@ -212,7 +212,7 @@ int PrintPathRule(PathRuleOptions const & options, Console & console)
     NamedOutput output("-", console);
     try
     {
-        PrintLine(output, rule.call(Call(options.arguments, options.native)));
+        PrintLine(output, Presented(console, rule.call(Call(options.arguments, options.native))));
     }
     catch (std::length_error const & failure)
     {

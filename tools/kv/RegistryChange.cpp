@@ -22,8 +22,8 @@ DWORD TypedType(std::string const & typed)
     if (!type)
     {
         throw UsageError(
-            "\"" + typed +
-            "\" is no type; REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD, REG_BINARY and REG_NONE are");
+            "unknown type '" + typed +
+            "'; known are REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ, REG_DWORD, REG_QWORD, REG_BINARY and REG_NONE");
     }
     return *type;
 }

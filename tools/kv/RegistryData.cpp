@@ -5,6 +5,7 @@
 
 #include <kvcore/platform/win32.h>
 #include <kvcore/tools/kv/Failures.h>
+#include <kvcore/tools/support/Printable.h>
 
 namespace kv::tools
 {
@@ -70,7 +71,7 @@ std::string NumberFrom(std::vector<std::string> const & typed, std::size_t size)
     if (!number)
     {
         throw UsageError(
-            "\"" + word + "\" is no number from 0 to " + std::to_string(most) + ", in decimal digits or behind 0x");
+            "'" + word + "' is not a number from 0 to " + std::to_string(most) + ", in decimal digits or behind 0x");
     }
     return BytesOf(*number, size);
 }
@@ -99,7 +100,8 @@ std::string BytesFrom(std::vector<std::string> const & typed)
             int const low = i + 1 < word.size() ? DigitOf(word[i + 1]) : -1;
             if (high < 0 || low < 0)
             {
-                throw UsageError("\"" + word + "\" is no bytes: two hexadecimal digits for each, such as 01a0ff");
+                throw UsageError(
+                    "'" + word + "' is not a list of bytes: each has two hexadecimal digits, as in 01a0ff");
             }
             data += static_cast<char>(high << 4 | low);
             i += 2;
@@ -210,8 +212,8 @@ std::string RegistryDataFrom(DWORD type, std::vector<std::string> const & typed,
 namespace
 {
 
-/// Writes control characters as people write them, and `special` behind a backslash.
-std::string Spelled(String const & text, char special)
+/// A field between tabs: control characters as people write them, and a backslash behind another.
+std::string Spelled(String const & text)
 {
     constexpr char const * digits = "0123456789abcdef";
     std::string spelled;
@@ -228,7 +230,7 @@ std::string Spelled(String const & text, char special)
         }
         else
         {
-            spelled += c == special ? std::string{'\\', c} : std::string(1, c);
+            spelled += c == '\\' ? std::string("\\\\") : std::string(1, c);
         }
     }
     return spelled;
@@ -238,12 +240,12 @@ std::string Spelled(String const & text, char special)
 
 std::string RegistryField(String const & text)
 {
-    return Spelled(text, '\\');
+    return Spelled(text);
 }
 
 std::string RegistryLine(String const & text)
 {
-    return Spelled(text, '\0');
+    return Printable(text.Utf8());
 }
 
 std::string RegistryValueLine(RegistryValue const & value)

@@ -147,12 +147,12 @@ int GetFromRegistry(RegistryRequest const & request, Console & console)
     {
         for (String const & item : RegistryDataItems(value->data))
         {
-            PrintLine(output, item);
+            PrintLine(output, std::string_view(Presented(console, item.Utf8())));
         }
     }
     else
     {
-        PrintLine(output, RegistryDataText(*value));
+        PrintLine(output, std::string_view(Presented(console, RegistryDataText(*value).Utf8())));
     }
     output.Finish();
     return ExitOk;

@@ -3,6 +3,7 @@
 #include <kvcore/tools/kv/RegistryData.h>
 #include <kvcore/tools/kv/SumList.h>
 #include <kvcore/tools/support/ExitCodes.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace kv::tools
@@ -37,9 +38,9 @@ bool IsConfirmed(std::string_view question, Console & console)
 {
     if (!console.asks)
     {
-        throw UsageError("standard input is no terminal to ask on; --yes does it without asking");
+        throw UsageError("standard input is not a terminal, so kv cannot ask; --yes does it without asking");
     }
-    Print(console.error, std::string(question) + " [y/N] ");
+    Print(console.error, Printable(question) + " [y/N] ");
     LineReader reader(console.input);
     std::string answer;
     if (!reader.Next(answer))

@@ -212,7 +212,7 @@ std::string Program::HelpOf(std::string const & name)
         }
         known += (known.empty() ? "" : ", ") + command->get_name();
     }
-    throw UsageError("no command is called \"" + name + "\"; known commands are " + known);
+    throw UsageError("unknown command '" + name + "'; known are " + known);
 }
 
 int Program::ShowHelp(Console & console)

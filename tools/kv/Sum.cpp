@@ -46,7 +46,7 @@ int PrintSums(SumOptions const & options, Console & console)
             result = ExitFailed;
             continue;
         }
-        PrintLine(output, FormatSumLine(sum, file, options.form));
+        PrintLine(output, Presented(console, FormatSumLine(sum, file, options.form)));
     }
     output.Finish();
     return result;

@@ -1,6 +1,7 @@
 #include <kvcore/tools/kv/SumList.h>
 
 #include <kvcore/streams/Base64.h>
+#include <kvcore/tools/support/Printable.h>
 
 #include <algorithm>
 
@@ -201,13 +202,7 @@ std::string FormatSumLine(MD5Sum const & sum, std::string_view name, SumForm for
 
 std::string DisplayedName(std::string_view name)
 {
-    if (name.find_first_of("\n\r") == std::string_view::npos)
-    {
-        return std::string(name);
-    }
-    std::string displayed = Escaped(name);
-    displayed.insert(displayed.begin(), '\\');
-    return displayed;
+    return IsPrintable(name) ? std::string(name) : '\\' + Printable(name, Backslashes::Doubled);
 }
 
 std::optional<SumEntry> ParseSumLine(std::string_view line)

@@ -30,7 +30,7 @@ struct SumEntry
 /// these written as "\\", "\n" and "\r", and then the line begins with a backslash.
 [[nodiscard]] std::string FormatSumLine(MD5Sum const & sum, std::string_view name, SumForm form);
 
-/// The name as a check reports it: on one line, escaped as above only if it would not be.
+/// The name as people read it: as it is if all of it prints, else escaped (see Printable) behind a backslash, as above.
 [[nodiscard]] std::string DisplayedName(std::string_view name);
 
 /// Reads a line in any of these forms; nothing if it is in none of them. A sum is 32 hexadecimal digits in either case,

@@ -2,6 +2,7 @@
 
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 #include <kvcore/frame/SysInfo.h>
@@ -90,7 +91,7 @@ void PrintText(Facts const & facts, SystemReportOptions const & options, NamedOu
             " bytes, views at multiples of " + std::to_string(facts.machine.dwAllocationGranularity));
     for (std::string const & variable : options.variables)
     {
-        PrintLine(output, std::string("Variable     ") + variable + "=" + ValueOf(variable));
+        PrintLine(output, std::string("Variable     ") + Printable(variable + "=" + ValueOf(variable)));
     }
     for (auto const & [number, name] : facts.codePages)
     {

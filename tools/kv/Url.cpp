@@ -6,6 +6,7 @@
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace kv::tools
@@ -32,7 +33,7 @@ bool IsUrl(std::string const & text)
 int PrintUrls(UrlOptions const & options, Console & console)
 {
     NamedOutput output("-", console);
-    int result = ExitOk;
+    int code = ExitOk;
     for (std::string const & text : options.texts)
     {
         bool const url = IsUrl(text);
@@ -41,14 +42,20 @@ int PrintUrls(UrlOptions const & options, Console & console)
             url ? File::URLToPath(String::FromUtf8(text)) : File::PathToURL(File::GetFullPath(TypedPath(text)));
         if (made.empty())
         {
-            Complain(console, "kv url", text + (url ? " is no file URL" : " has no URL"));
-            result = ExitFailed;
+            Complain(console, "kv url", text + (url ? " is not a file URL" : " has no URL"));
+            code = ExitFailed;
             continue;
         }
-        PrintLine(output, std::string_view(url ? ShownPath(made, options.win32) : made.Utf8()));
+        std::string const result = url ? ShownPath(made, options.win32) : made.Utf8();
+        if (options.endsInNul)
+        {
+            Print(output, std::string_view(result.c_str(), result.size() + 1));
+            continue;
+        }
+        PrintLine(output, Printable(result));
     }
     output.Finish();
-    return result;
+    return code;
 }
 
 } // namespace kv::tools

@@ -69,7 +69,8 @@ RegAction const & FindAction(std::string const & name)
             return action;
         }
     }
-    throw UsageError("\"" + name + "\" is no action; list, query, get, set, delete, export, import and watch are");
+    throw UsageError(
+        "unknown action '" + name + "'; known are list, query, get, set, delete, export, import and watch");
 }
 
 /// Takes the switches of the platform's own tool, a slash and a word, out of the words.
@@ -148,7 +149,7 @@ private:
     {
         if (next == arguments.words.size())
         {
-            throw UsageError("nothing stands behind " + word);
+            throw UsageError(word + " needs a value");
         }
         return arguments.words[next++];
     }

@@ -16,6 +16,7 @@ Command AddUrlCommand(CLI::App & program)
         ->expected(1, -1)
         ->required();
     url->add_flag("--win32", options->win32, "Show paths with drive letters and backslashes");
+    url->add_flag("-0,--null", options->endsInNul, "For programs: each result as it is, a NUL behind it");
     url->footer(
         std::string("Bytes above 7F hexadecimal stand in the URLs as they are, as the library makes\n"
                     "them.\n\n"

@@ -44,7 +44,7 @@ int Xml(std::string const & name, XmlOptions const & options, Console & console)
         }
         return action.run(options, console);
     }
-    throw UsageError("\"" + name + "\" is no action; format, query, validate and transform are");
+    throw UsageError("unknown action '" + name + "'; known are format, query, validate and transform");
 }
 
 } // namespace
