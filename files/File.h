@@ -208,7 +208,7 @@ public:
     /// Removes the files below `dir` that match `mask`, and with `includeDirectories` the directories, too, as far as
     /// they are empty by then; and `dir` itself if `removeRoot`. The first one that cannot be removed ends the work on
     /// its directory, and with false if that is `dir`. Kept: without `includeDirectories` a directory that matches ends
-    /// it, too; see FileFinder::FindFilesRecursive.
+    /// it, too; see FileFinder::FindFilesRecursive. A folder that is replaced by a link meanwhile is not gone through.
     static bool DeleteFilesRecursive(String const & dir, String const & mask, bool includeDirectories, bool removeRoot);
     /// The bytes of a file, or of all files below a directory. -1 for an empty path, 0 for one that does not exist.
     /// Directories that cannot be read add nothing.

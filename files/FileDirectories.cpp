@@ -4,8 +4,10 @@
 
 #include <kvcore/core/ScratchBuffer.h>
 #include <kvcore/files/FileFinder.h>
+#include <kvcore/files/FolderSteps.h>
 #include <kvcore/files/PathRules.h>
 
+#include <kvcore/platform/HeldFolder.h>
 #include <kvcore/platform/win32.h>
 
 #include <algorithm>
@@ -118,12 +120,47 @@ public:
     }
 };
 
+/// A folder in which something is deleted: it is held, so that nobody can lead the deletion elsewhere by a link in its
+/// place.
+struct DeletionFolder
+{
+    kv::platform::HeldFolder held;
+    String typed; ///< the path that the caller knows
+
+    explicit operator bool() const
+    {
+        return static_cast<bool>(held);
+    }
+    String Path() const
+    {
+        return held.Path();
+    }
+    String Pattern(String const & mask) const
+    {
+        // A rooted mask searches where the typed path says.
+        bool const rooted = mask.size() >= 2 && mask[0] == '\\' && mask[1] != '\\';
+        return File::MakePath(rooted ? typed : Path(), mask);
+    }
+    DeletionFolder Enter(String const & name) const
+    {
+        return {held.Enter(name), File::MakePath(typed, name)};
+    }
+};
+
+bool DeleteFilesIn(String const & dir, String const & mask, bool includeDirectories)
+{
+    using kv::platform::HeldFolder;
+    DeleteFilesCallback callback;
+    DeletionFolder const folder{HeldFolder(File::MakePath(dir, TEXT(".")), HeldFolder::Links::Followed), dir};
+    // Kept: a directory that is not there has no entries that could fail.
+    return !folder || kv::detail::WalkFolder(folder, mask, callback, includeDirectories);
+}
+
 } // namespace
 
 bool File::DeleteFilesRecursive(String const & dir, String const & mask, bool includeDirectories, bool removeRoot)
 {
-    DeleteFilesCallback callback;
-    bool const walked = FileFinder::FindFilesRecursive(dir, mask, callback, includeDirectories);
+    bool const walked = DeleteFilesIn(dir, mask, includeDirectories);
     return walked && removeRoot ? RemoveDirectoryW(dir) : walked;
 }
 

@@ -1,10 +1,9 @@
 #include <kvcore/files/FileFinder.h>
 
 #include <kvcore/files/File.h>
+#include <kvcore/files/FolderSteps.h>
 
 #include <kvcore/platform/win32.h>
-
-#include <vector>
 
 FileFinder::IFindCallback::~IFindCallback() = default;
 
@@ -92,33 +91,5 @@ String FileFinder::GetSearchPath() const
 bool FileFinder::FindFilesRecursive(
     String const & dir, String const & mask, IFindCallback & callback, bool includeDirectories)
 {
-    FileFinder finder;
-    {
-        std::vector<String> directories;
-        for (bool found = finder.Start(File::MakePath(dir, TEXT("*.*")), false); found; found = finder.Next())
-        {
-            if (finder.IsDirectory() && !finder.IsLink())
-            {
-                directories.push_back(finder.GetFilePath());
-            }
-        }
-        for (String const & directory : directories)
-        {
-            // Kept: how it went there changes nothing here.
-            FindFilesRecursive(directory, mask, callback, includeDirectories);
-        }
-    }
-    for (bool found = finder.Start(File::MakePath(dir, mask), false); found; found = finder.Next())
-    {
-        // Kept: a directory that is not asked for ends the walk. It is not passed over.
-        if (!includeDirectories && finder.IsDirectory())
-        {
-            return false;
-        }
-        if (!callback.OnFile(dir, finder.GetFileName()))
-        {
-            return false;
-        }
-    }
-    return true;
+    return kv::detail::WalkFolder(kv::detail::PathFolder{dir}, mask, callback, includeDirectories);
 }

@@ -9,7 +9,10 @@
 #include <support/ToolConsole.h>
 
 #include <algorithm>
+#include <functional>
 #include <sstream>
+#include <system_error>
+#include <utility>
 
 namespace
 {
@@ -30,6 +33,8 @@ std::string Shown(std::filesystem::path path)
 {
     return Argument(path.make_preferred());
 }
+
+using Strings = std::vector<std::string>;
 
 std::vector<std::string> Lines(std::string const & text)
 {
@@ -188,7 +193,115 @@ TEST_F(KvTree, RemoveSaysWhatItCouldNotRemove)
     EXPECT_TRUE(std::filesystem::exists(folder / "sub/b.txt"));
 }
 
+// Somebody at a terminal, in whose time to think something else happens.
+class ThinkingPerson : public SourceStream
+{
+public:
+    explicit ThinkingPerson(std::function<void()> whatHappens) : happen(std::move(whatHappens)) {}
+
+    int ReadSome(char * data, int) override
+    {
+        if (happen)
+        {
+            std::exchange(happen, nullptr)();
+            *data = 'y';
+            return 1;
+        }
+        return 0;
+    }
+
+private:
+    std::function<void()> happen;
+};
+
+ToolResult RemoveWhile(std::filesystem::path const & root, std::function<void()> const & happen)
+{
+    ThinkingPerson input(happen);
+    TextSink output;
+    TextSink error;
+    Console console{input, output, error, true};
+    int const code = RunKv({"remove", "--directories", Argument(root), "*"}, console);
+    return {code, output.text, error.text};
+}
+
+// Puts something else in the place of a folder, where the system lets it: some refuse it while the folder is held.
+void Swap(std::filesystem::path const & path, std::filesystem::path const & replacement)
+{
+    std::error_code error;
+    std::filesystem::rename(path, path.string() + " before", error);
+    if (!error)
+    {
+        std::filesystem::rename(replacement, path, error);
+    }
+}
+
+TEST_F(KvTree, RemoveDoesNotGoIntoAFolderThatTookTheOldOnesPlace)
+{
+    for (char const * const swapped : {"sub", "sub/deep", "."})
+    {
+        ScratchFolder const place;
+        place.Write("root/a.txt", "1");
+        place.Write("root/sub/b.txt", "1");
+        place.Write("root/sub/deep/c.bin", "1");
+        for (char const * const name : {"a.txt", "b.txt", "c.bin", "sub/b.txt", "sub/deep/c.bin", "deep/c.bin"})
+        {
+            place.Write(std::string("other/") + name, "kept");
+        }
+        std::filesystem::path const root = place / "root";
+        std::filesystem::path const target = swapped[0] == '.' ? root : root / swapped;
+        bool isSwapped = false;
+        ToolResult const result = RemoveWhile(
+            root,
+            [&]
+            {
+                Swap(target, place / "other");
+                isSwapped = !std::filesystem::exists(place / "other");
+            });
+        std::filesystem::path const other = isSwapped ? target : place / "other";
+        for (char const * const name : {"a.txt", "b.txt", "c.bin", "sub/b.txt", "sub/deep/c.bin", "deep/c.bin"})
+        {
+            EXPECT_TRUE(std::filesystem::exists(other / name)) << swapped << ": " << name << "\n" << result.error;
+        }
+        if (isSwapped)
+        {
+            EXPECT_EQ(result.code, ExitFailed) << swapped;
+            EXPECT_NE(result.error.find("not the one that was listed"), std::string::npos) << result.error;
+        }
+    }
+}
+
 #ifndef _WIN32 // symbolic links are not to be had there without rights
+TEST_F(KvTree, RemoveDoesNotGoThroughALinkThatTookAFoldersPlace)
+{
+    for (char const * const swapped : {"sub", "sub/deep", "."})
+    {
+        ScratchFolder const place;
+        place.Write("root/a.txt", "1");
+        place.Write("root/sub/b.txt", "1");
+        place.Write("root/sub/deep/c.bin", "1");
+        ScratchFolder const outside;
+        Strings const names = {"a.txt", "b.txt", "c.bin", "sub/b.txt", "sub/deep/c.bin", "deep/c.bin"};
+        for (std::string const & name : names)
+        {
+            outside.Write(name, "kept");
+        }
+        std::filesystem::path const target = (place / "root" / swapped).lexically_normal();
+        ToolResult const result = RemoveWhile(
+            place / "root",
+            [&]
+            {
+                std::filesystem::path const end = swapped[0] == '.' ? place / "root" : target;
+                std::filesystem::rename(end, place / "before");
+                std::filesystem::create_directory_symlink(outside.Path(), end);
+            });
+        EXPECT_EQ(result.code, ExitFailed) << swapped;
+        for (std::string const & name : names)
+        {
+            EXPECT_TRUE(std::filesystem::exists(outside / name)) << swapped << ": " << name << "\n" << result.error;
+        }
+    }
+}
+
 TEST_F(KvTree, LinksAreListedAndRemovedAsLinks)
 {
     ScratchFolder const outside;

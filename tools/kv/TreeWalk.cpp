@@ -48,22 +48,28 @@ class Walk
 {
 public:
     Walk(
-        std::string const & walkMask, std::string const & walkCommand, Console & walkConsole, TreeVisitor const & visit)
+        std::string const & walkMask, std::string const & walkCommand, Console & walkConsole, TreeVisitor const & visit,
+        FolderVisitor const & enter)
         : mask(String::FromUtf8(walkMask)),
           command(walkCommand),
           console(walkConsole),
           visitor(visit),
+          folderVisitor(enter),
           matchesAll(walkMask == "*" || walkMask == "*.*")
     {
     }
 
     bool Run(TreePath const & root)
     {
-        pending.push_back(root);
+        pending.push_back({0, 0, String(), root});
         while (!pending.empty())
         {
-            TreePath const directory = std::move(pending.back());
+            TreeFolder const directory = std::move(pending.back());
             pending.pop_back();
+            if (folderVisitor)
+            {
+                folderVisitor(directory);
+            }
             ListAll(directory);
             if (!matchesAll)
             {
@@ -75,11 +81,11 @@ public:
 
 private:
     // Everything in the directory: the directories are for later.
-    void ListAll(TreePath const & directory)
+    void ListAll(TreeFolder const & directory)
     {
         FileFinder finder;
         // With the dots, so that an empty directory is told from one that cannot be read.
-        bool found = finder.Start(File::MakePath(directory.library, TEXT("*")), true);
+        bool found = finder.Start(File::MakePath(directory.path.library, TEXT("*")), true);
         // The root of a drive has no dots and can be empty.
         bool readable = found || ::GetLastError() == ERROR_FILE_NOT_FOUND;
         for (; found; found = finder.Next(), readable = found || ::GetLastError() == ERROR_NO_MORE_FILES)
@@ -93,30 +99,31 @@ private:
             {
                 continue;
             }
-            TreePath path = Below(directory, finder.GetFileName());
+            TreePath path = Below(directory.path, finder.GetFileName());
             if (matchesAll)
             {
-                visitor({finder, path});
+                visitor({finder, path, directory});
             }
             if (descends)
             {
-                pending.push_back(std::move(path));
+                pending.push_back({++folders, directory.number, finder.GetFileName(), std::move(path)});
             }
         }
         if (!readable)
         {
-            Complain(console, command, LastFailure("read the directory", directory.shown));
+            Complain(console, command, LastFailure("read the directory", directory.path.shown));
             complete = false;
         }
     }
 
-    void ListMatching(TreePath const & directory)
+    void ListMatching(TreeFolder const & directory)
     {
         FileFinder finder;
-        for (bool found = finder.Start(File::MakePath(directory.library, mask), false); found; found = finder.Next())
+        for (bool found = finder.Start(File::MakePath(directory.path.library, mask), false); found;
+             found = finder.Next())
         {
-            TreePath const path = Below(directory, finder.GetFileName());
-            visitor({finder, path});
+            TreePath const path = Below(directory.path, finder.GetFileName());
+            visitor({finder, path, directory});
         }
     }
 
@@ -124,22 +131,24 @@ private:
     std::string const & command;
     Console & console;
     TreeVisitor const & visitor;
+    FolderVisitor const & folderVisitor;
     bool matchesAll;
     bool complete = true;
-    std::vector<TreePath> pending;
+    std::size_t folders = 0;
+    std::vector<TreeFolder> pending;
 };
 
 } // namespace
 
 bool WalkTree(
     TreePath const & root, std::string const & mask, std::string const & command, Console & console,
-    TreeVisitor const & visit)
+    TreeVisitor const & visit, FolderVisitor const & enter)
 {
     if (mask.empty() || mask.find_first_of("\\/") != std::string::npos)
     {
-        throw UsageError("\"" + mask + "\" is no mask: it is to match names, so it has no separators");
+        throw UsageError("'" + mask + "' is not a mask: a mask matches names and has no separators");
     }
-    return Walk(mask, command, console, visit).Run(root);
+    return Walk(mask, command, console, visit, enter).Run(root);
 }
 
 } // namespace kv::tools
