@@ -1,12 +1,14 @@
 #include <kvcore/examples/storyboard/Commands.h>
 
 #include <functional>
+#include <system_error>
 
 #include <kvcore/examples/storyboard/Description.h>
 #include <kvcore/examples/storyboard/Failure.h>
 #include <kvcore/examples/storyboard/ProjectFile.h>
 #include <kvcore/examples/storyboard/RunLog.h>
 #include <kvcore/examples/storyboard/Texts.h>
+#include <kvcore/streams/MemoryStreams.h>
 #include <kvcore/tools/support/FileSource.h>
 #include <kvcore/tools/support/Paths.h>
 #include <kvcore/tools/support/SafeFile.h>
@@ -46,10 +48,22 @@ void WriteTo(Context const & context, fs::path const & file, std::function<void(
 {
     if (file.empty())
     {
-        write(context.console.output);
+        // The document as it is for a file or another program, and in printable form for a person.
+        if (!context.console.outputIsTerminal)
+        {
+            write(context.console.output);
+            return;
+        }
+        MemoryOutputStream document;
+        write(document);
+        kv::tools::Print(context.console.output, kv::tools::Presented(context.console, document.GetContent()));
         return;
     }
-    CheckSaveTarget(file);
+    std::error_code error;
+    if (!fs::is_other(file, error)) // a device or a pipe takes what comes
+    {
+        CheckSaveTarget(file);
+    }
     try
     {
         kv::tools::SafeFile saved(file);

@@ -11,6 +11,7 @@
 #include <kvcore/files/FileFinder.h>
 #include <kvcore/platform/win32.h>
 #include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/SafeFile.h>
 
 namespace Storyboard
 {
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-void AppendUtf8(std::string & text, char32_t c)
+[[maybe_unused]] void AppendUtf8(std::string & text, char32_t c)
 {
     if (c < 0x80)
     {
@@ -224,6 +225,10 @@ private:
         if (!fs::is_regular_file(status))
         {
             return LeaveOut(entry, Why::NoSource, Text(TEXT_NO_FILE));
+        }
+        if (kv::tools::SafeFile::IsTemporaryName(entry.native.filename()))
+        {
+            return LeaveOut(entry, Why::NoSource, Text(TEXT_UNFINISHED));
         }
         if (IsException(entry.native))
         {

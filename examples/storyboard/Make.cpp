@@ -12,6 +12,7 @@
 #include <kvcore/examples/storyboard/RunLog.h>
 #include <kvcore/examples/storyboard/SourceJobs.h>
 #include <kvcore/examples/storyboard/Texts.h>
+#include <kvcore/tools/support/SafeFile.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace Storyboard
@@ -208,6 +209,8 @@ void PrintSummary(OutputStream & output, Project const & project, ProjectSizes c
 int Make(Context const & context, fs::path const & folder, fs::path const & file)
 {
     CheckSaveTarget(file);
+    // What a save left behind that was cut off is no clip of the folder; the next save would remove it only later.
+    kv::tools::NewFile::RemoveLeftovers(kv::tools::SafeFile::Followed(file).parent_path());
     Progress progress(context.console.error, context.screen, context.loudness);
     FolderContent const content = WalkFolder(folder, {file});
     if (content.files.size() > ProjectInputStream::maxClips)

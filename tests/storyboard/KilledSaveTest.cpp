@@ -11,7 +11,10 @@
 #    include <kvcore/tools/support/SafeFile.h>
 #    include <support/ScratchFolder.h>
 
+#    include <fcntl.h>
 #    include <sys/ptrace.h>
+#    include <sys/syscall.h>
+#    include <sys/user.h>
 #    include <sys/wait.h>
 #    include <unistd.h>
 
@@ -45,8 +48,29 @@ enum class End
     Failed
 };
 
+/// Whether the file system has files without a name, or is made to look as if it had none.
+enum class UnnamedFiles
+{
+    AsItIs,
+    Refused
+};
+
+/// At the entry of a system call: one that would open a file without a name becomes one that does not exist.
+void RefuseUnnamedFile(pid_t child)
+{
+    user_regs_struct registers{};
+    ptrace(PTRACE_GETREGS, child, nullptr, &registers);
+    bool const opens = registers.orig_rax == SYS_openat || registers.orig_rax == SYS_open;
+    auto const flags = registers.orig_rax == SYS_openat ? registers.rdx : registers.rsi;
+    if (opens && (flags & O_TMPFILE) == O_TMPFILE)
+    {
+        registers.orig_rax = ~0ull;
+        ptrace(PTRACE_SETREGS, child, nullptr, &registers);
+    }
+}
+
 /// Saves in a process of its own and kills that where it enters or leaves its system call number `stops`.
-End SaveKilledAt(int stops, std::filesystem::path const & target, std::string const & bytes)
+End SaveKilledAt(int stops, std::filesystem::path const & target, std::string const & bytes, UnnamedFiles unnamedFiles)
 {
     pid_t const child = fork();
     if (child == 0)
@@ -65,6 +89,10 @@ End SaveKilledAt(int stops, std::filesystem::path const & target, std::string co
         if (waitpid(child, &status, 0) != child || !WIFSTOPPED(status))
         {
             return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? End::Saved : End::Failed;
+        }
+        if (i % 2 == 0 && unnamedFiles == UnnamedFiles::Refused)
+        {
+            RefuseUnnamedFile(child);
         }
     }
     kill(child, SIGKILL);
@@ -98,7 +126,15 @@ void ExpectNextSaveCleansUp(ScratchFolder const & folder)
 
 } // namespace
 
-TEST(KilledSave, LeavesTheOldFileOrTheNewOne)
+class KilledSave : public testing::TestWithParam<UnnamedFiles>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Systems, KilledSave, testing::Values(UnnamedFiles::AsItIs, UnnamedFiles::Refused),
+    [](auto const & system) { return system.index == 0 ? "AsItIs" : "WithoutUnnamedFiles"; });
+
+TEST_P(KilledSave, LeavesTheOldFileOrTheNewOne)
 {
     std::string const before(10'000, 'o');
     std::string const after(20'000, 'n');
@@ -108,7 +144,7 @@ TEST(KilledSave, LeavesTheOldFileOrTheNewOne)
     {
         ScratchFolder const folder;
         folder.Write("target", before);
-        End const end = SaveKilledAt(stops, folder / "target", after);
+        End const end = SaveKilledAt(stops, folder / "target", after, GetParam());
         ASSERT_NE(end, End::Failed) << "at stop " << stops;
         std::string const content = folder.Read("target");
         ASSERT_TRUE(content == before || content == after) << "a mix, at stop " << stops;
@@ -126,13 +162,13 @@ TEST(KilledSave, LeavesTheOldFileOrTheNewOne)
     EXPECT_GT(newOnes, 1) << "what comes behind the change of names cannot undo it";
 }
 
-TEST(KilledSave, OfANewFileLeavesNothingOrAllOfIt)
+TEST_P(KilledSave, OfANewFileLeavesNothingOrAllOfIt)
 {
     std::string const bytes(20'000, 'n');
     for (int stops = 1;; ++stops)
     {
         ScratchFolder const folder;
-        End const end = SaveKilledAt(stops, folder / "target", bytes);
+        End const end = SaveKilledAt(stops, folder / "target", bytes, GetParam());
         ASSERT_NE(end, End::Failed) << "at stop " << stops;
         bool const there = std::filesystem::exists(folder / "target");
         ASSERT_TRUE(!there || folder.Read("target") == bytes) << "a part, at stop " << stops;

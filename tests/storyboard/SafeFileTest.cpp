@@ -72,7 +72,7 @@ TEST(SafeFile, LeavesTheOldFileUntilItIsCommitted)
 TEST(SafeFile, InNoFolderFails)
 {
     ScratchFolder const folder;
-    EXPECT_THROW(SafeFile(folder / "not there/new"), BasicFileStream::Exception);
+    EXPECT_THROW(SafeFile(folder / "not there/new"), kv::tools::IoException);
     EXPECT_EQ(Names(folder.Path()), Strings{});
 }
 
@@ -80,7 +80,7 @@ TEST(SafeFile, OfTheNameOfAFolderFailsAndLeavesNothingBehind)
 {
     ScratchFolder const folder;
     folder.Write("sub/file", "1");
-    EXPECT_THROW(Save(folder / "sub", "new"), BasicFileStream::Exception);
+    EXPECT_THROW(Save(folder / "sub", "new"), kv::tools::IoException);
     EXPECT_EQ(Names(folder.Path()), Strings{"sub"});
     EXPECT_EQ(folder.Read("sub/file"), "1");
 }
@@ -99,7 +99,10 @@ TEST(SafeFile, LeavesTheFilesOfSavesUnderWayAlone)
     SafeFile first(folder / "first");
     {
         SafeFile second(folder / "second");
-        EXPECT_EQ(Names(folder.Path()).size(), 2u);
+        for (std::string const & name : Names(folder.Path()))
+        {
+            EXPECT_TRUE(SafeFile::IsTemporaryName(name)) << name;
+        }
         second.Commit();
     }
     first.Stream().Write("1", 1);
@@ -158,7 +161,7 @@ TEST(SafeFile, OfALinkToItselfFails)
 {
     ScratchFolder const folder;
     fs::create_symlink("loop", folder / "loop");
-    EXPECT_THROW(Save(folder / "loop", "new"), BasicFileStream::Exception);
+    EXPECT_THROW(Save(folder / "loop", "new"), kv::tools::IoException);
     EXPECT_EQ(Names(folder.Path()), Strings{"loop"});
     EXPECT_TRUE(fs::is_symlink(folder / "loop"));
 }
@@ -189,7 +192,6 @@ TEST(SafeFile, IsItsOwnersAloneWhileItIsWritten)
             unsigned const expected = SafeFile::IsTemporaryName(name) ? 0600u : mode;
             EXPECT_EQ(unsigned(fs::status(folder / name).permissions()), expected) << name;
         }
-        EXPECT_EQ(Names(folder.Path()).size(), 2u);
     }
 }
 

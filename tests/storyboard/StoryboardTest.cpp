@@ -149,6 +149,21 @@ TEST_F(StoryboardProgram, LeavesTheProjectFileOutOfItself)
     EXPECT_TRUE(Contains(verified.output, "0 new on disk")) << verified.output;
 }
 
+TEST_F(StoryboardProgram, TakesWhatAKilledSaveLeftForNoClipAndRemovesIt)
+{
+    scratch.Write("media/.kvsave-0123456789abcdef.tmp", "half a project");
+    scratch.Write(".kvsave-0123456789abcdef.tmp", "half a project");
+    Result const made({"make", folder, file});
+    EXPECT_TRUE(Contains(made.output, "project of 4 files")) << made.output;
+    EXPECT_TRUE(Contains(made.output, "Left out: 1 entry, an unfinished save.\n")) << made.output;
+    EXPECT_FALSE(fs::exists(scratch / ".kvsave-0123456789abcdef.tmp")) << "it is in the folder of the project";
+    EXPECT_TRUE(Contains(Verified().output, "0 new on disk")) << Verified().output;
+    Result const inside({"make", folder, StoredName(scratch / "media/a.story")});
+    EXPECT_TRUE(Contains(inside.output, "project of 4 files")) << inside.output;
+    EXPECT_FALSE(Contains(inside.output, "unfinished")) << inside.output;
+    EXPECT_FALSE(fs::exists(scratch / "media/.kvsave-0123456789abcdef.tmp"));
+}
+
 TEST_F(StoryboardProgram, ShowsBinsClipsAndSources)
 {
     MakeProject();

@@ -13,7 +13,7 @@ namespace kv::tools
 namespace
 {
 
-// Opening the output empties it, so it must not be what is about to be read.
+// On some systems a file that is read cannot be replaced, and the failure would come behind all the work.
 void RefuseSameFile(CodecOptions const & options)
 {
     if (options.input.empty() || options.output.empty() || options.output == "-" || options.input == "-")
@@ -24,6 +24,19 @@ void RefuseSameFile(CodecOptions const & options)
     {
         throw UsageError("input and output are the same file, " + options.input + "; write to another one");
     }
+}
+
+// What became of the data before the damage.
+std::string Remainder(NamedOutput const & output, CodecOptions const & options)
+{
+    if (output.Count() == 0)
+    {
+        return "nothing was written; is CHAIN the one that the data was encoded with?";
+    }
+    std::string const good = Counted(output.Count(), "byte") + " before the damage ";
+    return output.IsWholeOrNothing()
+        ? options.output + " was not written; without --output, the " + good + "go to standard output"
+        : "the " + good + "were written";
 }
 
 } // namespace
@@ -48,12 +61,12 @@ int RunDecode(CodecOptions const & options, Console & console)
     }
     catch (DamagedData const & damage)
     {
-        output.Finish();
+        if (!output.IsWholeOrNothing())
+        {
+            output.Finish();
+        }
         Complain(console, "kv decode", input.Name() + " is damaged: " + damage.text.Utf8() + " (" + damage.place + ")");
-        Complain(
-            console, "kv decode",
-            output.Count() > 0 ? "the " + Counted(output.Count(), "byte") + " before the damage were written"
-                               : "nothing was written; is CHAIN the one that the data was encoded with?");
+        Complain(console, "kv decode", Remainder(output, options));
         return ExitDamaged;
     }
     output.Finish();

@@ -18,7 +18,8 @@ struct CodecOptions
 void RunEncode(CodecOptions const & options, Console & console);
 
 /// Decodes the input into the output. Damage is reported on the error stream, and the result is then `ExitDamaged`;
-/// what was good before it has been written. Throws the other exceptions of Failures.h.
+/// what was good before it has been written unless the output is a file, which is left as it was. Throws the other
+/// exceptions of Failures.h.
 [[nodiscard]] int RunDecode(CodecOptions const & options, Console & console);
 
 } // namespace kv::tools

@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include <kvcore/tools/support/Paths.h>
+
 namespace kv::tools
 {
 
@@ -13,17 +15,24 @@ bool IsStandard(std::string const & path)
     return path.empty() || path == "-";
 }
 
-template <class Stream, class Failure>
-std::unique_ptr<Stream> Opened(std::string const & path, char const * purpose)
+template <class Opened, class Failure, class Path>
+std::unique_ptr<Opened> Open(Path const & path, std::string const & what)
 {
     try
     {
-        return std::make_unique<Stream>(path);
+        return std::make_unique<Opened>(path);
     }
     catch (IoException const & failure)
     {
-        throw Failure(failure, std::string("cannot open ") + path + purpose);
+        throw Failure(failure, "cannot open " + what);
     }
+}
+
+/// For calls that take native paths in UTF-8, or the bytes that names are.
+std::string NativeBytes(std::string const & typed)
+{
+    std::u8string const native = TypedNativePath(typed).u8string();
+    return {native.begin(), native.end()};
 }
 
 } // namespace
@@ -33,7 +42,7 @@ NamedInput::NamedInput(std::string const & path, Console & console)
 {
     if (!IsStandard(path))
     {
-        file = Opened<StdioInputStream, IoFailure>(path, "");
+        file = Open<StdioInputStream, IoFailure>(NativeBytes(path), path);
         source = file.get();
     }
 }
@@ -59,8 +68,8 @@ NamedOutput::NamedOutput(std::string const & path, Console & console)
 {
     if (!IsStandard(path))
     {
-        file = Opened<StdioOutputStream, OutputFailure>(path, " for writing");
-        target = file.get();
+        file = Open<SafeFile, OutputFailure>(TypedNativePath(path), path + " for writing");
+        target = &file->Stream();
     }
 }
 
@@ -104,7 +113,7 @@ void NamedOutput::Finish()
         {
             if (file)
             {
-                file->Close();
+                file->Commit();
                 return;
             }
             target->Flush();

@@ -2,6 +2,7 @@
 
 #include <kvcore/tools/kv/Failures.h>
 #include <kvcore/tools/support/Program.h>
+#include <kvcore/tools/support/SafeFile.h>
 #include <kvcore/tools/support/StdioStreams.h>
 
 #include <cstdint>
@@ -35,6 +36,8 @@ private:
 /// What a command writes: a file, or the console's output under the name "-" or no name. Failures are `OutputFailure`
 /// and tell the name, or `ClosedPipe`.
 ///
+/// A file comes to be whole or not at all (see SafeFile): without Finish, what stood under the name stays.
+///
 /// After the first failure it takes everything and drops it: the filters above it still write what they hold when they
 /// are destroyed, and none of that may land behind a gap.
 class NamedOutput : public OutputStream
@@ -44,8 +47,14 @@ public:
 
     void Write(char const * data, int size) override;
 
-    /// Makes sure that all has arrived; a file is closed.
+    /// Makes sure that all has arrived; a file takes its name. At most once for a file.
     void Finish();
+
+    /// Whether the bytes are dropped without Finish.
+    [[nodiscard]] bool IsWholeOrNothing() const
+    {
+        return file && file->Replaces();
+    }
 
     /// The bytes written so far.
     [[nodiscard]] std::uint64_t Count() const
@@ -58,7 +67,7 @@ private:
     void Guarded(Action action);
 
     std::string name;
-    std::unique_ptr<StdioOutputStream> file;
+    std::unique_ptr<SafeFile> file;
     OutputStream * target;
     std::uint64_t count = 0;
     bool failed = false;

@@ -49,12 +49,12 @@ int WriteFile(RegistryKey key, RegistryRequest const & request, Console & consol
 {
     try
     {
-        SafeFile file(NativePath(TypedPath(request.file)));
+        SafeFile file(TypedNativePath(request.file));
         int const result = WriteTree(std::move(key), console, file.Stream());
         file.Commit();
         return result;
     }
-    catch (BasicFileStream::Exception const & failure)
+    catch (IoException const & failure)
     {
         throw OutputFailure(failure, "cannot write " + request.file);
     }

@@ -41,7 +41,7 @@ std::string NameOf(std::string const & file)
 
 std::string ReadWhole(std::string const & file, Console & console)
 {
-    NamedInput input(file == "-" ? file : NativePath(TypedPath(file)).string(), console);
+    NamedInput input(file, console);
     std::string bytes;
     std::string piece(64 * 1024, '\0');
     while (int const size = input.ReadSome(piece.data(), static_cast<int>(piece.size())))
@@ -68,14 +68,14 @@ void Save(std::string const & text, std::string const & file)
 {
     try
     {
-        SafeFile target(NativePath(TypedPath(file)));
+        SafeFile target(TypedNativePath(file));
         for (std::size_t at = 0; at < text.size(); at += 1 << 20)
         {
             target.Stream().Write(text.data() + at, static_cast<int>(std::min<std::size_t>(1 << 20, text.size() - at)));
         }
         target.Commit();
     }
-    catch (StreamBase::Exception const & failure)
+    catch (IoException const & failure)
     {
         throw OutputFailure(failure, "cannot write " + file);
     }
@@ -89,7 +89,7 @@ void Give(std::string const & text, XmlOptions const & options, Console & consol
         return;
     }
     NamedOutput output("-", console);
-    Print(output, std::string_view(text));
+    Print(output, std::string_view(options.nul ? text : Presented(console, text)));
     output.Finish();
 }
 

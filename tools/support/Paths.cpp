@@ -43,6 +43,11 @@ String TypedPath(std::string const & typed)
     return kv::platform::PathFromNative(typed);
 }
 
+fs::path TypedNativePath(std::string const & typed)
+{
+    return NativePath(TypedPath(typed));
+}
+
 std::string ShownPath(String const & path, bool win32)
 {
     std::string const native = win32 ? std::string() : kv::platform::PathToNative(path);

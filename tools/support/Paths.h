@@ -18,6 +18,9 @@ namespace kv::tools
 /// with a drive and a backslash or with two backslashes, already the library's.
 [[nodiscard]] String TypedPath(std::string const & typed);
 
+/// The native path of one that a person typed in either form.
+[[nodiscard]] std::filesystem::path TypedNativePath(std::string const & typed);
+
 /// A path as a person reads it: native, or in the library's form with `win32`. Where there is no native form, the
 /// library's.
 [[nodiscard]] std::string ShownPath(String const & path, bool win32 = false);

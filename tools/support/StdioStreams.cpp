@@ -14,6 +14,8 @@ IoException::IoException(int number)
 {
 }
 
+IoException::IoException(String const & systemText) : StreamBase::Exception{1, systemText}, error(0) {}
+
 namespace
 {
 
@@ -57,7 +59,13 @@ int StdioInputStream::ReadSome(char * data, int capacity)
 }
 
 StdioOutputStream::StdioOutputStream(std::string const & path)
-    : OutputStream(nullptr), descriptor(Opened(host::OpenForWriting(path))), capacity(bufferSize)
+    : OutputStream(nullptr), descriptor(Opened(host::OpenForWriting(path))), owned(true), capacity(bufferSize)
+{
+    buffer.reserve(capacity);
+}
+
+StdioOutputStream::StdioOutputStream(OpenDescriptor open)
+    : OutputStream(nullptr), descriptor(open.number), owned(open.end == OpenDescriptor::Closed), capacity(bufferSize)
 {
     buffer.reserve(capacity);
 }
@@ -65,6 +73,7 @@ StdioOutputStream::StdioOutputStream(std::string const & path)
 StdioOutputStream::StdioOutputStream(StandardStream stream)
     : OutputStream(nullptr),
       descriptor(static_cast<int>(stream)),
+      owned(stream != StandardStream::Error),
       capacity(stream == StandardStream::Error ? 0 : bufferSize)
 {
     buffer.reserve(capacity);
@@ -154,7 +163,7 @@ bool StdioOutputStream::Release()
 {
     // Standard error stays open: whatever happens later may want to be told there.
     int const closing = std::exchange(descriptor, -1);
-    return closing == static_cast<int>(StandardStream::Error) || host::Close(closing) == 0;
+    return !owned || host::Close(closing) == 0;
 }
 
 } // namespace kv::tools

@@ -12,8 +12,10 @@ namespace kv::tools
 struct IoException : StreamBase::Exception
 {
     explicit IoException(int error);
+    /// For a call that tells its failure in another way.
+    explicit IoException(String const & systemText);
 
-    int error; ///< the value of `errno`
+    int error; ///< the value of `errno`, or 0 if there is none
 };
 
 /// The three descriptors that every process is born with.
@@ -22,6 +24,19 @@ enum class StandardStream : int
     Input = 0,
     Output = 1,
     Error = 2,
+};
+
+/// A descriptor that is open already, and what a stream over it does with it at its end.
+struct OpenDescriptor
+{
+    enum End
+    {
+        Borrowed, ///< it stays open
+        Closed
+    };
+
+    int number;
+    End end;
 };
 
 /// Reads a file or standard input. Failures are `IoException`; data that ends too early is code 5.
@@ -50,6 +65,8 @@ class StdioOutputStream : public OutputStream
 public:
     /// Creates the file of this UTF-8 path, or empties it if it exists.
     explicit StdioOutputStream(std::string const & path);
+    /// Writes to what is open already.
+    explicit StdioOutputStream(OpenDescriptor open);
     /// Writes to a standard stream. Standard error has no buffer and is never closed.
     explicit StdioOutputStream(StandardStream stream);
     ~StdioOutputStream() override;
@@ -68,6 +85,7 @@ private:
     [[nodiscard]] bool Release();
 
     int descriptor;
+    bool owned;
     std::size_t capacity; // of the buffer; 0 for standard error, where each line goes out at once
     std::vector<char> buffer;
 };

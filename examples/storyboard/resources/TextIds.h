@@ -156,6 +156,7 @@
 #define TEXT_HELP_OUTPUT 150
 #define TEXT_NO_DESCRIPTION 151
 #define TEXT_DESCRIBES 152
+#define TEXT_UNFINISHED 153
 
 // One behind the last.
-#define TEXT_END 153
+#define TEXT_END 154

@@ -95,10 +95,11 @@ Command AddDecodeCommand(CLI::App & program)
         std::string(chainHelp) +
         "\n\nDecoding undoes the stages from the last to the first. Numbers behind the stages\n"
         "may stay; they are not needed.\n\n"
-        "Damage ends the decoding with exit code 3. What could be decoded before it has\n"
-        "then been written. Data that was cut off is always noticed in a chain with\n"
-        "deflate; without it, a cut between two blocks of crc or two groups of base64 is\n"
-        "not. Input without a single byte decodes to no data with every chain.\n\n"
+        "Damage ends the decoding with exit code 3. What could be decoded before it goes\n"
+        "to standard output; a file of --output stays as it was. Data that was cut off is\n"
+        "always noticed in a chain with deflate; without it, a cut between two blocks of\n"
+        "crc or two groups of base64 is not. Input without a single byte decodes to no\n"
+        "data with every chain.\n\n"
         "Example:\n  kv decode deflate,crc,base64 --input clip.txt --output clip.dat\n\n" +
         exitCodesHelp);
     return {
