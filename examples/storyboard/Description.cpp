@@ -176,6 +176,10 @@ public:
     {
         Ptr<Project> project = Ptr<Project>::Make();
         project->title = Required(root, "title", TextOf(Text(root, "title")));
+        if (project->title.size() > maxTitleSize)
+        {
+            Fail(root, "title");
+        }
         for (XMLNode const & node : root.GetChildNodes("sources/source", false))
         {
             sources[Text(node, "id")] = ReadSource(node);

@@ -40,8 +40,8 @@ void WriteKind(OutputStream & stream, Enum kind)
     stream << static_cast<unsigned char>(kind);
 }
 
-/// The wire form is that of every narrow string; the limit keeps a forged count from taking memory.
-std::string ReadText(InputStream & stream, int maxSize)
+/// How many bytes a text takes. The limit keeps a few compressed bytes from taking memory without end.
+int ReadTextSize(InputStream & stream, int maxSize)
 {
     int size;
     stream >> size;
@@ -49,9 +49,30 @@ std::string ReadText(InputStream & stream, int maxSize)
     {
         Fail(TEXT("Illegal text length in project"));
     }
+    return size;
+}
+
+/// The wire form is that of every narrow string.
+std::string ReadText(InputStream & stream, int maxSize)
+{
+    int const size = ReadTextSize(stream, maxSize);
     std::string text(static_cast<std::size_t>(size), '\0');
     stream.Read(text.data(), size);
     return text;
+}
+
+/// The wire form is that of every wide string, whose length is in bytes.
+String ReadTitle(InputStream & stream)
+{
+    constexpr int unitSize = sizeof(WCHAR);
+    int const size = ReadTextSize(stream, maxTitleSize * unitSize);
+    if (size % unitSize != 0)
+    {
+        Fail(TEXT("Illegal text length in project"));
+    }
+    WString title(static_cast<std::size_t>(size / unitSize), WCHAR(0));
+    stream.Read(reinterpret_cast<char *>(title.data()), size);
+    return title;
 }
 
 std::string ReadPath(InputStream & stream)
@@ -268,7 +289,7 @@ short Bin::GetVersion() const
 void Project::Read(SerializingInputStream & stream, short)
 {
     ProjectInputStream::Record record(stream, *this);
-    stream >> title;
+    title = ReadTitle(stream);
     bins = ReadList<Bin>(record.Stream());
 }
 

@@ -152,7 +152,7 @@ public:
 class Project : public KVUnknown, public ISerializable
 {
 public:
-    String title;
+    String title; ///< at most `maxTitleSize` elements
     std::vector<Ptr<Bin>> bins;
 
     void Read(SerializingInputStream & stream, short version) override;
@@ -178,5 +178,8 @@ std::vector<Ptr<Clip>> AllClips(Project const & project);
 /// `maxPathSize` bytes. So a path never leads out of the folder that it is relative to.
 bool IsStoredPath(std::string const & path);
 inline constexpr int maxPathSize = 32 * 1024;
+
+/// The longest title of a project, in UTF-16 elements.
+inline constexpr int maxTitleSize = 32 * 1024;
 
 } // namespace Storyboard

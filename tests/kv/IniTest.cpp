@@ -68,6 +68,31 @@ TEST_F(KvIni, Lists)
     EXPECT_EQ(Run({"list", "none"}).code, ExitFailed);
 }
 
+TEST_F(KvIni, ListsWhatThePlatformFindsInAnyEncoding)
+{
+    std::string const text = "; a comment\r\nlost=1\r\n[ one ] x\r\n a = 1 \r\n;b=2\r\nno value\r\n[]\r\nlost=2\r\n"
+                             "[two]\rq=\"  \"\n[ONE]\nnever=read\n[three\nx=y]\n[four\t]\nk=v=w\n=e\n";
+    char const * const expected = "[one]\na=1\n[two]\nq=  \n[four]\nk=v=w\n=e\n";
+    std::string wide;
+    std::string swapped;
+    for (char const c : text)
+    {
+        wide += std::string{c, '\0'};
+        swapped += std::string{'\0', c};
+    }
+    for (std::string const & bytes : {text, "\xEF\xBB\xBF" + text, "\xFF\xFE" + wide, "\xFE\xFF" + swapped})
+    {
+        folder.Write("x.ini", bytes);
+        ToolResult const result = Run({"list"});
+        EXPECT_EQ(result.code, ExitOk) << result.error;
+        EXPECT_EQ(result.output, expected);
+    }
+    folder.Write("x.ini", std::string("[a]\nk=v\0 cut\n[b\0]\nc=d", 24));
+    EXPECT_EQ(Run({"list"}).output, "[a]\nk=v\nc=d\n");
+    folder.Write("x.ini", "");
+    EXPECT_EQ(Run({"list"}).output, "");
+}
+
 TEST_F(KvIni, Removes)
 {
     folder.Write("x.ini", "[a]\r\nk=1\r\nj=2\r\n[b]\r\nx=1\r\n");

@@ -192,6 +192,9 @@ TEST(ProjectModel, ForgedFieldsAreRefused)
         {"an unknown kind of format", Altered(formatKindAt, "05"), "3 Illegal value in project"},
         {"a path out of the folder", Altered(clipPathAt, "2E 2E 2F 65 65"), "3 Illegal path in project"},
         {"a path from the root", Altered(clipPathAt, "2F"), "3 Illegal path in project"},
+        {"a title of two gigabytes", Altered(6, "FE FF FF 7F"), "3 Illegal text length in project"},
+        {"a title that is longer than titles may be", Altered(6, "02 00 01 00"), "3 Illegal text length in project"},
+        {"a title that ends within a unit", Altered(6, "03 00 00 00"), "3 Illegal text length in project"},
         {"a path of two gigabytes", Altered(clipPathAt - 4, "FF FF FF 7F"), "3 Illegal text length in project"},
         {"a negative width", Altered(formatKindAt + 8, "FF FF FF FF"), "3 Illegal value in project"},
         {"a negative length", Altered(formatKindAt + 24 + 6 + 8, "FF FF FF FF FF FF FF FF"),
@@ -201,6 +204,16 @@ TEST(ProjectModel, ForgedFieldsAreRefused)
     {
         EXPECT_EQ(FailureOf(one.bytes), one.failure) << one.what;
     }
+}
+
+TEST(ProjectModel, TheLongestTitleIsRead)
+{
+    Ptr<Project> const project = GoldenProject();
+    project->title = String::FromChar(TEXT('x'), maxTitleSize);
+    MemoryOutputStream file;
+    WriteProject(*project, file);
+    MemorySource source(file.GetContent());
+    EXPECT_EQ(ReadProject(source).project->title, project->title);
 }
 
 TEST(ProjectModel, ForgedNestingIsRefused)

@@ -1,8 +1,10 @@
 #include <kvcore/tools/kv/Resources.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -79,17 +81,20 @@ Id IdOf(WCHAR const * id)
 
 struct Entry
 {
-    Id type;
-    Id name;
+    std::shared_ptr<Id const>
+        type; ///< shared by all that have it, like the name: there may be many, and texts are long
+    std::shared_ptr<Id const> name;
     WORD language;
     std::string_view data;
 };
 
-/// What the callbacks collect into.
+/// What the callbacks collect into, and the type and the name that they are at.
 struct Listing
 {
     HMODULE module;
     std::vector<Entry> entries;
+    std::shared_ptr<Id const> type;
+    std::shared_ptr<Id const> name;
 };
 
 BOOL CALLBACK AddLanguage(HMODULE module, WCHAR const * type, WCHAR const * name, WORD language, LONG_PTR argument)
@@ -98,27 +103,30 @@ BOOL CALLBACK AddLanguage(HMODULE module, WCHAR const * type, WCHAR const * name
     if (found != nullptr)
     {
         auto const * const data = static_cast<char const *>(LockResource(LoadResource(module, found)));
-        reinterpret_cast<Listing *>(argument)->entries.push_back(
-            {IdOf(type), IdOf(name), language, std::string_view(data, SizeofResource(module, found))});
+        Listing & listing = *reinterpret_cast<Listing *>(argument);
+        listing.entries.push_back(
+            {listing.type, listing.name, language, std::string_view(data, SizeofResource(module, found))});
     }
     return TRUE;
 }
 
 BOOL CALLBACK AddName(HMODULE module, WCHAR const * type, WCHAR * name, LONG_PTR argument)
 {
+    reinterpret_cast<Listing *>(argument)->name = std::make_shared<Id const>(IdOf(name));
     EnumResourceLanguagesW(module, type, name, AddLanguage, argument);
     return TRUE;
 }
 
 BOOL CALLBACK AddType(HMODULE module, WCHAR * type, LONG_PTR argument)
 {
+    reinterpret_cast<Listing *>(argument)->type = std::make_shared<Id const>(IdOf(type));
     EnumResourceNamesW(module, type, AddName, argument);
     return TRUE;
 }
 
 std::vector<Entry> ListResources(HMODULE module)
 {
-    Listing listing{module, {}};
+    Listing listing{module, {}, nullptr, nullptr};
     EnumResourceTypesW(module, AddType, reinterpret_cast<LONG_PTR>(&listing));
     return std::move(listing.entries);
 }
@@ -167,31 +175,39 @@ std::string LanguageWord(WORD language)
     return number;
 }
 
+using Row = std::array<std::string, 4>;
+
+Row RowOf(Entry const & entry)
+{
+    return {
+        TypeWord(*entry.type), entry.name->Shown(), LanguageWord(entry.language), std::to_string(entry.data.size())};
+}
+
 void PrintList(OutputStream & output, std::vector<Entry> const & entries)
 {
-    std::vector<std::vector<std::string>> rows = {{"TYPE", "NAME", "LANGUAGE", "BYTES"}};
+    Row const head = {"TYPE", "NAME", "LANGUAGE", "BYTES"};
+    std::size_t widths[] = {head[0].size(), head[1].size(), head[2].size()};
     for (Entry const & entry : entries)
     {
-        rows.push_back(
-            {TypeWord(entry.type), entry.name.Shown(), LanguageWord(entry.language),
-             std::to_string(entry.data.size())});
-    }
-    std::size_t widths[3] = {};
-    for (auto const & row : rows)
-    {
+        Row const row = RowOf(entry);
         for (std::size_t column = 0; column < std::size(widths); ++column)
         {
             widths[column] = std::max(widths[column], row[column].size());
         }
     }
-    for (auto const & row : rows)
+    auto const print = [&](Row const & row)
     {
         std::string line;
         for (std::size_t column = 0; column < std::size(widths); ++column)
         {
             line += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
         }
-        PrintLine(output, line + row[3]);
+        PrintLine(output, line + row.back());
+    };
+    print(head);
+    for (Entry const & entry : entries)
+    {
+        print(RowOf(entry));
     }
 }
 
@@ -210,31 +226,26 @@ void PrintStrings(OutputStream & output, Entry const & block)
         at += bytes;
         if (!text.empty())
         {
-            unsigned int const id = (block.name.number - 1u) * 16 + i;
+            unsigned int const id = (block.name->number - 1u) * 16 + i;
             PrintLine(output, "  " + std::to_string(id) + "  " + OneLine(String(text).Utf8()));
         }
     }
 }
 
-void PrintAllStrings(OutputStream & output, std::vector<Entry> const & entries)
+void PrintAllStrings(OutputStream & output, std::vector<Entry> entries)
 {
-    std::vector<WORD> languages;
+    std::stable_sort(
+        entries.begin(), entries.end(),
+        [](Entry const & left, Entry const & right) { return left.language < right.language; });
+    std::optional<WORD> language;
     for (Entry const & entry : entries)
     {
-        languages.push_back(entry.language);
-    }
-    std::sort(languages.begin(), languages.end());
-    languages.erase(std::unique(languages.begin(), languages.end()), languages.end());
-    for (WORD const language : languages)
-    {
-        PrintLine(output, "strings, " + LanguageWord(language));
-        for (Entry const & entry : entries)
+        if (language != entry.language)
         {
-            if (entry.language == language)
-            {
-                PrintStrings(output, entry);
-            }
+            language = entry.language;
+            PrintLine(output, "strings, " + LanguageWord(entry.language));
         }
+        PrintStrings(output, entry);
     }
 }
 
@@ -243,7 +254,7 @@ void PrintDialog(OutputStream & output, Entry const & entry)
     DialogOutline const dialog = ReadDialog(entry.data.data(), entry.data.size());
     PrintLine(
         output,
-        "dialog " + entry.name.Shown() + ", " + LanguageWord(entry.language) + ", " + std::to_string(dialog.width) +
+        "dialog " + entry.name->Shown() + ", " + LanguageWord(entry.language) + ", " + std::to_string(dialog.width) +
             " x " + std::to_string(dialog.height) + " at " + std::to_string(dialog.x) + "," + std::to_string(dialog.y) +
             (dialog.font.empty() ? "" : ", " + OneLine(dialog.font) + " " + std::to_string(dialog.pointSize)));
     Print(output, std::string_view(DrawDialog(dialog)));
@@ -290,7 +301,7 @@ std::vector<std::uint32_t> SafeBlock(std::string_view data)
 
 void PrintVersion(OutputStream & output, Entry const & entry)
 {
-    PrintLine(output, "version " + entry.name.Shown() + ", " + LanguageWord(entry.language));
+    PrintLine(output, "version " + entry.name->Shown() + ", " + LanguageWord(entry.language));
     std::vector<std::uint32_t> const block = SafeBlock(entry.data);
     void * value = nullptr;
     UINT length = 0;
@@ -323,7 +334,7 @@ std::vector<Entry> Chosen(std::vector<Entry> const & entries, WORD type, std::st
         entries.begin(), entries.end(), std::back_inserter(chosen),
         [&](Entry const & entry)
         {
-            return entry.type.text.empty() && entry.type.number == type &&
+            return entry.type->text.empty() && entry.type->number == type &&
                 (language.empty() || LanguageWord(entry.language).compare(0, 4, language) == 0);
         });
     return chosen;
@@ -334,9 +345,9 @@ std::optional<Entry> FindEntry(std::vector<Entry> const & entries, std::string c
 {
     for (Entry const & entry : entries)
     {
-        for (std::string const & type : {TypeWord(entry.type), entry.type.Shown()})
+        for (std::string const & type : {TypeWord(*entry.type), entry.type->Shown()})
         {
-            std::string const name = type + "/" + entry.name.Shown();
+            std::string const name = type + "/" + entry.name->Shown();
             if (wanted == name || wanted == name + "/" + LanguageWord(entry.language).substr(0, 4))
             {
                 return entry;

@@ -481,12 +481,12 @@ FoundResource ResourceDirectory::Find(ResourceId const & type, ResourceId const 
     }
     for (WORD const wish : {language, PRIMARYLANGID(language), WORD{0}})
     {
-        for (ResourceData const & data : resource->languages)
+        auto const found = std::partition_point(
+            resource->languages.begin(), resource->languages.end(),
+            [&](ResourceData const & data) { return data.language < wish; });
+        if (found != resource->languages.end() && found->language == wish)
         {
-            if (data.language == wish)
-            {
-                return {&data, ERROR_SUCCESS};
-            }
+            return {&*found, ERROR_SUCCESS};
         }
     }
     return {nullptr, ERROR_RESOURCE_LANG_NOT_FOUND};

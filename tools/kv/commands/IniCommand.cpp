@@ -5,11 +5,14 @@
 #include <vector>
 
 #include <kvcore/files/File.h>
+#include <kvcore/files/FileStreams.h>
 #include <kvcore/platform/win32.h>
 #include <kvcore/tools/kv/Failures.h>
 #include <kvcore/tools/kv/NamedStreams.h>
+#include <kvcore/tools/kv/ProfileSections.h>
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Paths.h>
+#include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
 namespace kv::tools
@@ -67,15 +70,24 @@ public:
             Fail("cannot write");
         }
     }
-    std::vector<String> Sections() const
+    std::vector<ProfileSection> Sections() const
     {
-        return List([this](WCHAR * list, DWORD room)
-                    { return GetPrivateProfileSectionNamesW(list, room, path.c_str()); });
-    }
-    std::vector<String> Lines(String const & section) const
-    {
-        return List([&](WCHAR * list, DWORD room)
-                    { return GetPrivateProfileSectionW(section.c_str(), list, room, path.c_str()); });
+        // Says what keeps the platform from reading the file.
+        (void)Whole(
+            2, [this](WCHAR * list, DWORD room) { return GetPrivateProfileSectionNamesW(list, room, path.c_str()); });
+        try
+        {
+            BasicFileStream file(
+                path, FileAccess_Read, FileShare_Read | FileShare_Write | FileShare_Delete, FileCreation_OpenExisting,
+                FileAttributes_SequentialScan);
+            std::string bytes;
+            file.Read(bytes);
+            return ReadProfileSections(bytes);
+        }
+        catch (BasicFileStream::Exception const & failure)
+        {
+            throw IoFailure(failure, "cannot read " + ShownPath(path));
+        }
     }
 
 private:
@@ -113,17 +125,6 @@ private:
             1,
             [&](WCHAR * text, DWORD room)
             { return GetPrivateProfileStringW(section.c_str(), key.c_str(), fallback, text, room, path.c_str()); });
-    }
-    template <class Call>
-    std::vector<String> List(Call && call) const
-    {
-        String const text = Whole(2, call);
-        std::vector<String> items;
-        for (std::size_t at = 0; at < text.size(); at += items.back().size() + 1)
-        {
-            items.emplace_back(text.c_str() + at);
-        }
-        return items;
     }
 
     String path;
@@ -176,25 +177,19 @@ std::string Field(String const & text)
     return field;
 }
 
-void ListSection(Profile const & profile, String const & section, bool tabs, OutputStream & output)
+void PrintSection(ProfileSection const & section, bool tabs, OutputStream & output)
 {
     if (!tabs)
     {
-        PrintLine(output, String(TEXT("[") + section + TEXT("]")));
+        PrintLine(output, Printable('[' + section.name.Utf8() + ']'));
     }
-    for (String const & line : profile.Lines(section))
+    for (auto const & [key, quoted] : section.entries)
     {
-        std::size_t const sign = line.find('=');
-        if (line[0] == ';' || sign == String::npos)
-        {
-            continue;
-        }
-        String const key = line.substr(0, sign);
-        String const value = Unquoted(line.substr(sign + 1));
+        String const value = Unquoted(quoted);
         PrintLine(
             output,
-            tabs ? std::string_view(Field(section) + '\t' + Field(key) + '\t' + Field(value))
-                 : std::string_view(key.Utf8() + '=' + value.Utf8()));
+            tabs ? Field(section.name) + '\t' + Field(key) + '\t' + Field(value)
+                 : Printable(key.Utf8() + '=' + value.Utf8(), Backslashes::Kept, Spaces::Tabs));
     }
 }
 
@@ -202,14 +197,15 @@ int List(Profile const & profile, IniArguments const & arguments, Console & cons
 {
     profile.RequireFile();
     NamedOutput output("-", console);
-    std::vector<String> sections = profile.Sections();
+    std::vector<ProfileSection> sections = profile.Sections();
     if (!arguments.names.empty())
     {
         String const asked = NameFrom(arguments.names[0], "a section");
         std::erase_if(
             sections,
-            [&](String const & name) {
-                return CompareStringW(LOCALE_INVARIANT, NORM_IGNORECASE, name.c_str(), -1, asked.c_str(), -1) !=
+            [&](ProfileSection const & section)
+            {
+                return CompareStringW(LOCALE_INVARIANT, NORM_IGNORECASE, section.name.c_str(), -1, asked.c_str(), -1) !=
                     CSTR_EQUAL;
             });
         if (sections.empty())
@@ -219,9 +215,9 @@ int List(Profile const & profile, IniArguments const & arguments, Console & cons
         }
         sections.resize(1);
     }
-    for (String const & section : sections)
+    for (ProfileSection const & section : sections)
     {
-        ListSection(profile, section, arguments.tabs, output);
+        PrintSection(section, arguments.tabs, output);
     }
     output.Finish();
     return ExitOk;
@@ -237,7 +233,7 @@ int Get(Profile const & profile, IniArguments const & arguments, Console & conso
         return ExitFailed;
     }
     NamedOutput output("-", console);
-    PrintLine(output, value);
+    PrintLine(output, std::string_view(Presented(console, value.Utf8())));
     output.Finish();
     return ExitOk;
 }
@@ -303,7 +299,7 @@ int Ini(IniArguments arguments, Console & console)
         }
         return action.run(Profile(arguments.file), arguments, console);
     }
-    throw UsageError("\"" + arguments.action + "\" is no action; get, set, list and remove are");
+    throw UsageError("unknown action '" + arguments.action + "'; known are get, set, list and remove");
 }
 
 } // namespace
