@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2016 # $(...) is the package system's own
 # Sourced after packages.sh: a 32-bit Wine in a root of its own, and the tests of the 32-bit Windows build in it.
 #
 # The machine's own packages cannot hold a 32-bit Wine beside the 64-bit one unless all of its package indexes are there
@@ -105,8 +106,8 @@ windows32_stop_wine() {
 }
 
 # windows32_tests [CTEST ARGUMENT...]: builds everything for 32-bit Windows and runs every test, in a root that
-# windows32_make_root has made.
-windows32_tests() {
+# windows32_make_root has made. In a shell of its own, so that a caller's traps stay.
+windows32_tests() (
     need_packages g++-mingw-w64-i686-posix libz-mingw-w64-dev googletest
     build_preset windows-x86
     # One server for all programs; it goes by itself when none has needed it for a while.
@@ -115,6 +116,4 @@ windows32_tests() {
     mkdir -p "$kv_root/build/windows-x86/wineprefix"
     WINEPREFIX=$kv_root/build/windows-x86/wineprefix WINEDEBUG=-all "$kv_root/scripts/wine32" --server -p60
     ctest --preset windows-x86 --no-tests=error "$@"
-    windows32_stop_wine
-    trap - EXIT INT TERM
-}
+)
