@@ -54,7 +54,7 @@ FAULTS void Divide()
 
 FAULTS void DivideFloating()
 {
-#ifdef __x86_64__
+#ifdef __SSE2__
     unsigned const traps = __builtin_ia32_stmxcsr();
     constexpr unsigned divisionMask = 0x200;
     struct Restore
