@@ -130,7 +130,9 @@ void NewFile::RemoveLeftovers(fs::path const & folder) noexcept
 OutputTarget OpenTarget(fs::path const & path)
 {
     DWORD const attributes = ::GetFileAttributesW(path.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    // Asked for here because Wine, run by the superuser, opens read-only files for writing.
+    constexpr DWORD refused = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY;
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & refused) != 0)
     {
         Fail(ERROR_ACCESS_DENIED);
     }
