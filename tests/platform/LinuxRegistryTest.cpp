@@ -1,10 +1,8 @@
 #ifndef _WIN32 // What becomes of the store's files: Windows keeps its registry elsewhere.
 
 #    include <cstdint>
-#    include <cstdlib>
 #    include <filesystem>
 #    include <fstream>
-#    include <functional>
 #    include <string>
 
 #    include <signal.h>
@@ -16,89 +14,15 @@
 #    include <gtest/gtest.h>
 #    include <sqlite3.h>
 
-#    include <support/ScratchFolder.h>
-#    include <support/ScratchKey.h>
+#    include <support/RegistryStore.h>
 
 namespace
 {
 
-/// A data directory of the test's own.
-class LinuxRegistry : public testing::Test
+using namespace kv::test;
+
+class LinuxRegistry : public RegistryStoreTest
 {
-protected:
-    LinuxRegistry()
-    {
-        char const * const setting = std::getenv("XDG_DATA_HOME");
-        before = setting == nullptr ? "" : setting;
-        setenv("XDG_DATA_HOME", folder.Path().c_str(), 1);
-    }
-    ~LinuxRegistry() override
-    {
-        before.empty() ? unsetenv("XDG_DATA_HOME") : setenv("XDG_DATA_HOME", before.c_str(), 1);
-    }
-
-    std::filesystem::path Store() const
-    {
-        return folder / "kvcore/registry.db";
-    }
-    static DWORD Set(HKEY key, WCHAR const * name, DWORD number)
-    {
-        return Code(RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<BYTE const *>(&number), sizeof number));
-    }
-    /// The stored number, or 0.
-    static DWORD Get(HKEY key, WCHAR const * name)
-    {
-        DWORD number = 0;
-        DWORD size = sizeof number;
-        RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE *>(&number), &size);
-        return number;
-    }
-    /// Runs a step in another process and gives its result.
-    static int InChild(std::function<int()> const & step)
-    {
-        pid_t const child = fork();
-        if (child == 0)
-        {
-            _exit(step());
-        }
-        int status = 0;
-        return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    /// Writes a store by another process, so that nothing of it is open here.
-    int WriteInChild() const
-    {
-        int const result = InChild(
-            []
-            {
-                ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Stored"));
-                bool const good = Set(key, TEXT("v"), 77) == 0 && RegFlushKey(key) == 0;
-                return good ? 0 : 1;
-            });
-        // What the child has flushed lies in the store; its log would stand in for a damaged page.
-        std::filesystem::remove(folder / "kvcore/registry.db-wal");
-        std::filesystem::remove(folder / "kvcore/registry.db-shm");
-        return result;
-    }
-    /// Runs statements on the store, as another program would.
-    int Execute(char const * statements) const
-    {
-        sqlite3 * database = nullptr;
-        int result = sqlite3_open(Store().c_str(), &database);
-        if (result == SQLITE_OK)
-        {
-            result = sqlite3_exec(database, statements, nullptr, nullptr, nullptr);
-        }
-        sqlite3_close(database);
-        return result;
-    }
-    static DWORD OpenError()
-    {
-        ScopedKey key;
-        return Code(RegOpenKeyExW(HKEY_CURRENT_USER, TEXT("Software"), 0, KEY_READ, key.Place()));
-    }
-
-    ScratchFolder folder;
-    std::string before;
 };
 
 } // namespace
@@ -107,7 +31,7 @@ TEST_F(LinuxRegistry, LivesInTheDataDirectoryForThisUserAlone)
 {
     ASSERT_EQ(WriteInChild(), 0);
     EXPECT_EQ(std::filesystem::status(Store()).permissions(), std::filesystem::perms(0600));
-    EXPECT_EQ(Get(OpenKey(HKEY_CURRENT_USER, TEXT("software\\stored")), TEXT("v")), 77u);
+    EXPECT_EQ(GetNumber(OpenKey(HKEY_CURRENT_USER, TEXT("software\\stored")), TEXT("v")), 77u);
     ScopedKey const below = OpenKey(HKEY_USERS, TEXT(".Default"));
     EXPECT_NE(below, nullptr);
 }
@@ -142,10 +66,13 @@ TEST_F(LinuxRegistry, CountsAreForHandlesThatRead)
 TEST_F(LinuxRegistry, AForkedChildAndItsParentGoOn)
 {
     ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Forked"));
-    ASSERT_EQ(Set(key, TEXT("parent"), 1), 0u);
-    EXPECT_EQ(InChild([&key] { return Get(key, TEXT("parent")) == 1 && Set(key, TEXT("child"), 2) == 0 ? 0 : 1; }), 0);
-    EXPECT_EQ(Get(key, TEXT("child")), 2u);
-    EXPECT_EQ(Set(key, TEXT("parent"), 3), 0u);
+    ASSERT_EQ(SetNumber(key, TEXT("parent"), 1), 0u);
+    EXPECT_EQ(
+        InChild([&key]
+                { return GetNumber(key, TEXT("parent")) == 1 && SetNumber(key, TEXT("child"), 2) == 0 ? 0 : 1; }),
+        0);
+    EXPECT_EQ(GetNumber(key, TEXT("child")), 2u);
+    EXPECT_EQ(SetNumber(key, TEXT("parent"), 3), 0u);
 }
 
 TEST_F(LinuxRegistry, TwoProcessesCountTogether)
@@ -158,7 +85,7 @@ TEST_F(LinuxRegistry, TwoProcessesCountTogether)
         for (int i = 0; i < rounds; ++i)
         {
             WString const name = letter + WString(static_cast<std::size_t>(i) + 1, TEXT('v'));
-            if (Set(own, name.c_str(), 1) != 0 || MakeKey(own, name) == nullptr)
+            if (SetNumber(own, name.c_str(), 1) != 0 || MakeKey(own, name) == nullptr)
             {
                 return 1;
             }
@@ -195,7 +122,7 @@ TEST_F(LinuxRegistry, AKilledProcessLosesNothingThatItWasToldIsDone)
             for (std::uint32_t i = 1;; ++i)
             {
                 // Two changes as one: a tree, which is there whole or not at all.
-                bool const good = Set(key, TEXT("v"), i) == 0 && MakeKey(key, TEXT("a\\b\\c")) != nullptr &&
+                bool const good = SetNumber(key, TEXT("v"), i) == 0 && MakeKey(key, TEXT("a\\b\\c")) != nullptr &&
                     SHDeleteKeyW(key, TEXT("a")) == 0;
                 if (!good || write(told[1], &i, sizeof i) != static_cast<ssize_t>(sizeof i))
                 {
@@ -220,7 +147,7 @@ TEST_F(LinuxRegistry, AKilledProcessLosesNothingThatItWasToldIsDone)
         }
         close(told[0]);
         ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Killed"));
-        EXPECT_GE(Get(key, TEXT("v")), last);
+        EXPECT_GE(GetNumber(key, TEXT("v")), last);
         ScopedKey const tree = OpenKey(key, TEXT("a"));
         EXPECT_TRUE(tree == nullptr || OpenKey(tree, TEXT("b\\c")) != nullptr);
     }
@@ -282,15 +209,15 @@ TEST_F(LinuxRegistry, AStoreThatCannotBeOpenedTellsSo)
 TEST_F(LinuxRegistry, AStoreThatIsLockedForLongIsBusyAndLosesNothing)
 {
     ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Locked"));
-    ASSERT_EQ(Set(key, TEXT("v"), 1), 0u);
+    ASSERT_EQ(SetNumber(key, TEXT("v"), 1), 0u);
     sqlite3 * other = nullptr;
     ASSERT_EQ(sqlite3_open(Store().c_str(), &other), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-    EXPECT_EQ(Set(key, TEXT("v"), 2), ERROR_BUSY);
-    EXPECT_EQ(Get(key, TEXT("v")), 1u);
+    EXPECT_EQ(SetNumber(key, TEXT("v"), 2), ERROR_BUSY);
+    EXPECT_EQ(GetNumber(key, TEXT("v")), 1u);
     ASSERT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
-    EXPECT_EQ(Set(key, TEXT("v"), 3), 0u);
-    EXPECT_EQ(Get(key, TEXT("v")), 3u);
+    EXPECT_EQ(SetNumber(key, TEXT("v"), 3), 0u);
+    EXPECT_EQ(GetNumber(key, TEXT("v")), 3u);
     EXPECT_EQ(sqlite3_close(other), SQLITE_OK);
 }
 
@@ -310,14 +237,14 @@ TEST_F(LinuxRegistry, AValueThatDoesNotFitTheDiskIsRefusedAndTheOthersStay)
                 LSTATUS const refused = RegSetValueExW(
                     key, TEXT("large"), 0, REG_BINARY, reinterpret_cast<BYTE const *>(large.data()),
                     static_cast<DWORD>(large.size()));
-                return refused == ERROR_SUCCESS ? 1 : Get(key, TEXT("v")) != 77 ? 2 : 0;
+                return refused == ERROR_SUCCESS ? 1 : GetNumber(key, TEXT("v")) != 77 ? 2 : 0;
             }),
         0);
     ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Stored"));
-    EXPECT_EQ(Get(key, TEXT("v")), 77u);
+    EXPECT_EQ(GetNumber(key, TEXT("v")), 77u);
     EXPECT_EQ(Code(RegQueryValueExW(key, TEXT("large"), nullptr, nullptr, nullptr, nullptr)), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Set(key, TEXT("w"), 78), 0u);
-    EXPECT_EQ(Get(key, TEXT("w")), 78u);
+    EXPECT_EQ(SetNumber(key, TEXT("w"), 78), 0u);
+    EXPECT_EQ(GetNumber(key, TEXT("w")), 78u);
 }
 
 TEST_F(LinuxRegistry, AWriterWaitsForAnotherThatEnds)
@@ -342,11 +269,11 @@ TEST_F(LinuxRegistry, AWriterWaitsForAnotherThatEnds)
     ASSERT_EQ(read(begun[0], &byte, 1), 1);
     // The other one ends while this one waits, or just before.
     ASSERT_EQ(write(written[1], &byte, 1), 1);
-    EXPECT_EQ(Set(key, TEXT("v"), 5), 0u);
+    EXPECT_EQ(SetNumber(key, TEXT("v"), 5), 0u);
     int status = 1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(Get(key, TEXT("v")), 5u);
+    EXPECT_EQ(GetNumber(key, TEXT("v")), 5u);
     for (int const end : {begun[0], begun[1], written[0], written[1]})
     {
         close(end);
@@ -361,17 +288,19 @@ TEST_F(LinuxRegistry, VolatileKeysEndWithTheRunOfTheSystem)
             {
                 ScopedKey const lasting = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting"));
                 ScopedKey const brief = MakeKey(lasting, TEXT("brief\\below"), REG_OPTION_VOLATILE);
-                return Set(lasting, TEXT("v"), 1) == 0 && Set(brief, TEXT("v"), 2) == 0 ? 0 : 1;
+                return SetNumber(lasting, TEXT("v"), 1) == 0 && SetNumber(brief, TEXT("v"), 2) == 0 ? 0 : 1;
             }),
         0);
     EXPECT_EQ(
-        InChild([] { return Get(OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting\\brief\\below")), TEXT("v")); }), 2);
+        InChild([]
+                { return GetNumber(OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting\\brief\\below")), TEXT("v")); }),
+        2);
     ASSERT_EQ(Execute("UPDATE keys SET boot = 'an earlier one' WHERE boot IS NOT NULL"), SQLITE_OK);
     ScopedKey const key = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Lasting"));
-    EXPECT_EQ(Get(key, TEXT("v")), 1u);
+    EXPECT_EQ(GetNumber(key, TEXT("v")), 1u);
     EXPECT_EQ(OpenKey(key, TEXT("brief")), nullptr);
     // A key that is made in its place has none of its values.
-    EXPECT_EQ(Get(MakeKey(key, TEXT("brief\\below")), TEXT("v")), 0u);
+    EXPECT_EQ(GetNumber(MakeKey(key, TEXT("brief\\below")), TEXT("v")), 0u);
 }
 
 TEST_F(LinuxRegistry, ChangesByAnotherProcessAreNoticed)
@@ -381,7 +310,7 @@ TEST_F(LinuxRegistry, ChangesByAnotherProcessAreNoticed)
     auto const change = []
     {
         ScopedKey const own = OpenKey(HKEY_CURRENT_USER, TEXT("Software\\Watched"));
-        return Set(own, TEXT("v"), 1) == 0 ? 0 : 1;
+        return SetNumber(own, TEXT("v"), 1) == 0 ? 0 : 1;
     };
     // The child comes first: what a fork does to waits is not what is asked here.
     int go[2];
@@ -425,7 +354,7 @@ TEST_F(LinuxRegistry, ThisMachineHasItsOwnNameToo)
 TEST_F(LinuxRegistry, KeysOfAStoreThatWasReplacedAreGone)
 {
     ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Old"));
-    ASSERT_EQ(Set(key, TEXT("v"), 1), 0u);
+    ASSERT_EQ(SetNumber(key, TEXT("v"), 1), 0u);
     EXPECT_EQ(
         InChild(
             [this]
@@ -439,7 +368,7 @@ TEST_F(LinuxRegistry, KeysOfAStoreThatWasReplacedAreGone)
         0);
     // The fork closed the store here, and what is opened now is the new one.
     EXPECT_NE(OpenKey(HKEY_CURRENT_USER, TEXT("Software\\New")), nullptr);
-    EXPECT_EQ(Set(key, TEXT("v"), 2), ERROR_KEY_DELETED);
+    EXPECT_EQ(SetNumber(key, TEXT("v"), 2), ERROR_KEY_DELETED);
 }
 
 #endif

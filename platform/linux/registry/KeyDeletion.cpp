@@ -22,8 +22,8 @@ LSTATUS RunOn(RegistryStore & store, Sql change, KeyId id)
     return store.Use(change).Bind(id).Run();
 }
 
-/// Deletes what is below a key, and its values. The transaction is the caller's.
-LSTATUS DeleteContents(RegistryStore & store, KeyId id)
+/// Deletes what is below a key, and its values. The transaction is the caller's. `change` tells what was there.
+LSTATUS DeleteContents(RegistryStore & store, KeyId id, KeyChange & change)
 {
     bool hasFixed = false;
     LSTATUS status = Finds(store, Sql::SubtreeHasFixed, id, hasFixed);
@@ -31,15 +31,19 @@ LSTATUS DeleteContents(RegistryStore & store, KeyId id)
     {
         return ERROR_ACCESS_DENIED;
     }
-    for (Sql const change : {Sql::DeleteSubtreeValues, Sql::DeleteSubtree, Sql::DeleteKeyValues})
+    for (Sql const deletion : {Sql::DeleteSubtreeValues, Sql::DeleteSubtree, Sql::DeleteKeyValues})
     {
-        status = status == ERROR_SUCCESS ? RunOn(store, change, id) : status;
+        status = status == ERROR_SUCCESS ? RunOn(store, deletion, id) : status;
+        bool const hasDeleted = status == ERROR_SUCCESS && store.HasChanged();
+        change.kinds |= hasDeleted && deletion == Sql::DeleteSubtree ? REG_NOTIFY_CHANGE_NAME : 0;
+        change.kinds |= hasDeleted && deletion == Sql::DeleteKeyValues ? REG_NOTIFY_CHANGE_LAST_SET : 0;
     }
+    change = {id, change.kinds, true};
     return status == ERROR_SUCCESS ? store.Use(Sql::TouchKey).Bind(id).Bind(WriteTime()).Run() : status;
 }
 
 /// Deletes a key without keys below it. The transaction is the caller's.
-LSTATUS DeleteLeaf(RegistryStore & store, KeyId id, DWORD ifNotEmpty)
+LSTATUS DeleteLeaf(RegistryStore & store, KeyId id, DWORD ifNotEmpty, KeyChange & change)
 {
     if (id < firstFreeKey)
     {
@@ -51,14 +55,19 @@ LSTATUS DeleteLeaf(RegistryStore & store, KeyId id, DWORD ifNotEmpty)
     {
         return static_cast<LSTATUS>(ifNotEmpty);
     }
-    for (Sql const change : {Sql::TouchParent, Sql::DeleteKeyValues, Sql::DeleteKey})
+    if (status == ERROR_SUCCESS)
     {
-        if (status == ERROR_SUCCESS)
-        {
-            Statement statement = store.Use(change);
-            statement.Bind(id);
-            status = change == Sql::TouchParent ? statement.Bind(WriteTime()).Run() : statement.Run();
-        }
+        Statement statement = store.Use(Sql::ParentOf);
+        change = {statement.Bind(id).Step() ? statement.Number(0) : noKey, REG_NOTIFY_CHANGE_NAME, true};
+        status = statement.Result();
+    }
+    if (status == ERROR_SUCCESS)
+    {
+        status = store.Use(Sql::TouchKey).Bind(change.key).Bind(WriteTime()).Run();
+    }
+    for (Sql const deletion : {Sql::DeleteKeyValues, Sql::DeleteKey})
+    {
+        status = status == ERROR_SUCCESS ? RunOn(store, deletion, id) : status;
     }
     return status;
 }
@@ -87,6 +96,7 @@ try
     }
     Transaction transaction(use.Store());
     FoundKey found;
+    KeyChange change{};
     LSTATUS status = transaction.Result();
     if (status == ERROR_SUCCESS)
     {
@@ -94,14 +104,15 @@ try
     }
     if (status == ERROR_SUCCESS && (deletion == Deletion::Tree || deletion == Deletion::Contents))
     {
-        status = DeleteContents(use.Store(), found.id);
+        status = DeleteContents(use.Store(), found.id, change);
     }
     if (status == ERROR_SUCCESS && deletion != Deletion::Contents)
     {
         status = DeleteLeaf(
-            use.Store(), found.id, deletion == Deletion::EmptyKey ? ERROR_KEY_HAS_CHILDREN : ERROR_ACCESS_DENIED);
+            use.Store(), found.id, deletion == Deletion::EmptyKey ? ERROR_KEY_HAS_CHILDREN : ERROR_ACCESS_DENIED,
+            change);
     }
-    return status == ERROR_SUCCESS ? transaction.Commit() : status;
+    return status == ERROR_SUCCESS ? transaction.Commit(change) : status;
 }
 catch (std::bad_alloc const &)
 {

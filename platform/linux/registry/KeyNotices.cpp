@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <new>
 #include <thread>
 #include <vector>
@@ -23,7 +22,6 @@ namespace
 
 /// How long a change by another process may go unnoticed.
 constexpr std::chrono::milliseconds interval(50);
-constexpr std::int64_t wholeSubtree = 1 << 20;
 
 /// One wait for a change. Its event lives as long as the wait.
 struct Notice
@@ -34,15 +32,14 @@ struct Notice
     bool subtree;
     DWORD filter;
     Ref<Event> event;
-    std::uint64_t changeCount;
-    std::string digest;
+    std::uint64_t foreignChanges; ///< when the digest was made
+    std::string digest;           ///< by which changes of other processes are found
 };
 
 /// All waits, and the thread that looks after them while there are any. Guarded by the registry's lock.
 struct Notices
 {
     std::vector<Notice> all;
-    std::condition_variable changed;
     bool isRunning = false;
 };
 
@@ -52,13 +49,13 @@ Notices & Known()
     return notices;
 }
 
-std::string RunDigest(RegistryStore & store, Sql which, KeyId id, std::int64_t depth)
+std::string RunDigest(RegistryStore & store, Sql which, KeyId id, bool subtree)
 {
     Statement statement = store.Use(which);
-    return statement.Bind(id).Bind(depth).Step() ? std::string(statement.Bytes(0)) : std::string();
+    return statement.Bind(id).Bind(std::int64_t{subtree}).Step() ? std::string(statement.Bytes(0)) : std::string();
 }
 
-/// A text that is another one after each change of the kinds that the notice is for. Empty if the key is gone.
+/// A digest that changes with what the notice is for. Empty if the key is gone.
 std::string DigestOf(Notice const & notice)
 {
     RegistryStore & store = *notice.store;
@@ -70,39 +67,82 @@ std::string DigestOf(Notice const & notice)
     std::string digest = "+";
     if ((notice.filter & REG_NOTIFY_CHANGE_NAME) != 0)
     {
-        digest += RunDigest(store, Sql::NameDigest, notice.id, notice.subtree ? wholeSubtree : 1);
+        digest += RunDigest(store, Sql::NameDigest, notice.id, notice.subtree);
     }
     digest += '/';
     if ((notice.filter & REG_NOTIFY_CHANGE_LAST_SET) != 0)
     {
-        digest += RunDigest(store, Sql::ValueDigest, notice.id, notice.subtree ? wholeSubtree : 0);
+        digest += RunDigest(store, Sql::ValueDigest, notice.id, notice.subtree);
     }
     return digest;
 }
 
-bool HasChanged(Notice & notice)
+/// Whether another process has changed what the notice is for.
+bool HasChangedOutside(Notice & notice)
 {
+    std::uint64_t count = notice.foreignChanges;
     if (notice.store->Open() == ERROR_SUCCESS)
     {
-        std::uint64_t const count = notice.store->ChangeCount();
-        if (count == notice.changeCount)
+        count = notice.store->ForeignChangeCount();
+        if (count == notice.foreignChanges)
         {
             return false;
         }
-        notice.changeCount = count;
     }
-    return DigestOf(notice) != notice.digest;
+    bool const hasChanged = DigestOf(notice) != notice.digest;
+    notice.foreignChanges = count;
+    return hasChanged;
 }
 
-void SetThoseThatChanged()
+/// Sets the events of the notices that `isTold` holds for, and forgets these.
+template <class Condition>
+void Tell(Condition && isTold)
 {
     std::vector<Notice> & all = Known().all;
-    auto const changed = std::partition(all.begin(), all.end(), [](Notice & notice) { return !HasChanged(notice); });
-    for (auto notice = changed; notice != all.end(); ++notice)
+    auto const told = std::partition(all.begin(), all.end(), [&](Notice & notice) { return !isTold(notice); });
+    for (auto notice = told; notice != all.end(); ++notice)
     {
         notice->event->Set();
     }
-    all.erase(changed, all.end());
+    all.erase(told, all.end());
+}
+
+/// Whether `key` is `above` or stands below it.
+bool IsWithin(RegistryStore & store, KeyId key, KeyId above)
+{
+    // Numbers fall on the way up, but among the initial keys: another program may have bent the way into a circle.
+    for (KeyId steps = firstFreeKey; key != above && key != noKey && steps > 0;)
+    {
+        Statement statement = store.Use(Sql::ParentOf);
+        KeyId const parent = statement.Bind(key).Step() ? statement.Number(0) : noKey;
+        steps -= parent >= key || key < firstFreeKey ? 1 : 0;
+        key = parent;
+    }
+    return key == above;
+}
+
+/// Whether a change by this process is one that a notice is for: of its kinds and in its place, or of its key's end.
+bool IsConcerned(Notice & notice, RegistryStore & store, KeyChange const & change)
+{
+    if (notice.store.get() != &store)
+    {
+        return false;
+    }
+    FoundKey found;
+    if (change.deletes && FindPath(store, notice.id, {}, found) != ERROR_SUCCESS)
+    {
+        return true;
+    }
+    bool const isInside = change.key == notice.id || (notice.subtree && IsWithin(store, change.key, notice.id));
+    if (isInside && (notice.filter & change.kinds) != 0)
+    {
+        return true;
+    }
+    if (isInside && change.deletes)
+    {
+        notice.digest = DigestOf(notice); // without the values of the keys that are gone
+    }
+    return false;
 }
 
 void Watch()
@@ -111,8 +151,17 @@ void Watch()
     std::unique_lock lock(RegistryLock());
     while (!known.all.empty())
     {
-        known.changed.wait_for(lock, interval);
-        SetThoseThatChanged();
+        lock.unlock();
+        std::this_thread::sleep_for(interval);
+        lock.lock();
+        try
+        {
+            Tell(HasChangedOutside);
+        }
+        catch (std::bad_alloc const &)
+        {
+            // Looked at again after the interval.
+        }
     }
     known.isRunning = false;
 }
@@ -151,14 +200,15 @@ LSTATUS Add(HKEY key, bool subtree, DWORD filter, HANDLE event)
     {
         return gone;
     }
-    Notice notice{use.Object(),
-                  use.SharedStore(),
-                  use.Id(),
-                  subtree,
-                  filter,
-                  Ref<Event>(pinned.Get()),
-                  use.Store().ChangeCount(),
-                  {}};
+    Notice notice{
+        use.Object(),
+        use.SharedStore(),
+        use.Id(),
+        subtree,
+        filter,
+        Ref<Event>(pinned.Get()),
+        use.Store().ForeignChangeCount(),
+        {}};
     notice.digest = DigestOf(notice);
     notice.event->Reset();
     Known().all.push_back(std::move(notice));
@@ -171,32 +221,29 @@ LSTATUS Add(HKEY key, bool subtree, DWORD filter, HANDLE event)
 namespace kv::platform
 {
 
-void NoticeChange() noexcept
+void TellNotices(RegistryStore & store, KeyChange const & change) noexcept
+try
 {
     if (!Known().all.empty())
     {
-        Known().changed.notify_all();
+        Tell([&](Notice & notice) { return IsConcerned(notice, store, change); });
     }
+}
+catch (std::bad_alloc const &)
+{
+    // Of a notice whose digest found no memory the old one stays, which tells at the next change.
 }
 
 void NoticeClose(RegistryKey const & key) noexcept
 {
     std::lock_guard const guard(RegistryLock());
-    std::vector<Notice> & all = Known().all;
-    auto const closed =
-        std::partition(all.begin(), all.end(), [&key](Notice const & notice) { return notice.key != &key; });
-    for (auto notice = closed; notice != all.end(); ++notice)
-    {
-        notice->event->Set();
-    }
-    all.erase(closed, all.end());
+    Tell([&key](Notice const & notice) { return notice.key == &key; });
 }
 
 void ForgetNotices() noexcept
 {
     Notices & known = Known();
     known.all.clear();
-    new (&known.changed) std::condition_variable; // its waiting thread is not in the child
     known.isRunning = false;
 }
 

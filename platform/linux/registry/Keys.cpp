@@ -6,6 +6,7 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winreg.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/registry/RegistryKey.h>
 
 using namespace kv::platform;
@@ -35,7 +36,7 @@ LSTATUS InsertKey(RegistryStore & store, FoundKey & parent, std::u16string_view 
         Statement statement = store.Use(Sql::InsertKey);
         statement.Bind(parent.id).Bind(folded).Bind(NameBytes(name));
         isLast && made.hasClass ? statement.Bind(NameBytes(made.keyClass)) : statement.BindNull();
-        made.isVolatile ? statement.BindText(BootIdentity()) : statement.BindNull();
+        made.isVolatile ? statement.BindText(SystemRun()) : statement.BindNull();
         result = statement.Bind(now).Run();
     }
     KeyId const id = store.LastInserted();
@@ -53,6 +54,7 @@ CreatePath(
     RegistryStore & store, KeyId start, std::u16string_view path, NewKey const & made, FoundKey & found, bool & isNew)
 {
     isNew = false;
+    KeyId above = start;
     Transaction transaction(store);
     LSTATUS result = transaction.Result();
     if (result == ERROR_SUCCESS)
@@ -71,12 +73,13 @@ CreatePath(
         }
         else if (result == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
         {
+            above = isNew ? above : found.id;
             isNew = true;
             result = InsertKey(store, found, name, made, next.empty());
         }
         name = next;
     }
-    return result == ERROR_SUCCESS && isNew ? transaction.Commit() : result;
+    return result == ERROR_SUCCESS && isNew ? transaction.Commit({above, REG_NOTIFY_CHANGE_NAME, false}) : result;
 }
 
 /// The name of this machine, with or without what stands behind its first full stop.
@@ -153,9 +156,7 @@ try
     {
         return use.Result();
     }
-    NewKey const made = {
-        (options & REG_OPTION_VOLATILE) != 0, keyClass == nullptr ? std::u16string_view() : keyClass,
-        keyClass != nullptr};
+    NewKey const made = {(options & REG_OPTION_VOLATILE) != 0, CallersText(keyClass), keyClass != nullptr};
     FoundKey found;
     bool isNew = false;
     LSTATUS status = FindPath(use.Store(), use.Id(), checked, found);
@@ -209,7 +210,7 @@ try
     {
         return ERROR_INVALID_PARAMETER;
     }
-    std::u16string_view name = machine == nullptr ? std::u16string_view() : machine;
+    std::u16string_view name = CallersText(machine);
     name.remove_prefix(name.substr(0, 2) == u"\\\\" ? 2 : 0);
     if (!IsThisMachine(name))
     {

@@ -5,6 +5,7 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/fileapi.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/registry/KeyNotices.h>
 
 namespace kv::platform
@@ -108,6 +109,14 @@ KeyUse::KeyUse(HKEY key, REGSAM access) noexcept
     }
 }
 
+KeyUse::~KeyUse()
+{
+    if (store != nullptr && store->IsDead())
+    {
+        store->Leave();
+    }
+}
+
 LSTATUS KeyUse::NothingFound(LSTATUS otherwise) const noexcept
 {
     Statement statement = store->Use(Sql::KeyExists);
@@ -140,9 +149,9 @@ std::u16string_view TakeName(std::u16string_view & path) noexcept
     return name;
 }
 
-LSTATUS CheckPath(LPCWSTR path, std::u16string_view & checked) noexcept
+LSTATUS CheckPath(LPCWSTR path, std::u16string_view & checked)
 {
-    checked = path == nullptr ? std::u16string_view() : std::u16string_view(path);
+    checked = CallersText(path);
     if (!checked.empty() && checked[0] == u'\\')
     {
         return ERROR_BAD_PATHNAME;
@@ -177,7 +186,14 @@ LSTATUS FindPath(RegistryStore & store, KeyId start, std::u16string_view path, F
             return statement.Result() != ERROR_SUCCESS ? statement.Result()
                                                        : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
         }
-        found = {statement.Number(0), statement.Number(1) != 0};
+        FoundKey const below = {statement.Number(0), statement.Number(1) != 0};
+        // Keys are made after those above them. A way down that does not lead to ever greater numbers could be a
+        // circle.
+        if (below.id <= found.id && (below.id >= firstFreeKey || found.id >= firstFreeKey))
+        {
+            return store.NoteDamage();
+        }
+        found = below;
     }
     return ERROR_SUCCESS;
 }

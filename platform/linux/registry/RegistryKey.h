@@ -49,6 +49,8 @@ public:
     KeyUse(HKEY key, REGSAM access) noexcept;
     KeyUse(KeyUse const &) = delete;
     KeyUse & operator=(KeyUse const &) = delete;
+    /// Leaves a store that the call has found damaged.
+    ~KeyUse();
 
     /// ERROR_SUCCESS, or why there is nothing to work on: ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, or what opening
     /// the store gave.
@@ -100,7 +102,7 @@ struct FoundKey
 /// Takes the next name off the front of a path; empty at its end.
 std::u16string_view TakeName(std::u16string_view & path) noexcept;
 /// The path of a call: null is empty. ERROR_BAD_PATHNAME, or ERROR_INVALID_PARAMETER for a name that is too long.
-LSTATUS CheckPath(LPCWSTR path, std::u16string_view & checked) noexcept;
+LSTATUS CheckPath(LPCWSTR path, std::u16string_view & checked);
 /// The key at `path` from `start`: ERROR_FILE_NOT_FOUND, or ERROR_KEY_DELETED if the start is gone.
 LSTATUS FindPath(RegistryStore & store, KeyId start, std::u16string_view path, FoundKey & found);
 

@@ -18,8 +18,9 @@ constexpr int storeVersion = 1;
 /// Stands there too ("KVRG"), so that no other program's database is taken for a registry.
 constexpr int storeApplication = 0x4B565247;
 
-constexpr char createTables[] = R"sql(
-CREATE TABLE keys(
+/// The tables and what belongs to them, as the file's schema has them: a store with others cannot serve.
+constexpr char const * tableTexts[] = {
+    R"sql(CREATE TABLE keys(
     id INTEGER PRIMARY KEY AUTOINCREMENT,
     parent INTEGER NOT NULL,
     folded BLOB NOT NULL,
@@ -27,19 +28,23 @@ CREATE TABLE keys(
     class BLOB,
     boot TEXT,
     written INTEGER NOT NULL,
-    UNIQUE(parent, folded));
-CREATE TABLE vals(
+    UNIQUE(parent, folded)))sql",
+    R"sql(CREATE TABLE vals(
     key INTEGER NOT NULL,
     folded BLOB NOT NULL,
     name BLOB NOT NULL,
     type INTEGER NOT NULL,
     data BLOB NOT NULL,
     written INTEGER NOT NULL,
-    PRIMARY KEY(key, folded)) WITHOUT ROWID;
-CREATE TABLE store(number INTEGER NOT NULL);
-CREATE INDEX volatileKeys ON keys(boot) WHERE boot IS NOT NULL;
-INSERT INTO store VALUES(abs(random() >> 1) + 1);
-)sql";
+    PRIMARY KEY(key, folded)) WITHOUT ROWID)sql",
+    "CREATE TABLE store(number INTEGER NOT NULL)",
+    "CREATE INDEX volatileKeys ON keys(boot) WHERE boot IS NOT NULL",
+};
+constexpr char numberStore[] = "INSERT INTO store VALUES(abs(random() >> 1) + 1)";
+
+/// What of the schema concerns the tables. Indexes that SQLite makes for itself have no text.
+constexpr char tablesOfSchema[] =
+    "SELECT sql FROM sqlite_schema WHERE lower(tbl_name) IN ('keys', 'vals', 'store') AND sql IS NOT NULL";
 
 constexpr char reserveNumbers[] = "UPDATE sqlite_sequence SET seq = 99 WHERE name = 'keys'";
 static_assert(firstFreeKey == 100);
@@ -69,47 +74,66 @@ constexpr char purgeVolatileValues[] =
     "DELETE FROM vals WHERE key IN (SELECT id FROM keys WHERE boot IS NOT NULL AND boot <> ?1)";
 constexpr char purgeVolatileKeys[] = "DELETE FROM keys WHERE boot IS NOT NULL AND boot <> ?1";
 
+/// The numbers of keys grow from a key to those below it. A store must leave room for further ones.
+constexpr char countBadNumbers[] =
+    "SELECT (SELECT count(*) FROM sqlite_sequence WHERE name = 'keys' AND typeof(seq) = 'integer' AND "
+    "seq BETWEEN 99 AND 1 << 62) <> 1 OR (SELECT min(id) < 1 OR max(id) > 1 << 62 FROM keys)";
+constexpr char countInitialKeys[] = "SELECT count(*) FROM keys WHERE id < 100";
+
+/// A statement, and what its rows must hold, a letter for each column: 'i' an integer, 'u' one of 32 bits without a
+/// sign, 'b' bytes, 'k' the name of a key, 'v' that of a value, 'c' a class or null, 's' a text or null. What other
+/// programs write into the file may be of any kind.
+struct SqlText
+{
+    char const * text;
+    char const * columns;
+};
+
+// A union of unlike rows ends where the parents of keys form a circle, too.
 #define KV_SUBTREE                                                                                                     \
-    "WITH RECURSIVE tree(id) AS (SELECT id FROM keys WHERE parent = ?1 UNION ALL "                                     \
+    "WITH RECURSIVE tree(id) AS (SELECT id FROM keys WHERE parent = ?1 UNION "                                         \
     "SELECT keys.id FROM keys JOIN tree ON keys.parent = tree.id) "
 
 /// In the order of `Sql`.
-constexpr char const * sqlTexts[] = {
-    "BEGIN IMMEDIATE",
-    "COMMIT",
-    "ROLLBACK",
-    "SELECT id, boot IS NOT NULL FROM keys WHERE parent = ?1 AND folded = ?2",
-    "SELECT boot IS NOT NULL FROM keys WHERE id = ?1",
-    "INSERT INTO keys(parent, folded, name, class, boot, written) VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
-    "UPDATE keys SET written = ?2 WHERE id = ?1",
-    "UPDATE keys SET written = ?2 WHERE id = (SELECT parent FROM keys WHERE id = ?1)",
-    "SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1",
-    "DELETE FROM keys WHERE id = ?1",
-    "DELETE FROM vals WHERE key = ?1",
-    KV_SUBTREE "SELECT 1 FROM tree WHERE id < 100 LIMIT 1",
-    KV_SUBTREE "DELETE FROM vals WHERE key IN (SELECT id FROM tree)",
-    KV_SUBTREE "DELETE FROM keys WHERE id IN (SELECT id FROM tree)",
-    "SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2",
-    "INSERT INTO vals(key, folded, name, type, data, written) SELECT ?1, ?2, ?3, ?4, ?5, ?6 "
-    "WHERE EXISTS(SELECT 1 FROM keys WHERE id = ?1) "
-    "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data, written = excluded.written",
-    "DELETE FROM vals WHERE key = ?1 AND folded = ?2",
-    "SELECT name, type, data, folded FROM vals WHERE key = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
-    "SELECT name, type, data, folded FROM vals WHERE key = ?1 AND folded > ?2 ORDER BY folded LIMIT 1",
-    "SELECT name, id, class, folded FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
-    "SELECT name, id, class, folded FROM keys WHERE parent = ?1 AND folded > ?2 ORDER BY folded LIMIT 1",
-    "SELECT class, max(written, (SELECT ifnull(max(written), 0) FROM vals WHERE key = ?1)) FROM keys WHERE id = ?1",
-    "SELECT count(*), ifnull(max(length(name)), 0), ifnull(max(length(class)), 0) FROM keys WHERE parent = ?1",
-    "SELECT count(*), ifnull(max(length(name)), 0), ifnull(max(length(data)), 0) FROM vals WHERE key = ?1",
-    "PRAGMA data_version",
-    // Numbers of keys are never used again, and each change of a value has its time.
-    "WITH RECURSIVE tree(id, level) AS (SELECT id, 1 FROM keys WHERE parent = ?1 UNION ALL SELECT keys.id, level + 1 "
-    "FROM keys JOIN tree ON keys.parent = tree.id WHERE level < ?2) SELECT group_concat(id) FROM (SELECT id FROM tree "
-    "ORDER BY id)",
-    "WITH RECURSIVE tree(id, level) AS (SELECT ?1, 0 UNION ALL SELECT keys.id, level + 1 FROM keys JOIN tree ON "
-    "keys.parent = tree.id WHERE level < ?2) SELECT group_concat(item) FROM (SELECT vals.key || ':' || hex(folded) || "
-    "':' || written || ':' || type || ':' || length(data) AS item FROM vals JOIN tree ON vals.key = tree.id ORDER BY "
-    "vals.key, folded)",
+constexpr SqlText sqlTexts[] = {
+    {"BEGIN IMMEDIATE", ""},
+    {"COMMIT", ""},
+    {"ROLLBACK", ""},
+    {"SELECT id, boot IS NOT NULL FROM keys WHERE parent = ?1 AND folded = ?2", "ii"},
+    {"SELECT boot IS NOT NULL FROM keys WHERE id = ?1", "i"},
+    {"SELECT parent FROM keys WHERE id = ?1", "i"},
+    {"INSERT INTO keys(parent, folded, name, class, boot, written) VALUES(?1, ?2, ?3, ?4, ?5, ?6)", ""},
+    {"UPDATE keys SET written = ?2 WHERE id = ?1", ""},
+    {"SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1", "i"},
+    {"DELETE FROM keys WHERE id = ?1", ""},
+    {"DELETE FROM vals WHERE key = ?1", ""},
+    {KV_SUBTREE "SELECT 1 FROM tree WHERE id < 100 LIMIT 1", "i"},
+    {KV_SUBTREE "DELETE FROM vals WHERE key IN (SELECT id FROM tree)", ""},
+    {KV_SUBTREE "DELETE FROM keys WHERE id IN (SELECT id FROM tree)", ""},
+    {"SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2", "ub"},
+    {"INSERT INTO vals(key, folded, name, type, data, written) SELECT ?1, ?2, ?3, ?4, ?5, ?6 "
+     "WHERE EXISTS(SELECT 1 FROM keys WHERE id = ?1) "
+     "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data, written = excluded.written",
+     ""},
+    {"DELETE FROM vals WHERE key = ?1 AND folded = ?2", ""},
+    {"SELECT name, type, data, folded FROM vals WHERE key = ?1 ORDER BY folded LIMIT 1 OFFSET ?2", "vubb"},
+    {"SELECT name, type, data, folded FROM vals WHERE key = ?1 AND folded > ?2 ORDER BY folded LIMIT 1", "vubb"},
+    {"SELECT name, id, class, folded FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2", "kicb"},
+    {"SELECT name, id, class, folded FROM keys WHERE parent = ?1 AND folded > ?2 ORDER BY folded LIMIT 1", "kicb"},
+    {"SELECT class, max(written, (SELECT ifnull(max(written), 0) FROM vals WHERE key = ?1)) FROM keys WHERE id = ?1",
+     "ci"},
+    {"SELECT count(*), ifnull(max(length(name)), 0), ifnull(max(length(class)), 0) FROM keys WHERE parent = ?1", "iii"},
+    {"SELECT count(*), ifnull(max(length(name)), 0), ifnull(max(length(data)), 0) FROM vals WHERE key = ?1", "iii"},
+    {"PRAGMA data_version", "i"},
+    // Numbers of keys are never used again, and each change of a value has its time. ?2 is 1 for the whole subtree and
+    // 0 for the key itself.
+    {"WITH RECURSIVE tree(id) AS (SELECT id FROM keys WHERE parent = ?1 UNION SELECT keys.id FROM keys JOIN tree ON "
+     "keys.parent = tree.id WHERE ?2) SELECT group_concat(id) FROM (SELECT id FROM tree ORDER BY id)",
+     "s"},
+    {"WITH RECURSIVE tree(id) AS (SELECT ?1 UNION SELECT keys.id FROM keys JOIN tree ON keys.parent = tree.id WHERE "
+     "?2) SELECT group_concat(item) FROM (SELECT vals.key || ':' || hex(folded) || ':' || written || ':' || type || "
+     "':' || length(data) AS item FROM vals JOIN tree ON vals.key = tree.id ORDER BY vals.key, folded)",
+     "s"},
 };
 
 #undef KV_SUBTREE

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include <kvcore/platform/include/winreg.h>
+#include <kvcore/platform/linux/storage/StoreFile.h>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -45,9 +46,9 @@ enum class Sql
     Rollback,
     FindKey,
     KeyExists,
+    ParentOf,
     InsertKey,
     TouchKey,
-    TouchParent,
     HasChildren,
     DeleteKey,
     DeleteKeyValues,
@@ -76,7 +77,11 @@ class RegistryStore;
 class Statement
 {
 public:
-    Statement(RegistryStore & usedStore, sqlite3_stmt * prepared) noexcept : store(usedStore), statement(prepared) {}
+    /// `rowKinds` are the kinds of the columns, as RegistrySql.h has them.
+    Statement(RegistryStore & usedStore, sqlite3_stmt * prepared, char const * rowKinds) noexcept
+        : store(usedStore), statement(prepared), kinds(rowKinds)
+    {
+    }
     Statement(Statement const &) = delete;
     Statement & operator=(Statement const &) = delete;
     ~Statement();
@@ -87,9 +92,10 @@ public:
     Statement & BindText(std::string_view text) noexcept;
     Statement & BindNull() noexcept;
 
-    /// True for a row. False at the end or after a failure: then Result tells which.
+    /// True for a row. False at the end or after a failure: then Result tells which. A row with a column of another
+    /// kind than it must have is damage.
     bool Step() noexcept;
-    /// ERROR_SUCCESS unless a step failed.
+    /// ERROR_SUCCESS unless a step failed, or there was no memory for binding.
     LSTATUS Result() const noexcept
     {
         return result;
@@ -102,14 +108,30 @@ public:
     bool IsNull(int column) const noexcept;
 
 private:
+    Statement & NoteBinding(int code) noexcept;
+    bool HasKind(int column, char kind) const noexcept;
+
     RegistryStore & store;
     sqlite3_stmt * const statement;
+    char const * const kinds;
     int bound = 0;
     LSTATUS result = 0;
 };
 
-/// Once a store has turned out to be damaged, its files lie aside and it is dead: the numbers of its keys mean nothing
-/// in the store that takes its place.
+/// What a change did to keys or values, for those who wait for changes.
+struct KeyChange
+{
+    KeyId key;    ///< the key whose values changed, or below which keys were made or deleted
+    DWORD kinds;  ///< of REG_NOTIFY_CHANGE_NAME and REG_NOTIFY_CHANGE_LAST_SET
+    bool deletes; ///< whether keys were deleted
+};
+
+/// Once a store has turned out to be damaged, or another file has taken its place, it is dead: the numbers of its keys
+/// mean nothing in the store that comes next. The call that finds damage says ERROR_BADDB, and the files are set aside
+/// at its end; further calls through handles of the store say ERROR_KEY_DELETED.
+///
+/// A store that cannot be opened because the disk is full is read from a copy in memory, which each call makes anew,
+/// and whose changes fail with ERROR_DISK_FULL.
 class RegistryStore
 {
 public:
@@ -124,55 +146,69 @@ public:
     /// Opens it if it is closed. A store that is newer, busy or out of reach is tried again the next time.
     LSTATUS Open();
     void Close() noexcept;
-
-    Statement Use(Sql which) noexcept
+    bool IsOpen() const noexcept
     {
-        return Statement(*this, statements[static_cast<std::size_t>(which)]);
+        return database != nullptr;
     }
+
+    /// Comes before each change: ERROR_KEY_DELETED if another process has set the store aside or removed it, so that
+    /// nothing is written where nobody reads it.
+    LSTATUS CheckPlace() noexcept;
+
+    Statement Use(Sql which) noexcept;
     /// Whether the last statement that changes something changed a row, and the number of a key that it made.
     bool HasChanged() const noexcept;
     KeyId LastInserted() const noexcept;
+    bool IsInTransaction() const noexcept;
 
     /// Puts all changes so far on the disk.
     LSTATUS Flush() noexcept;
 
     /// Differs from an earlier count if anything changed since, by this process or another.
     std::uint64_t ChangeCount() noexcept;
-    /// Notes a change of this process, and lets those know who wait for one.
-    void NoteChange() noexcept;
-    /// A statement found damage: the store is dead, and its next use sets the files aside.
-    void NoteDamage() noexcept
-    {
-        isDead = true;
-        isDamaged = true;
-    }
+    /// The same for changes by other processes alone.
+    std::uint64_t ForeignChangeCount() noexcept;
+    /// Notes a change of this process, and sets the events of those who wait for it.
+    void NoteChange(KeyChange const & change) noexcept;
+
+    /// What a result of SQLite means for a call. Damage makes the store dead.
+    LSTATUS StatusOf(int code) noexcept;
+    /// A row cannot be what it is: the same.
+    LSTATUS NoteDamage() noexcept;
     bool IsDead() const noexcept
     {
         return isDead;
     }
+    /// Closes a dead store and, where its files are damaged, gives them another name. No statement may be in use.
+    void Leave() noexcept;
 
 private:
     LSTATUS OpenFile() noexcept;
+    LSTATUS OpenCopy() noexcept;
+    LSTATUS CopyFile() noexcept;
     LSTATUS Prepare() noexcept;
+    LSTATUS CheckVersion(std::int64_t & version) noexcept;
     LSTATUS CreateTables() noexcept;
     LSTATUS FillNewStore() noexcept;
-    LSTATUS CheckIdentity() noexcept;
+    LSTATUS CheckTables() noexcept;
+    LSTATUS CheckKeys() noexcept;
+    LSTATUS CheckInitialKeys() noexcept;
+    LSTATUS CheckNumber() noexcept;
     LSTATUS PurgeVolatile() noexcept;
     LSTATUS Execute(char const * text) noexcept;
     LSTATUS ReadNumber(char const * query, std::int64_t & number, bool withRun = false) noexcept;
-    void Bury() noexcept;
-    void SetAside() const;
 
     std::string const path;
     sqlite3 * database = nullptr;
     std::array<sqlite3_stmt *, static_cast<std::size_t>(Sql::Count)> statements{};
-    std::int64_t identity = 0; ///< of the database, so that another one in its place is noticed
-    std::uint64_t inode = 0;
+    std::int64_t storeNumber = 0; ///< of the database, so that another one in its place is noticed
+    FileIdentity file;
     std::uint64_t changes = 0;
+    std::uint64_t foreignChanges = 0;
     std::int64_t dataVersion = 0;
+    bool isCopy = false;
     bool isDead = false;
     bool isDamaged = false;
-    bool isBuried = false;
 };
 
 /// A change of several rows, as a whole or not at all.
@@ -189,16 +225,15 @@ public:
     {
         return result;
     }
-    LSTATUS Commit() noexcept;
+    LSTATUS Commit(KeyChange const & change) noexcept;
 
 private:
+    static LSTATUS Begin(RegistryStore & store) noexcept;
+
     RegistryStore & store;
     LSTATUS const result;
     bool isOpen;
 };
-
-/// Names this run of the system, which volatile keys belong to.
-std::string const & BootIdentity();
 
 /// The system's time as it is stored with keys and values. No two of a process are the same.
 std::int64_t WriteTime() noexcept;

@@ -1,11 +1,13 @@
 #include <algorithm>
-#include <cstring>
+#include <array>
 #include <limits>
+#include <memory>
 #include <new>
 #include <string>
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winreg.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/registry/RegistryKey.h>
 
 using namespace kv::platform;
@@ -15,18 +17,20 @@ namespace
 
 constexpr std::size_t mostNameUnits = 16383;
 
-std::u16string_view ViewOf(LPCWSTR text) noexcept
-{
-    return text == nullptr ? std::u16string_view() : std::u16string_view(text);
-}
-
 bool IsText(DWORD type) noexcept
 {
     return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
 }
 
-/// Hands out a value's data as the reading calls do.
-LSTATUS GiveData(std::string_view bytes, DWORD type, BYTE * data, LPDWORD size) noexcept
+/// Whether a text ends without its NUL. An odd byte at the end makes it no text.
+bool LacksNul(std::string_view bytes) noexcept
+{
+    std::size_t const size = bytes.size();
+    return size != 0 && size % sizeof(WCHAR) == 0 && (bytes[size - 2] != 0 || bytes[size - 1] != 0);
+}
+
+/// Hands out a value's data as the reading calls do. The memory is the caller's, and may fault.
+LSTATUS GiveData(std::string_view bytes, DWORD type, BYTE * data, LPDWORD size)
 {
     if (size == nullptr)
     {
@@ -42,28 +46,25 @@ LSTATUS GiveData(std::string_view bytes, DWORD type, BYTE * data, LPDWORD size) 
     {
         return ERROR_MORE_DATA;
     }
-    std::copy(bytes.begin(), bytes.end(), data);
+    CopyToCaller(data, bytes.data(), bytes.size());
     // A text that was stored without its NUL is given one, which does not count.
-    std::size_t const length = bytes.size() / sizeof(WCHAR);
-    if (IsText(type) && length != 0 && bytes.size() % sizeof(WCHAR) == 0 && room - bytes.size() >= sizeof(WCHAR) &&
-        std::any_of(
-            bytes.begin() + static_cast<std::ptrdiff_t>((length - 1) * sizeof(WCHAR)),
-            bytes.begin() + static_cast<std::ptrdiff_t>(length * sizeof(WCHAR)), [](char byte) { return byte != 0; }))
+    if (IsText(type) && LacksNul(bytes) && room - bytes.size() >= sizeof(WCHAR))
     {
-        std::memset(data + length * sizeof(WCHAR), 0, sizeof(WCHAR));
+        data[bytes.size()] = 0;
+        data[bytes.size() + 1] = 0;
     }
     return ERROR_SUCCESS;
 }
 
 /// Hands out a name with its NUL. `size` has the room in elements, and is untouched if that does not do.
-LSTATUS GiveName(std::string_view bytes, LPWSTR name, LPDWORD size) noexcept
+LSTATUS GiveName(std::string_view bytes, LPWSTR name, LPDWORD size)
 {
     std::size_t const length = bytes.size() / sizeof(WCHAR);
     if (length >= *size)
     {
         return ERROR_MORE_DATA;
     }
-    std::copy_n(bytes.data(), length * sizeof(WCHAR), reinterpret_cast<char *>(name)); // which may be none at no place
+    CopyToCaller(name, bytes.data(), length * sizeof(WCHAR)); // which may be none at no place
     name[length] = 0;
     *size = static_cast<DWORD>(length);
     return ERROR_SUCCESS;
@@ -95,7 +96,7 @@ LSTATUS EndOfEnumeration(KeyUse const & use, Statement const & statement) noexce
     return statement.Result() != ERROR_SUCCESS ? statement.Result() : use.NothingFound(ERROR_NO_MORE_ITEMS);
 }
 
-void GiveTime(std::int64_t written, FILETIME * time) noexcept
+void GiveTime(std::int64_t written, FILETIME * time)
 {
     if (time != nullptr)
     {
@@ -104,7 +105,7 @@ void GiveTime(std::int64_t written, FILETIME * time) noexcept
     }
 }
 
-void Give(LPDWORD place, std::int64_t number) noexcept
+void Give(LPDWORD place, std::int64_t number)
 {
     if (place != nullptr)
     {
@@ -125,6 +126,89 @@ LSTATUS ReadKeyInfo(KeyUse const & use, KeyId id, std::string & keyClass, std::i
     return ERROR_SUCCESS;
 }
 
+/// A caller's data in memory of the call's own. SQLite must not meet a bad pointer in the middle of its work.
+class CallersData
+{
+public:
+    CallersData(BYTE const * data, DWORD size) : length(size)
+    {
+        if (size > small.size())
+        {
+            large.reset(new char[size]);
+        }
+        CopyFromCaller(Begin(), data, size);
+    }
+    std::string_view Bytes() noexcept
+    {
+        return {Begin(), length};
+    }
+
+private:
+    char * Begin() noexcept
+    {
+        return large != nullptr ? large.get() : small.data();
+    }
+
+    DWORD const length;
+    std::array<char, 256> small; // most values are small
+    std::unique_ptr<char[]> large;
+};
+
+/// A key that a call opens for itself.
+class OpenedKey
+{
+public:
+    OpenedKey() = default;
+    OpenedKey(OpenedKey const &) = delete;
+    OpenedKey & operator=(OpenedKey const &) = delete;
+    ~OpenedKey()
+    {
+        if (key != nullptr)
+        {
+            RegCloseKey(key);
+        }
+    }
+    operator HKEY() const noexcept
+    {
+        return key;
+    }
+    PHKEY Place() noexcept
+    {
+        return &key;
+    }
+
+private:
+    HKEY key = nullptr;
+};
+
+LSTATUS StoreValue(KeyUse const & use, std::u16string_view name, DWORD type, std::string_view bytes)
+{
+    if (LSTATUS const gone = use.Store().CheckPlace(); gone != ERROR_SUCCESS)
+    {
+        return gone;
+    }
+    FoldedName const folded(name);
+    LSTATUS const status = use.Store()
+                               .Use(Sql::SetValue)
+                               .Bind(use.Id())
+                               .Bind(folded)
+                               .Bind(NameBytes(name))
+                               .Bind(std::int64_t{type})
+                               .Bind(bytes)
+                               .Bind(WriteTime())
+                               .Run();
+    if (status != ERROR_SUCCESS)
+    {
+        return status;
+    }
+    if (!use.Store().HasChanged())
+    {
+        return ERROR_KEY_DELETED;
+    }
+    use.Store().NoteChange({use.Id(), REG_NOTIFY_CHANGE_LAST_SET, false});
+    return ERROR_SUCCESS;
+}
+
 } // namespace
 
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, BYTE * data, LPDWORD size)
@@ -139,7 +223,7 @@ try
     {
         return use.Result();
     }
-    FoldedName const folded(ViewOf(name));
+    FoldedName const folded(CallersText(name));
     Statement statement = use.Store().Use(Sql::GetValue);
     if (statement.Bind(use.Id()).Bind(folded).Step())
     {
@@ -164,7 +248,7 @@ catch (std::bad_alloc const &)
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, BYTE const * data, DWORD size)
 try
 {
-    std::u16string_view const view = ViewOf(name);
+    std::u16string_view const view = CallersText(name);
     if (view.size() > mostNameUnits)
     {
         return ERROR_INVALID_PARAMETER;
@@ -178,27 +262,8 @@ try
     {
         return use.Result();
     }
-    FoldedName const folded(view);
-    std::string_view const bytes(data == nullptr ? "" : reinterpret_cast<char const *>(data), size);
-    LSTATUS const status = use.Store()
-                               .Use(Sql::SetValue)
-                               .Bind(use.Id())
-                               .Bind(folded)
-                               .Bind(NameBytes(view))
-                               .Bind(std::int64_t{type})
-                               .Bind(bytes)
-                               .Bind(WriteTime())
-                               .Run();
-    if (status != ERROR_SUCCESS)
-    {
-        return status;
-    }
-    if (!use.Store().HasChanged())
-    {
-        return ERROR_KEY_DELETED;
-    }
-    use.Store().NoteChange();
-    return ERROR_SUCCESS;
+    CallersData copy(data, size);
+    return StoreValue(use, view, type, copy.Bytes());
 }
 catch (std::bad_alloc const &)
 {
@@ -211,15 +276,14 @@ LSTATUS WINAPI RegQueryValueW(HKEY key, LPCWSTR path, LPWSTR text, LONG * size)
     {
         return ERROR_INVALID_PARAMETER;
     }
-    HKEY opened = nullptr;
-    LSTATUS status = RegOpenKeyExW(key, path, 0, KEY_QUERY_VALUE, &opened);
+    OpenedKey opened;
+    LSTATUS status = RegOpenKeyExW(key, path, 0, KEY_QUERY_VALUE, opened.Place());
     if (status != ERROR_SUCCESS)
     {
         return status;
     }
     status = RegQueryValueExW(
         opened, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(text), reinterpret_cast<LPDWORD>(size));
-    RegCloseKey(opened);
     if (status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
     {
         // A key without a default value has an empty one.
@@ -242,10 +306,11 @@ LSTATUS WINAPI RegSetValueW(HKEY key, LPCWSTR path, DWORD type, LPCWSTR text, DW
     {
         return ERROR_INVALID_PARAMETER;
     }
-    HKEY opened = nullptr;
+    OpenedKey opened;
     bool const isBelow = path != nullptr && *path != 0;
-    LSTATUS status = isBelow ? RegCreateKeyExW(key, path, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened, nullptr)
-                             : RegOpenKeyExW(key, nullptr, 0, KEY_SET_VALUE, &opened);
+    LSTATUS status = isBelow
+        ? RegCreateKeyExW(key, path, 0, nullptr, 0, KEY_SET_VALUE, nullptr, opened.Place(), nullptr)
+        : RegOpenKeyExW(key, nullptr, 0, KEY_SET_VALUE, opened.Place());
     if (status != ERROR_SUCCESS)
     {
         return status;
@@ -254,7 +319,6 @@ LSTATUS WINAPI RegSetValueW(HKEY key, LPCWSTR path, DWORD type, LPCWSTR text, DW
     status = size > std::numeric_limits<DWORD>::max()
         ? static_cast<LSTATUS>(ERROR_INVALID_PARAMETER)
         : RegSetValueExW(opened, nullptr, 0, REG_SZ, reinterpret_cast<BYTE const *>(text), static_cast<DWORD>(size));
-    RegCloseKey(opened);
     return status;
 }
 
@@ -266,7 +330,7 @@ try
     {
         return use.Result();
     }
-    FoldedName const folded(ViewOf(name));
+    FoldedName const folded(CallersText(name));
     Transaction transaction(use.Store());
     LSTATUS status = transaction.Result();
     if (status == ERROR_SUCCESS)
@@ -281,7 +345,7 @@ try
     {
         status = use.Store().Use(Sql::TouchKey).Bind(use.Id()).Bind(WriteTime()).Run();
     }
-    return status == ERROR_SUCCESS ? transaction.Commit() : status;
+    return status == ERROR_SUCCESS ? transaction.Commit({use.Id(), REG_NOTIFY_CHANGE_LAST_SET, false}) : status;
 }
 catch (std::bad_alloc const &)
 {
