@@ -331,9 +331,11 @@ bool SysRegKey::SetBoolean(String name, bool value)
 
 bool SysRegKey::SetFloat(String name, double value)
 {
-    constexpr std::size_t longest = 31; // a cut text would be read as another number
-    String const text = String::FromFormat(TEXT("%lf"), value);
-    return text.size() <= longest && SetString(name, text);
+    // Kept: the text had its place in a buffer of 32 characters, and what was stored is what fitted into it.
+    constexpr std::size_t longest = 31;
+    String text = String::FromFormat(TEXT("%lf"), value);
+    text.resize(std::min(text.size(), longest));
+    return SetString(name, text);
 }
 
 bool SysRegKey::SetInteger(String name, DWORD value)

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <kvcore/config/SectionedConfigData.h>
 #include <kvcore/config/SysRegKey.h>
 #include <support/ScratchKey.h>
 #include <support/SerializingObjects.h>
@@ -474,10 +475,39 @@ TEST_F(SysRegKeyTest, FloatsAreTextWithSixDigits)
     EXPECT_TRUE(key.SetFloat(TEXT("v"), 0.0000001));
     EXPECT_TRUE(key.GetFloat(TEXT("v"), value));
     EXPECT_EQ(value, 0);
-    EXPECT_FALSE(key.SetFloat(TEXT("v"), 1e300)) << "it takes more characters than there are";
     EXPECT_TRUE(key.SetFloat(TEXT("v"), -1e20));
     EXPECT_TRUE(key.GetFloat(TEXT("v"), value));
     EXPECT_EQ(value, -1e20);
+}
+
+TEST_F(SysRegKeyTest, FloatTextsAreCutAtThirtyOneCharactersAsInProfiles)
+{
+    struct Row
+    {
+        double value;
+        WCHAR const * text;
+    };
+    constexpr Row rows[] = {
+        {1e23, TEXT("99999999999999991611392.000000")},   {1e24, TEXT("999999999999999983222784.000000")},
+        {-1e23, TEXT("-99999999999999991611392.000000")}, {-1e24, TEXT("-999999999999999983222784.00000")},
+        {1e25, TEXT("10000000000000000905969664.0000")},  {1e30, TEXT("1000000000000000019884624838656")},
+        {1e31, TEXT("9999999999999999635896294965248")},  {-1e31, TEXT("-999999999999999963589629496524")},
+        {1e300, TEXT("1000000000000000052504760255204")},
+    };
+    for (Row const & row : rows)
+    {
+        String text;
+        EXPECT_TRUE(key.SetFloat(TEXT("v"), row.value));
+        EXPECT_TRUE(key.GetString(TEXT("v"), text));
+        EXPECT_EQ(text, String(row.text));
+        SectionedConfigData profile;
+        profile.SetFloat(TEXT("s"), TEXT("v"), row.value);
+        EXPECT_TRUE(profile.GetString(TEXT("s"), TEXT("v"), text));
+        EXPECT_EQ(text, String(row.text));
+    }
+    double value = 0;
+    EXPECT_TRUE(key.GetFloat(TEXT("v"), value)) << "what is left of it is another number";
+    EXPECT_EQ(value, 1000000000000000052504760255204.0);
 }
 
 TEST_F(SysRegKeyTest, NamesAreListed)

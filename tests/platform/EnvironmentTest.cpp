@@ -94,12 +94,37 @@ TEST(Environment, MissingVariablesAreAnError)
 
 TEST(Environment, NamesHaveNoEqualsSignAndAreNotEmpty)
 {
-    for (LPCWSTR const name : {TEXT(""), TEXT("a=b")})
+    for (LPCWSTR const name : {TEXT(""), TEXT("a=b"), TEXT("a="), TEXT("=="), TEXT("=a="), TEXT("=a=b")})
     {
         SetLastError(0);
         EXPECT_FALSE(SetEnvironmentVariableW(name, TEXT("x")));
         EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
     }
+}
+
+TEST(Environment, NamesMayBeginWithAnEqualsSign)
+{
+    for (LPCWSTR const name : {TEXT("=KvTest:"), TEXT("=KvTest"), TEXT("=")})
+    {
+        EXPECT_TRUE(SetEnvironmentVariableW(name, TEXT("a=b")));
+        EXPECT_EQ(TEXT("a=b"), ValueOf(name));
+        EXPECT_TRUE(SetEnvironmentVariableW(name, TEXT("another")));
+        EXPECT_EQ(TEXT("another"), ValueOf(name));
+    }
+    EXPECT_EQ(TEXT("another"), ValueOf(TEXT("=KVTEST:")));
+    EXPECT_EQ(TEXT("<another>"), Expanded(TEXT("<%=kvtest:%>")));
+    {
+        Variable const other(TEXT("KVCORE_TEST_G"), TEXT("beside it"));
+        EXPECT_EQ(TEXT("beside it"), ValueOf(TEXT("KVCORE_TEST_G")));
+    }
+    EXPECT_TRUE(SetEnvironmentVariableW(TEXT("=KVTEST:"), nullptr));
+    EXPECT_EQ(0u, GetEnvironmentVariableW(TEXT("=KvTest:"), nullptr, 0));
+    EXPECT_EQ(TEXT("another"), ValueOf(TEXT("=KvTest"))) << "the others stay";
+    EXPECT_TRUE(SetEnvironmentVariableW(TEXT("=KvTest"), TEXT("")));
+    EXPECT_EQ(1u, GetEnvironmentVariableW(TEXT("=KvTest"), nullptr, 0));
+    EXPECT_TRUE(SetEnvironmentVariableW(TEXT("=KvTest"), nullptr));
+    EXPECT_TRUE(SetEnvironmentVariableW(TEXT("="), nullptr));
+    EXPECT_TRUE(SetEnvironmentVariableW(TEXT("=KvTest"), nullptr)) << "it is gone already";
 }
 
 TEST(Environment, NamesBetweenPercentSignsAreExpanded)
@@ -118,11 +143,12 @@ TEST(Environment, ExpandedTextsTellTheSizeThatTheyNeed)
 {
     Variable const variable(TEXT("KVCORE_TEST_F"), TEXT("xyz"));
     WCHAR buffer[6] = {};
-    for (DWORD const size : {0u, 3u, 5u})
+    for (DWORD const size : {0u, 1u, 3u, 5u})
     {
         SetLastError(0);
         EXPECT_EQ(6u, ExpandEnvironmentStringsW(TEXT("a%KVCORE_TEST_F%b"), size != 0 ? buffer : nullptr, size));
         EXPECT_EQ(DWORD{ERROR_INSUFFICIENT_BUFFER}, GetLastError());
+        EXPECT_EQ(WString(TEXT("axyzb"), size != 0 ? size - 1 : 0), buffer) << "what there is room for";
     }
     EXPECT_EQ(6u, ExpandEnvironmentStringsW(TEXT("a%KVCORE_TEST_F%b"), buffer, 6));
 }

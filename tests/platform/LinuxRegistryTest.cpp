@@ -63,6 +63,17 @@ TEST_F(LinuxRegistry, CountsAreForHandlesThatRead)
         ERROR_ACCESS_DENIED);
 }
 
+TEST_F(LinuxRegistry, AnEmptyPathIsAKeyThatWasThere)
+{
+    ScopedKey made;
+    DWORD disposition = 0;
+    EXPECT_EQ(
+        Code(
+            RegCreateKeyExW(HKEY_CURRENT_USER, TEXT(""), 0, nullptr, 0, KEY_READ, nullptr, made.Place(), &disposition)),
+        0u);
+    EXPECT_EQ(disposition, REG_OPENED_EXISTING_KEY);
+}
+
 TEST_F(LinuxRegistry, AForkedChildAndItsParentGoOn)
 {
     ScopedKey const key = MakeKey(HKEY_CURRENT_USER, TEXT("Software\\Forked"));

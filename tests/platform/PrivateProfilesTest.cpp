@@ -171,6 +171,38 @@ TEST(PrivateProfiles, NullNamesList)
     EXPECT_EQ(profile.Keys(TEXT("zz")), TEXT("DEF"));
 }
 
+TEST(PrivateProfiles, ALineWithoutEqualsSignIsAKeyWithoutAValue)
+{
+    Profile const profile("[a]\r\nk\r\nk=behind\r\nn=1\r\nn\r\n;c\r\n;c=2\r\n");
+    EXPECT_EQ(profile.Text(TEXT("a"), TEXT("K")), TEXT("DEF")) << "it hides the line behind it";
+    EXPECT_EQ(profile.Number(TEXT("k")), -99);
+    EXPECT_EQ(profile.Text(TEXT("a"), TEXT("n")), TEXT("1"));
+    EXPECT_EQ(profile.Keys(TEXT("a")), TEXT("k|n|")) << "and is no name in the list";
+    EXPECT_TRUE(profile.Set(TEXT("a"), TEXT("k"), nullptr));
+    EXPECT_EQ(profile.Text(TEXT("a"), TEXT("k")), TEXT("behind"));
+    EXPECT_TRUE(profile.Set(TEXT("a"), TEXT("n"), nullptr));
+    EXPECT_EQ(profile.Text(TEXT("a"), TEXT("n")), TEXT("DEF"));
+    EXPECT_TRUE(profile.Set(TEXT("a"), TEXT("N"), TEXT("3")));
+    EXPECT_EQ(profile.Text(TEXT("a"), TEXT("n")), TEXT("3"));
+    EXPECT_EQ(profile.Keys(TEXT("a")), TEXT("k|n|"));
+}
+
+TEST(PrivateProfiles, AListOfNoKeysIsTheFallbackAsItStands)
+{
+    Profile const profile("[empty]\r\n[lines]\r\njunk\r\n;c=1\r\n[nameless]\r\n=v\r\nk=1\r\n[a]\r\nk=1\r\n");
+    for (WCHAR const * const section : {TEXT("empty"), TEXT("lines"), TEXT("nameless"), TEXT("none"), TEXT(" a ")})
+    {
+        EXPECT_EQ(profile.Keys(section), TEXT("DEF"));
+        EXPECT_EQ(profile.Text(section, nullptr, TEXT("\"q\" ")), TEXT("\"q\" "));
+        EXPECT_EQ(profile.Text(section, nullptr, nullptr), TEXT(""));
+        EXPECT_EQ(profile.Keys(section, 3), TEXT("DE"));
+    }
+    EXPECT_EQ(profile.Keys(TEXT("a")), TEXT("k|"));
+    EXPECT_EQ(profile.Keys(TEXT("a"), 2), TEXT("D")) << "there is no room for a name";
+    EXPECT_EQ(profile.Lines(TEXT(" a ")), TEXT("")) << "lists take a section's name as it stands";
+    EXPECT_EQ(profile.Text(TEXT(" a "), TEXT(" k ")), TEXT("1"));
+}
+
 TEST(PrivateProfiles, TextsAreCutAtOneLessThanTheRoom)
 {
     Profile const profile(sample);

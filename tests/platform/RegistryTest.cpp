@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -686,6 +687,137 @@ TEST(Registry, ChangesAreNoticed)
         EXPECT_EQ(Code(RegDeleteKeyW(key, TEXT("another"))), 0u);
         EXPECT_TRUE(names.IsSetSoon());
     }
+}
+
+TEST(Registry, ChangesOfThisProcessAreToldBeforeTheirCallReturns)
+{
+    constexpr DWORD names = REG_NOTIFY_CHANGE_NAME;
+    constexpr DWORD values = REG_NOTIFY_CHANGE_LAST_SET;
+    constexpr DWORD threadAgnostic = 0x10000000; // REG_NOTIFY_THREAD_AGNOSTIC, which asks for what is so anyway
+    struct Row
+    {
+        char const * what;
+        std::function<void(HKEY scratch, HKEY key, HKEY child)> change;
+        DWORD told;      ///< of the key alone
+        DWORD toldBelow; ///< with its subtree
+    };
+    Row const rows[] = {
+        {"a value", [](HKEY, HKEY key, HKEY) { SetNumber(key, TEXT("n")); }, values, values},
+        {"another number", [](HKEY, HKEY key, HKEY) { SetNumber(key, TEXT("v"), sample + 1); }, values, values},
+        {"the same number", [](HKEY, HKEY key, HKEY) { SetNumber(key, TEXT("v")); }, 0, 0},
+        {"a value less", [](HKEY, HKEY key, HKEY) { RegDeleteValueW(key, TEXT("v")); }, values, values},
+        {"no value less", [](HKEY, HKEY key, HKEY) { RegDeleteValueW(key, TEXT("none")); }, 0, 0},
+        {"a key", [](HKEY, HKEY key, HKEY) { MakeKey(key, TEXT("n")); }, names, names},
+        {"a key that is there", [](HKEY, HKEY key, HKEY) { MakeKey(key, TEXT("child")); }, 0, 0},
+        {"keys below", [](HKEY, HKEY key, HKEY) { MakeKey(key, TEXT("child\\n\\m")); }, 0, names},
+        {"a key less", [](HKEY, HKEY key, HKEY) { SHDeleteKeyW(key, TEXT("child")); }, names, names},
+        {"a key below less", [](HKEY, HKEY, HKEY child) { RegDeleteKeyW(child, TEXT("leaf")); }, 0, names},
+        {"a value below", [](HKEY, HKEY, HKEY child) { SetNumber(child, TEXT("n")); }, 0, values},
+        {"a value below less", [](HKEY, HKEY, HKEY child) { RegDeleteValueW(child, TEXT("v")); }, 0, values},
+        {"a value above", [](HKEY scratch, HKEY, HKEY) { SetNumber(scratch, TEXT("n")); }, 0, 0},
+        {"a key beside", [](HKEY scratch, HKEY, HKEY) { MakeKey(scratch, TEXT("beside\\n")); }, 0, 0},
+        {"its own end", [](HKEY scratch, HKEY, HKEY) { SHDeleteKeyW(scratch, TEXT("watched")); }, names, names},
+    };
+    for (Row const & row : rows)
+    {
+        for (BOOL const subtree : {FALSE, TRUE})
+        {
+            ScratchKey const scratch;
+            ScopedKey const key = MakeKey(scratch, TEXT("watched"));
+            ScopedKey const child = MakeKey(key, TEXT("child"));
+            MakeKey(child, TEXT("leaf"));
+            SetNumber(key, TEXT("v"));
+            SetNumber(child, TEXT("v"));
+            Watch const ofNames(scratch, TEXT("watched"), subtree, names);
+            Watch const ofValues(scratch, TEXT("watched"), subtree, values);
+            Watch const ofBoth(scratch, TEXT("watched"), subtree, names | values | threadAgnostic);
+            row.change(scratch, key, child);
+            DWORD const told = subtree ? row.toldBelow : row.told;
+            EXPECT_EQ(ofNames.IsSet(), told == names) << row.what << ' ' << subtree;
+            EXPECT_EQ(ofValues.IsSet(), told == values) << row.what << ' ' << subtree;
+            EXPECT_EQ(ofBoth.IsSet(), told != 0) << row.what << ' ' << subtree;
+        }
+    }
+}
+
+/// Programs ask for the next change each time that one came.
+TEST(Registry, EachWaitIsForOneChange)
+{
+    ScratchKey const scratch;
+    ScopedKey const key = MakeKey(scratch, TEXT("watched"));
+    HANDLE const event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    for (DWORD number = 1; number <= 100; ++number)
+    {
+        ASSERT_EQ(Code(RegNotifyChangeKeyValue(key, FALSE, REG_NOTIFY_CHANGE_LAST_SET, event, TRUE)), 0u);
+        SetNumber(key, TEXT("v"), number);
+        EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    }
+    CloseHandle(event);
+}
+
+TEST(Registry, TextsWithHalfALetterGetANulToo)
+{
+    ScratchKey const scratch;
+    BYTE const bytes[] = {'a', 0, 'b', 'c', 'd'};
+    for (DWORD const size : {3u, 5u})
+    {
+        BYTE read[10];
+        std::fill(read, read + 10, BYTE{0xEE});
+        DWORD room = 10;
+        EXPECT_EQ(Code(RegSetValueExW(scratch, TEXT("v"), 0, REG_SZ, bytes, size)), 0u);
+        EXPECT_EQ(Code(RegQueryValueExW(scratch, TEXT("v"), nullptr, nullptr, read, &room)), 0u);
+        EXPECT_EQ(room, size);
+        EXPECT_EQ(read[size], 0);
+        EXPECT_EQ(read[size + 1], 0);
+        EXPECT_EQ(read[size + 2], 0xEE);
+    }
+}
+
+TEST(Registry, AClassWithoutRoomLeavesTheName)
+{
+    ScratchKey const scratch;
+    WCHAR keyClass[] = TEXT("a class");
+    ScopedKey made;
+    ASSERT_EQ(
+        Code(RegCreateKeyExW(scratch, TEXT("k"), 0, keyClass, 0, KEY_ALL_ACCESS, nullptr, made.Place(), nullptr)), 0u);
+    WCHAR name[10] = TEXT("~");
+    WCHAR found[10] = TEXT("~");
+    DWORD size = 10;
+    DWORD classSize = 7;
+    EXPECT_EQ(Code(RegEnumKeyExW(scratch, 0, name, &size, nullptr, found, &classSize, nullptr)), ERROR_MORE_DATA);
+    EXPECT_EQ(WString(name), TEXT("~"));
+    EXPECT_EQ(size, 10u);
+    classSize = 0;
+    EXPECT_EQ(
+        Code(RegQueryInfoKeyW(
+            made, found, &classSize, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr)),
+        0u)
+        << "no room at all asks for the size";
+    EXPECT_EQ(classSize, 7u);
+    EXPECT_EQ(WString(found), TEXT("~"));
+}
+
+TEST(Registry, AnEmptyPathCreatesNothing)
+{
+    ScratchKey const scratch;
+    for (LPCWSTR const path : {static_cast<LPCWSTR>(nullptr), TEXT("")})
+    {
+        ScopedKey made;
+        EXPECT_EQ(
+            Code(RegCreateKeyExW(scratch, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, made.Place(), nullptr)), 0u);
+        SetNumber(made, TEXT("v"));
+        EXPECT_EQ(Code(RegQueryValueExW(scratch, TEXT("v"), nullptr, nullptr, nullptr, nullptr)), 0u);
+    }
+}
+
+TEST(Registry, AnEmptyKeyIsNotDeletedWithoutAPath)
+{
+    ScratchKey const scratch;
+    EXPECT_EQ(SHDeleteEmptyKeyW(scratch, nullptr), ERROR_INVALID_PARAMETER);
+    MakeKey(scratch, TEXT("k"));
+    EXPECT_EQ(SHDeleteEmptyKeyW(scratch, nullptr), ERROR_KEY_HAS_CHILDREN);
+    EXPECT_NE(OpenKey(scratch, TEXT("k")), nullptr);
 }
 
 TEST(Registry, WaitsEndWithTheirHandleOrKey)

@@ -126,10 +126,13 @@ TEST(SystemMetrics, DescribeAPlainDesktop)
 #    include <string>
 #    include <vector>
 
+#    include <signal.h>
+#    include <sys/resource.h>
+#    include <sys/stat.h>
 #    include <sys/wait.h>
 #    include <unistd.h>
 
-#    include <support/ScratchFolder.h>
+#    include <support/RegistryStore.h>
 
 namespace
 {
@@ -216,6 +219,15 @@ protected:
     {
         return SystemParametersInfoW(SPI_SETSCREENSAVETIMEOUT, value, nullptr, SPIF_UPDATEINIFILE) != FALSE;
     }
+    static std::string Aside(int number)
+    {
+        return "kvcore/parameters.db.damaged-" + std::to_string(number);
+    }
+    /// Runs statements on the store, as another program would.
+    int Execute(std::string const & statements) const
+    {
+        return kv::test::ExecuteSql(folder / "kvcore/parameters.db", statements);
+    }
 
     ScratchFolder folder;
     std::string before;
@@ -233,16 +245,94 @@ TEST_F(OwnParameterStore, HoldsTheSystemsOwnValuesAtFirst)
     EXPECT_FALSE(std::filesystem::exists(folder / "kvcore/parameters.db"));
 }
 
-TEST_F(OwnParameterStore, ThatIsDamagedReadsAsEmptyAndRefusesWrites)
+TEST_F(OwnParameterStore, ThatCannotServeIsSetAsideByTheCallThatFindsIt)
 {
     EXPECT_TRUE(Set(5));
-    EXPECT_EQ(5u, Get(SPI_GETSCREENSAVETIMEOUT));
-    folder.Write("kvcore/parameters.db", std::string(5000, 'x'));
+    std::string const fresh = folder.Read("kvcore/parameters.db");
+    char const * const damages[] = {
+        "DROP TABLE parameters; CREATE TABLE others(x)",
+        "CREATE TABLE others(x)",
+        "CREATE TRIGGER t AFTER UPDATE ON parameters BEGIN DELETE FROM parameters; END",
+        "CREATE UNIQUE INDEX i ON parameters(run)",
+        "ALTER TABLE parameters RENAME COLUMN value TO other",
+        nullptr, // no database at all
+    };
+    int number = 0;
+    for (bool const writes : {false, true})
+    {
+        for (char const * const damage : damages)
+        {
+            folder.Write("kvcore/parameters.db", damage != nullptr ? fresh : std::string(5000, 'x'));
+            ASSERT_TRUE(damage == nullptr || Execute(damage) == SQLITE_OK) << damage;
+            std::string const bytes = folder.Read("kvcore/parameters.db");
+            EXPECT_TRUE(writes ? Set(6) : Get(SPI_GETSCREENSAVETIMEOUT) == 300);
+            EXPECT_EQ(bytes, folder.Read(Aside(++number)));
+            EXPECT_TRUE(Set(7));
+            EXPECT_EQ(7u, Get(SPI_GETSCREENSAVETIMEOUT));
+            EXPECT_FALSE(std::filesystem::exists(folder / Aside(number + 1)));
+        }
+    }
+}
+
+TEST_F(OwnParameterStore, ThatHoldsWhatNoCallHasWrittenIsSetAside)
+{
+    EXPECT_TRUE(Set(5));
+    std::string const fresh = folder.Read("kvcore/parameters.db");
+    int number = 0;
+    for (char const * const value : {"'text'", "-1", "4294967296", "x'05'", "1.5"})
+    {
+        folder.Write("kvcore/parameters.db", fresh);
+        ASSERT_EQ(SQLITE_OK, Execute(std::string("UPDATE parameters SET value = ") + value));
+        EXPECT_EQ(300u, Get(SPI_GETSCREENSAVETIMEOUT)) << value;
+        EXPECT_TRUE(std::filesystem::exists(folder / Aside(++number))) << value;
+        EXPECT_TRUE(Set(6));
+        EXPECT_EQ(6u, Get(SPI_GETSCREENSAVETIMEOUT));
+    }
+}
+
+TEST_F(OwnParameterStore, OfANewerVersionStaysAsItIs)
+{
+    EXPECT_TRUE(Set(5));
+    ASSERT_EQ(SQLITE_OK, Execute("PRAGMA user_version = 1"));
+    std::string const bytes = folder.Read("kvcore/parameters.db");
     EXPECT_EQ(300u, Get(SPI_GETSCREENSAVETIMEOUT));
     SetLastError(0);
     EXPECT_FALSE(Set(6));
-    EXPECT_EQ(DWORD{ERROR_WRITE_FAULT}, GetLastError());
+    EXPECT_EQ(DWORD{ERROR_OLD_WIN_VERSION}, GetLastError());
+    EXPECT_EQ(bytes, folder.Read("kvcore/parameters.db"));
+}
+
+/// The limit on the size of files stands in for a full disk.
+TEST_F(OwnParameterStore, IsReadOnAFullDiskAndRefusesWritesWithTheReason)
+{
+    EXPECT_TRUE(Set(5));
+    EXPECT_TRUE(EndOf(StartChild(
+        []
+        {
+            rlimit const limit = {0, RLIM_INFINITY};
+            signal(SIGXFSZ, SIG_IGN);
+            setrlimit(RLIMIT_FSIZE, &limit);
+            bool const isRead = Get(SPI_GETSCREENSAVETIMEOUT) == 5;
+            return isRead && !Set(6) && GetLastError() == ERROR_DISK_FULL && Get(SPI_GETSCREENSAVETIMEOUT) == 5;
+        })));
+    EXPECT_TRUE(Set(7));
+    EXPECT_EQ(7u, Get(SPI_GETSCREENSAVETIMEOUT));
+    EXPECT_FALSE(std::filesystem::exists(folder / Aside(1)));
+}
+
+TEST_F(OwnParameterStore, WithAPipeInItsPlaceIsNotWaitedFor)
+{
     EXPECT_EQ(300u, Get(SPI_GETSCREENSAVETIMEOUT));
+    ASSERT_EQ(0, mkfifo((folder / "kvcore/parameters.db").c_str(), 0600));
+    EXPECT_EQ(300u, Get(SPI_GETSCREENSAVETIMEOUT));
+    EXPECT_FALSE(Set(6));
+    EXPECT_TRUE(std::filesystem::is_fifo(folder / "kvcore/parameters.db"));
+}
+
+TEST_F(OwnParameterStore, IsForThisUserAlone)
+{
+    EXPECT_TRUE(Set(5));
+    EXPECT_EQ(std::filesystem::perms(0600), std::filesystem::status(folder / "kvcore/parameters.db").permissions());
 }
 
 TEST_F(OwnParameterStore, ThatCannotBeMadeRefusesWrites)

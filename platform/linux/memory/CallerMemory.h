@@ -9,13 +9,33 @@
 #include <cstddef>
 #include <string_view>
 
-#include <kvcore/platform/include/basetypes.h>
+#include <kvcore/platform/types.h>
 
 namespace kv::platform
 {
 
 /// A caller's text, read up to its NUL. Null is empty.
 std::u16string_view CallersText(LPCWSTR text);
+
+/// A caller's text in memory of the call's own, where it must not change or go while the call holds locks.
+class CallersName
+{
+public:
+    explicit CallersName(LPCWSTR name) : text(CallersText(name)), isThere(name != nullptr) {}
+    WString const & Text() const noexcept
+    {
+        return text;
+    }
+    /// Null for null.
+    WString const * Place() const noexcept
+    {
+        return isThere ? &text : nullptr;
+    }
+
+private:
+    WString const text;
+    bool const isThere;
+};
 
 void CopyToCaller(void * target, void const * source, std::size_t size);
 void CopyFromCaller(void * target, void const * source, std::size_t size);

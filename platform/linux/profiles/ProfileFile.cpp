@@ -105,9 +105,9 @@ private:
     int descriptor;
 };
 
-WString PathOf(WCHAR const * fileName)
+WString PathOf(WString const * fileName)
 {
-    WString name(fileName == nullptr ? TEXT("win.ini") : fileName);
+    WString name(fileName == nullptr ? TEXT("win.ini") : *fileName);
     return name.find_first_of(TEXT("\\/:")) == name.npos ? TEXT("C:\\Windows\\") + name : name;
 }
 
@@ -365,19 +365,22 @@ bool ApplyTo(KeptProfile & kept, ProfileChange & change)
     return std::visit([&change](auto & text) { return change.Apply(text); }, kept.content);
 }
 
-/// With the file held: reads, changes, writes. What is kept in memory is what stands in the file, or goes.
-bool ChangeHeld(int descriptor, char const * path, bool created, ProfileChange & change)
+/// A change that is under way. Unless it is kept, a file that was made for it goes again, and what stands in memory but
+/// not in the file is forgotten: also where memory runs out in the middle.
+class PendingChange
 {
-    KeptProfile * const kept = Load(descriptor);
-    bool done = kept != nullptr;
-    if (done && ApplyTo(*kept, change))
+public:
+    PendingChange(char const * filePath, bool isNew) noexcept : path(filePath), created(isNew) {}
+    PendingChange(PendingChange const &) = delete;
+    PendingChange & operator=(PendingChange const &) = delete;
+    ~PendingChange()
     {
-        done = Save(*kept, descriptor, path);
-    }
-    if (!done)
-    {
+        if (isKept)
+        {
+            return;
+        }
         DWORD const error = GetLastError();
-        if (kept != nullptr)
+        if (isLoaded)
         {
             Kept().pop_front();
         }
@@ -387,7 +390,38 @@ bool ChangeHeld(int descriptor, char const * path, bool created, ProfileChange &
         }
         SetLastError(error);
     }
-    return done;
+    void NoteLoaded() noexcept
+    {
+        isLoaded = true;
+    }
+    void Keep() noexcept
+    {
+        isKept = true;
+    }
+
+private:
+    char const * const path;
+    bool const created;
+    bool isLoaded = false;
+    bool isKept = false;
+};
+
+/// With the file held: reads, changes, writes. What is kept in memory is what stands in the file, or goes.
+bool ChangeHeld(int descriptor, char const * path, bool created, ProfileChange & change)
+{
+    PendingChange pending(path, created);
+    KeptProfile * const kept = Load(descriptor);
+    if (kept == nullptr)
+    {
+        return false;
+    }
+    pending.NoteLoaded();
+    if (ApplyTo(*kept, change) && !Save(*kept, descriptor, path))
+    {
+        return false;
+    }
+    pending.Keep();
+    return true;
 }
 
 } // namespace
@@ -398,7 +432,7 @@ std::mutex & ProfileLock() noexcept
     return lock;
 }
 
-ProfileContent const * ReadProfile(WCHAR const * fileName)
+ProfileContent const * ReadProfile(WString const * fileName)
 {
     WString const path = PathOf(fileName);
     DropLarge();
@@ -413,7 +447,7 @@ ProfileContent const * ReadProfile(WCHAR const * fileName)
     return kept != nullptr ? &kept->content : nullptr;
 }
 
-bool ChangeProfile(WCHAR const * fileName, bool create, ProfileChange & change)
+bool ChangeProfile(WString const * fileName, bool create, ProfileChange & change)
 {
     // Each further try means that another process has written meanwhile.
     constexpr int mostTries = 10'000;

@@ -68,7 +68,12 @@ bool IsName(std::basic_string_view<Unit> name, WString const & folded, bool fold
 
 WString FoldedName(std::u16string_view name)
 {
-    WString folded(Trimmed(name));
+    return FoldedAsItIs(Trimmed(name));
+}
+
+WString FoldedAsItIs(std::u16string_view name)
+{
+    WString folded(name);
     std::transform(folded.begin(), folded.end(), folded.begin(), FoldUnit);
     return folded;
 }
@@ -201,8 +206,7 @@ typename ProfileText<Unit>::Line ProfileText<Unit>::FindKey(std::size_t section,
         section,
         [&](Line const & line)
         {
-            Entry const entry = EntryOf(line.content);
-            if (!entry.hasValue || !IsName(entry.key, folded, ascii))
+            if (!IsName(EntryOf(line.content).key, folded, ascii))
             {
                 return true;
             }
@@ -289,7 +293,7 @@ bool ProfileText<Unit>::SetKey(std::size_t section, std::u16string_view key, std
         Entry const entry = EntryOf(old.content);
         Text encoded;
         Encode(WithoutLeadingBlanks(*value), encoded);
-        if (entry.value == encoded)
+        if (entry.hasValue && entry.value == encoded)
         {
             return false;
         }

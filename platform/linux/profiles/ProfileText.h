@@ -16,6 +16,8 @@ namespace kv::platform
 
 /// A name in the form in which names are equal: without blanks at its ends, in one case.
 WString FoldedName(std::u16string_view name);
+/// The same with its blanks, which no name in a file has.
+WString FoldedAsItIs(std::u16string_view name);
 
 /// Encodes what is UTF-16 in the units of a file.
 void Encode(std::u16string_view text, std::string & target);
@@ -83,7 +85,7 @@ public:
     }
     static Entry EntryOf(View content);
 
-    /// The first line of a key; without content if there is none.
+    /// The first line of a key, with a value or without; without content if there is none.
     Line FindKey(std::size_t section, std::u16string_view key) const;
 
     /// Sets a key in a section that is there; a null `value` removes it. False if nothing changes.

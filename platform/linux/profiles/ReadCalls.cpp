@@ -5,6 +5,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/profileapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "ProfileFile.h"
 
@@ -24,7 +25,7 @@ DWORD GiveList(WString const & list, LPWSTR buffer, DWORD capacity)
     DWORD const room = capacity < 2 ? 0 : capacity - 2;
     bool const fits = list.size() + 2 <= capacity;
     auto const count = fits ? static_cast<DWORD>(list.size()) : room;
-    std::copy_n(list.data(), count, buffer);
+    CopyToCaller(buffer, list.data(), count * sizeof(WCHAR));
     std::fill_n(buffer + count, std::min<DWORD>(capacity - count, 2), WCHAR(0));
     SetLastError(fits ? ERROR_SUCCESS : ERROR_MORE_DATA);
     return count;
@@ -47,16 +48,15 @@ std::u16string_view Unquoted(std::u16string_view text)
     return quoted ? text.substr(1, text.size() - 2) : text;
 }
 
-DWORD GiveText(std::u16string_view quoted, LPWSTR buffer, DWORD capacity)
+DWORD GiveText(std::u16string_view text, LPWSTR buffer, DWORD capacity)
 {
-    std::u16string_view const text = Unquoted(quoted);
     if (buffer == nullptr || capacity == 0)
     {
         return 0;
     }
     bool const fits = text.size() < capacity;
     DWORD const count = fits ? static_cast<DWORD>(text.size()) : capacity - 1;
-    std::copy_n(text.data(), count, buffer);
+    CopyToCaller(buffer, text.data(), count * sizeof(WCHAR));
     buffer[count] = 0;
     if (!fits)
     {
@@ -122,24 +122,21 @@ WString KeysIn(ProfileText<Unit> const & text, std::size_t section)
     return list;
 }
 
-/// The text of a key, and whether there is one.
+/// The text of a key, and whether there is one. A line without `=` has none, and hides the key's further lines.
 template <class Unit>
-bool FindValue(ProfileText<Unit> const & text, LPCWSTR section, LPCWSTR key, WString & value)
+bool FindValue(ProfileText<Unit> const & text, WString const & section, WString const & key, WString & value)
 {
     std::size_t const place = text.FindSection(FoldedName(section));
     if (place == ProfileText<Unit>::none)
     {
         return false;
     }
-    auto const line = text.FindKey(place, key);
-    if (!line.content.empty())
-    {
-        Decode(text.EntryOf(line.content).value, value);
-    }
-    return !line.content.empty();
+    auto const entry = text.EntryOf(text.FindKey(place, key).content);
+    Decode(entry.value, value);
+    return entry.hasValue;
 }
 
-bool ReadValue(LPCWSTR section, LPCWSTR key, LPCWSTR fileName, WString & value)
+bool ReadValue(WString const & section, WString const & key, WString const * fileName, WString & value)
 {
     ProfileContent const * const profile = ReadProfile(fileName);
     if (profile == nullptr)
@@ -150,31 +147,34 @@ bool ReadValue(LPCWSTR section, LPCWSTR key, LPCWSTR fileName, WString & value)
     return std::visit([&](auto const & text) { return FindValue(text, section, key, value); }, *profile);
 }
 
-DWORD ListKeys(LPCWSTR section, std::u16string_view fallback, LPWSTR buffer, DWORD capacity, LPCWSTR fileName)
+/// The fallback of an empty list is given as it is, with its blanks and quotes.
+DWORD
+ListKeys(WString const & section, std::u16string_view fallback, LPWSTR buffer, DWORD capacity, WString const * fileName)
 {
     ProfileContent const * const profile = ReadProfile(fileName);
-    if (profile == nullptr)
+    WString list;
+    if (profile != nullptr)
     {
-        return GiveText(fallback, buffer, capacity);
+        SetLastError(ERROR_SUCCESS);
+        list = std::visit(
+            [&](auto const & text)
+            {
+                std::size_t const place = text.FindSection(FoldedAsItIs(section));
+                return place == text.none ? WString() : KeysIn(text, place);
+            },
+            *profile);
     }
-    SetLastError(ERROR_SUCCESS);
-    return std::visit(
-        [&](auto const & text)
-        {
-            std::size_t const place = text.FindSection(FoldedName(section));
-            return place == text.none ? GiveText(fallback, buffer, capacity)
-                                      : GiveList(KeysIn(text, place), buffer, capacity);
-        },
-        *profile);
+    // A list that begins with the empty name looks like the end of a list, and so does one without room for any name.
+    bool const isEmpty = list.empty() || list[0] == 0 || capacity <= 2;
+    return isEmpty ? GiveText(fallback, buffer, capacity) : GiveList(list, buffer, capacity);
 }
 
-/// Runs a call under the lock; without memory it fails as others do.
+/// Runs a call; without memory it fails as others do.
 template <class Call>
 DWORD Guarded(Call && call, DWORD failed)
 {
     try
     {
-        std::lock_guard const guard(ProfileLock());
         return call();
     }
     catch (std::bad_alloc const &)
@@ -227,18 +227,22 @@ DWORD WINAPI GetPrivateProfileStringW(
     return Guarded(
         [&]
         {
-            std::u16string_view other = fallback == nullptr ? std::u16string_view() : fallback;
+            CallersName const name(section);
+            CallersName const wanted(key);
+            CallersName const file(fileName);
+            std::u16string_view other = CallersText(fallback);
+            std::lock_guard const guard(ProfileLock());
+            if (key == nullptr)
+            {
+                return ListKeys(name.Text(), other, buffer, capacity, file.Place());
+            }
             while (!other.empty() && other.back() == ' ')
             {
                 other.remove_suffix(1);
             }
-            if (key == nullptr)
-            {
-                return ListKeys(section, other, buffer, capacity, fileName);
-            }
             WString value;
-            bool const found = ReadValue(section, key, fileName, value);
-            return GiveText(found ? value : other, buffer, capacity);
+            bool const found = ReadValue(name.Text(), wanted.Text(), file.Place(), value);
+            return GiveText(Unquoted(found ? value : other), buffer, capacity);
         },
         0);
 }
@@ -254,9 +258,14 @@ UINT WINAPI GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT fallback, LP
     return Guarded(
         [&]
         {
+            CallersName const name(section);
+            CallersName const wanted(key);
+            CallersName const file(fileName);
+            std::lock_guard const guard(ProfileLock());
             WString value;
-            bool const found = ReadValue(section, key, fileName, value);
-            return found && !value.empty() ? NumberIn(WString(Unquoted(value))) : other;
+            bool const found = ReadValue(name.Text(), wanted.Text(), file.Place(), value);
+            WString const digits(Unquoted(value));
+            return found && !digits.empty() ? NumberIn(digits) : other;
         },
         other);
 }
@@ -271,14 +280,17 @@ DWORD WINAPI GetPrivateProfileSectionW(LPCWSTR section, LPWSTR buffer, DWORD cap
     return Guarded(
         [&]
         {
-            ProfileContent const * const profile = ReadProfile(fileName);
+            CallersName const name(section);
+            CallersName const file(fileName);
+            std::lock_guard const guard(ProfileLock());
+            ProfileContent const * const profile = ReadProfile(file.Place());
             if (profile == nullptr)
             {
                 return GiveNothing(buffer, capacity);
             }
-            auto const lines = [section](auto const & text)
+            auto const lines = [&name](auto const & text)
             {
-                std::size_t const place = text.FindSection(FoldedName(section));
+                std::size_t const place = text.FindSection(FoldedAsItIs(name.Text()));
                 return place == text.none ? WString() : LinesIn(text, place);
             };
             return GiveList(std::visit(lines, *profile), buffer, capacity);
@@ -291,7 +303,9 @@ DWORD WINAPI GetPrivateProfileSectionNamesW(LPWSTR buffer, DWORD capacity, LPCWS
     return Guarded(
         [&]
         {
-            ProfileContent const * const profile = ReadProfile(fileName);
+            CallersName const file(fileName);
+            std::lock_guard const guard(ProfileLock());
+            ProfileContent const * const profile = ReadProfile(file.Place());
             if (profile == nullptr)
             {
                 return GiveNothing(buffer, capacity);
@@ -310,8 +324,13 @@ BOOL WINAPI GetPrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, 
     return static_cast<BOOL>(Guarded(
         [&]() -> DWORD
         {
+            CallersName const name(section);
+            CallersName const wanted(key);
+            CallersName const file(fileName);
+            std::lock_guard const guard(ProfileLock());
             WString text;
-            if (!ReadValue(section, key, fileName, text) || text.size() != 2 * (std::size_t(size) + 1))
+            if (!ReadValue(name.Text(), wanted.Text(), file.Place(), text) ||
+                text.size() != 2 * (std::size_t(size) + 1))
             {
                 return static_cast<DWORD>(
                     FailWith(GetLastError() == ERROR_SUCCESS ? ERROR_BAD_LENGTH : GetLastError()));
@@ -333,7 +352,7 @@ BOOL WINAPI GetPrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, 
             {
                 return static_cast<DWORD>(FailWith(ERROR_INVALID_DATA));
             }
-            std::copy_n(bytes.data(), size, static_cast<char *>(data));
+            CopyToCaller(data, bytes.data(), size);
             return TRUE;
         },
         FALSE));

@@ -4,6 +4,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/profileapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "ProfileFile.h"
 
@@ -35,11 +36,19 @@ private:
 template <class Function>
 BOOL Change(LPCWSTR fileName, bool create, Function function)
 {
+    CallersName const file(fileName);
+    std::lock_guard const guard(ProfileLock());
+    ChangeBy change(std::move(function));
+    return ChangeProfile(file.Place(), create, change) ? TRUE : FALSE;
+}
+
+/// Runs a call; without memory it fails as others do.
+template <class Call>
+BOOL Guarded(Call && call)
+{
     try
     {
-        std::lock_guard const guard(ProfileLock());
-        ChangeBy change(std::move(function));
-        return ChangeProfile(fileName, create, change) ? TRUE : FALSE;
+        return call();
     }
     catch (std::bad_alloc const &)
     {
@@ -52,7 +61,7 @@ BOOL Change(LPCWSTR fileName, bool create, Function function)
 }
 
 template <class Text>
-bool RemoveSection(Text & text, LPCWSTR section)
+bool RemoveSection(Text & text, WString const & section)
 {
     std::size_t const place = text.FindSection(FoldedName(section));
     if (place != text.none)
@@ -62,22 +71,72 @@ bool RemoveSection(Text & text, LPCWSTR section)
     return place != text.none;
 }
 
-BOOL RemoveSectionOf(LPCWSTR section, LPCWSTR fileName)
+BOOL RemoveSectionOf(WString const & section, LPCWSTR fileName)
 {
-    return Change(fileName, false, [section](auto & text) { return RemoveSection(text, section); });
+    return Change(fileName, false, [&section](auto & text) { return RemoveSection(text, section); });
 }
 
-/// The caller's list as lines of the file.
+/// The caller's list, with the NUL behind each of its lines.
+WString CallersList(LPCWSTR list)
+{
+    LPCWSTR end = list;
+    while (*end != 0)
+    {
+        end += CallersText(end).size() + 1;
+    }
+    return WString(list, end);
+}
+
+/// A list as lines of the file.
 template <class Text>
-typename Text::Text LinesOf(Text const & text, LPCWSTR list)
+typename Text::Text LinesOf(Text const & text, std::u16string_view list)
 {
     typename Text::Text lines;
-    for (std::u16string_view line = list; !line.empty(); line = line.data() + line.size() + 1)
+    while (!list.empty())
     {
+        std::u16string_view const line = list.substr(0, list.find(u'\0'));
         Encode(line, lines);
         lines += text.LineEnd();
+        list.remove_prefix(line.size() + 1);
     }
     return lines;
+}
+
+/// Sets a key, or removes it where `value` is null.
+BOOL SetKeyOf(WString const & section, WString const & key, WString const * value, LPCWSTR fileName)
+{
+    auto const setKey = [&](auto & profile)
+    {
+        std::u16string_view const text = value == nullptr ? std::u16string_view() : std::u16string_view(*value);
+        std::size_t const place = profile.FindSection(FoldedName(section));
+        if (place != profile.none)
+        {
+            return profile.SetKey(place, key, value == nullptr ? nullptr : &text);
+        }
+        if (value != nullptr)
+        {
+            profile.AddSection(section, key, text);
+        }
+        return value != nullptr;
+    };
+    return Change(fileName, value != nullptr, setKey);
+}
+
+/// Bytes as they stand in a profile: two digits each, and their sum behind them.
+WString RecordText(void const * data, UINT size)
+{
+    constexpr WCHAR digits[] = TEXT("0123456789ABCDEF");
+    auto const * const bytes = static_cast<unsigned char const *>(data);
+    WString text;
+    unsigned sum = 0;
+    for (UINT i = 0; i <= size; i++)
+    {
+        unsigned const byte = i < size ? bytes[i] : sum & 0xFF;
+        sum += byte;
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
 }
 
 } // namespace
@@ -94,25 +153,15 @@ BOOL WINAPI WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR tex
         }
         return FailWith(ERROR_FILE_NOT_FOUND);
     }
-    if (key == nullptr)
-    {
-        return RemoveSectionOf(section, fileName);
-    }
-    std::u16string_view const value = text == nullptr ? std::u16string_view() : text;
-    auto const setKey = [&](auto & profile)
-    {
-        std::size_t const place = profile.FindSection(FoldedName(section));
-        if (place != profile.none)
+    return Guarded(
+        [&]
         {
-            return profile.SetKey(place, key, text == nullptr ? nullptr : &value);
-        }
-        if (text != nullptr)
-        {
-            profile.AddSection(section, key, value);
-        }
-        return text != nullptr;
-    };
-    return Change(fileName, text != nullptr, setKey);
+            CallersName const name(section);
+            CallersName const wanted(key);
+            CallersName const value(text);
+            return key == nullptr ? RemoveSectionOf(name.Text(), fileName)
+                                  : SetKeyOf(name.Text(), wanted.Text(), value.Place(), fileName);
+        });
 }
 
 BOOL WINAPI WritePrivateProfileSectionW(LPCWSTR section, LPCWSTR lines, LPCWSTR fileName)
@@ -121,22 +170,28 @@ BOOL WINAPI WritePrivateProfileSectionW(LPCWSTR section, LPCWSTR lines, LPCWSTR 
     {
         return FailWith(ERROR_FILE_NOT_FOUND);
     }
-    if (lines == nullptr)
-    {
-        return RemoveSectionOf(section, fileName);
-    }
-    auto const setLines = [&](auto & profile)
-    {
-        auto const encoded = LinesOf(profile, lines);
-        std::size_t const place = profile.FindSection(FoldedName(section));
-        if (place == profile.none)
+    return Guarded(
+        [&]
         {
-            profile.AddSection(section, encoded);
-            return true;
-        }
-        return profile.ReplaceBody(place, encoded);
-    };
-    return Change(fileName, true, setLines);
+            CallersName const name(section);
+            if (lines == nullptr)
+            {
+                return RemoveSectionOf(name.Text(), fileName);
+            }
+            WString const list = CallersList(lines);
+            auto const setLines = [&](auto & profile)
+            {
+                auto const encoded = LinesOf(profile, list);
+                std::size_t const place = profile.FindSection(FoldedName(name.Text()));
+                if (place == profile.none)
+                {
+                    profile.AddSection(name.Text(), encoded);
+                    return true;
+                }
+                return profile.ReplaceBody(place, encoded);
+            };
+            return Change(fileName, true, setLines);
+        });
 }
 
 BOOL WINAPI WritePrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, UINT size, LPCWSTR fileName)
@@ -145,23 +200,5 @@ BOOL WINAPI WritePrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data
     {
         return WritePrivateProfileStringW(section, key, nullptr, fileName);
     }
-    try
-    {
-        constexpr WCHAR digits[] = TEXT("0123456789ABCDEF");
-        auto const * const bytes = static_cast<unsigned char const *>(data);
-        WString text;
-        unsigned sum = 0;
-        for (UINT i = 0; i <= size; i++)
-        {
-            unsigned const byte = i < size ? bytes[i] : sum & 0xFF;
-            sum += byte;
-            text += digits[byte >> 4];
-            text += digits[byte & 15];
-        }
-        return WritePrivateProfileStringW(section, key, text.c_str(), fileName);
-    }
-    catch (std::bad_alloc const &)
-    {
-        return FailWith(ERROR_NOT_ENOUGH_MEMORY);
-    }
+    return Guarded([&] { return WritePrivateProfileStringW(section, key, RecordText(data, size).c_str(), fileName); });
 }

@@ -77,6 +77,7 @@ enum class Deletion
 {
     Leaf,
     EmptyKey,
+    None, ///< only the look at what is below
     Tree,
     Contents,
 };
@@ -106,6 +107,12 @@ try
     {
         status = DeleteContents(use.Store(), found.id, change);
     }
+    if (status == ERROR_SUCCESS && deletion == Deletion::None)
+    {
+        bool hasChildren = false;
+        status = Finds(use.Store(), Sql::HasChildren, found.id, hasChildren);
+        return status == ERROR_SUCCESS && hasChildren ? static_cast<LSTATUS>(ERROR_KEY_HAS_CHILDREN) : status;
+    }
     if (status == ERROR_SUCCESS && deletion != Deletion::Contents)
     {
         status = DeleteLeaf(
@@ -134,5 +141,6 @@ DWORD WINAPI SHDeleteKeyW(HKEY key, LPCWSTR path)
 
 DWORD WINAPI SHDeleteEmptyKeyW(HKEY key, LPCWSTR path)
 {
-    return path == nullptr ? ERROR_INVALID_PARAMETER : static_cast<DWORD>(Delete(key, path, Deletion::EmptyKey));
+    DWORD const status = static_cast<DWORD>(Delete(key, path, path == nullptr ? Deletion::None : Deletion::EmptyKey));
+    return status == ERROR_SUCCESS && path == nullptr ? ERROR_INVALID_PARAMETER : status;
 }

@@ -22,6 +22,8 @@ namespace
 
 /// How long a change by another process may go unnoticed.
 constexpr std::chrono::milliseconds interval(50);
+/// Asks for a wait that lasts beyond its thread, as each does here.
+constexpr DWORD threadAgnostic = 0x10000000;
 
 /// One wait for a change. Its event lives as long as the wait.
 struct Notice
@@ -77,6 +79,12 @@ std::string DigestOf(Notice const & notice)
     return digest;
 }
 
+/// The end of the key itself is a change of names.
+bool TellsEnd(Notice const & notice) noexcept
+{
+    return (notice.filter & REG_NOTIFY_CHANGE_NAME) != 0;
+}
+
 /// Whether another process has changed what the notice is for.
 bool HasChangedOutside(Notice & notice)
 {
@@ -89,7 +97,9 @@ bool HasChangedOutside(Notice & notice)
             return false;
         }
     }
-    bool const hasChanged = DigestOf(notice) != notice.digest;
+    std::string digest = DigestOf(notice);
+    bool const hasChanged = digest != notice.digest && (!digest.empty() || TellsEnd(notice));
+    notice.digest = std::move(digest);
     notice.foreignChanges = count;
     return hasChanged;
 }
@@ -131,7 +141,8 @@ bool IsConcerned(Notice & notice, RegistryStore & store, KeyChange const & chang
     FoundKey found;
     if (change.deletes && FindPath(store, notice.id, {}, found) != ERROR_SUCCESS)
     {
-        return true;
+        notice.digest.clear();
+        return TellsEnd(notice);
     }
     bool const isInside = change.key == notice.id || (notice.subtree && IsWithin(store, change.key, notice.id));
     if (isInside && (notice.filter & change.kinds) != 0)
@@ -252,8 +263,8 @@ void ForgetNotices() noexcept
 LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL asynchronous)
 try
 {
-    constexpr DWORD kinds =
-        REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_ATTRIBUTES | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_CHANGE_SECURITY;
+    constexpr DWORD kinds = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_ATTRIBUTES | REG_NOTIFY_CHANGE_LAST_SET |
+        REG_NOTIFY_CHANGE_SECURITY | threadAgnostic;
     if ((filter & ~kinds) != 0)
     {
         return ERROR_INVALID_PARAMETER;

@@ -113,7 +113,8 @@ constexpr SqlText sqlTexts[] = {
     {"SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2", "ub"},
     {"INSERT INTO vals(key, folded, name, type, data, written) SELECT ?1, ?2, ?3, ?4, ?5, ?6 "
      "WHERE EXISTS(SELECT 1 FROM keys WHERE id = ?1) "
-     "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data, written = excluded.written",
+     "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data, written = excluded.written "
+     "WHERE type <> excluded.type OR data <> excluded.data",
      ""},
     {"DELETE FROM vals WHERE key = ?1 AND folded = ?2", ""},
     {"SELECT name, type, data, folded FROM vals WHERE key = ?1 ORDER BY folded LIMIT 1 OFFSET ?2", "vubb"},

@@ -22,11 +22,11 @@ bool IsText(DWORD type) noexcept
     return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
 }
 
-/// Whether a text ends without its NUL. An odd byte at the end makes it no text.
+/// Whether a text ends without its NUL, be it with half a letter.
 bool LacksNul(std::string_view bytes) noexcept
 {
     std::size_t const size = bytes.size();
-    return size != 0 && size % sizeof(WCHAR) == 0 && (bytes[size - 2] != 0 || bytes[size - 1] != 0);
+    return size == 1 || (size > 1 && (bytes[size - 2] != 0 || bytes[size - 1] != 0));
 }
 
 /// Hands out a value's data as the reading calls do. The memory is the caller's, and may fault.
@@ -203,7 +203,7 @@ LSTATUS StoreValue(KeyUse const & use, std::u16string_view name, DWORD type, std
     }
     if (!use.Store().HasChanged())
     {
-        return ERROR_KEY_DELETED;
+        return use.NothingFound(ERROR_SUCCESS); // the same value again is no change
     }
     use.Store().NoteChange({use.Id(), REG_NOTIFY_CHANGE_LAST_SET, false});
     return ERROR_SUCCESS;
@@ -414,10 +414,13 @@ try
     {
         return EndOfEnumeration(use, row);
     }
-    LSTATUS status = GiveName(row.Bytes(0), name, nameSize);
-    if (status == ERROR_SUCCESS && keyClass != nullptr)
+    // A class without room leaves the name alone, too.
+    LSTATUS status = row.Bytes(0).size() / sizeof(WCHAR) >= *nameSize ? static_cast<LSTATUS>(ERROR_MORE_DATA)
+        : keyClass != nullptr                                         ? GiveName(row.Bytes(2), keyClass, classSize)
+                                                                      : ERROR_SUCCESS;
+    if (status == ERROR_SUCCESS)
     {
-        status = GiveName(row.Bytes(2), keyClass, classSize);
+        status = GiveName(row.Bytes(0), name, nameSize);
     }
     if (status == ERROR_SUCCESS && lastWrite != nullptr)
     {
@@ -476,12 +479,13 @@ try
         Give(longestValueName, statement.Number(1) / std::int64_t{sizeof(WCHAR)});
         Give(longestData, statement.Number(2));
     }
-    if (keyClass != nullptr && GiveName(foundClass, keyClass, classSize) != ERROR_SUCCESS)
+    bool const isWanted = keyClass != nullptr && *classSize != 0;
+    if (isWanted && GiveName(foundClass, keyClass, classSize) != ERROR_SUCCESS)
     {
         *classSize = static_cast<DWORD>(foundClass.size() / sizeof(WCHAR));
         return ERROR_INSUFFICIENT_BUFFER;
     }
-    if (keyClass == nullptr && classSize != nullptr)
+    if (!isWanted && classSize != nullptr)
     {
         *classSize = static_cast<DWORD>(foundClass.size() / sizeof(WCHAR));
     }

@@ -1,10 +1,13 @@
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <unistd.h>
 
@@ -12,6 +15,7 @@
 #include <kvcore/platform/include/processenv.h>
 #include <kvcore/platform/include/winnls.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/text/Utf8.h>
 #include <kvcore/platform/types.h>
 
@@ -49,37 +53,112 @@ WString Upper(WString const & text)
     return result;
 }
 
-/// The name under which a variable is there, or nothing. The lock is held.
-std::optional<std::string> FindName(WString const & name)
+/// The name of an entry of the environment. It may begin with an equals sign, as those of the drives' directories do.
+std::string_view NameIn(std::string_view entry)
 {
+    return entry.substr(0, entry.find('=', 1));
+}
+
+bool IsName(WString const & name)
+{
+    return !name.empty() && name.find(TEXT('='), 1) == WString::npos;
+}
+
+char const * ValueIn(char const * entry, std::string_view name)
+{
+    return entry[name.size()] == '=' ? entry + name.size() + 1 : nullptr;
+}
+
+/// The entry of a variable, with exactly this name or one that differs in case; null if there is none. The lock is
+/// held.
+char ** FindEntry(WString const & name)
+{
+    if (!IsName(name) || environ == nullptr)
+    {
+        return nullptr;
+    }
     std::string const exact = ToNative(name);
-    if (exact.empty() || exact.find('=') != std::string::npos)
+    for (char ** entry = environ; *entry != nullptr; ++entry)
     {
-        return std::nullopt;
-    }
-    if (std::getenv(exact.c_str()) != nullptr)
-    {
-        return exact;
-    }
-    WString const wanted = Upper(name);
-    for (char ** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
-    {
-        std::string_view const text = *entry;
-        std::string_view const candidate = text.substr(0, text.find('='));
-        if (!candidate.empty() && Upper(FromNative(candidate)) == wanted)
+        if (NameIn(*entry) == exact && ValueIn(*entry, exact) != nullptr)
         {
-            return std::string(candidate);
+            return entry;
         }
     }
-    return std::nullopt;
+    WString const wanted = Upper(name);
+    for (char ** entry = environ; *entry != nullptr; ++entry)
+    {
+        std::string_view const candidate = NameIn(*entry);
+        bool const isVariable = !candidate.empty() && ValueIn(*entry, candidate) != nullptr;
+        if (isVariable && Upper(FromNative(candidate)) == wanted)
+        {
+            return entry;
+        }
+    }
+    return nullptr;
 }
 
 std::optional<WString> FindValue(WString const & name)
 {
     std::lock_guard const guard(EnvironmentLock());
-    std::optional<std::string> const found = FindName(name);
-    char const * const value = found ? std::getenv(found->c_str()) : nullptr;
-    return value != nullptr ? std::optional<WString>(FromNative(value)) : std::nullopt;
+    char ** const entry = FindEntry(name);
+    return entry != nullptr ? std::optional<WString>(FromNative(ValueIn(*entry, NameIn(*entry)))) : std::nullopt;
+}
+
+/// Entries and lists of them that this layer has made. Others may have a pointer into any of them, for ever.
+struct OwnEntries
+{
+    std::vector<std::unique_ptr<char[]>> entries;
+    std::vector<std::unique_ptr<char *[]>> lists;
+};
+
+OwnEntries & Own()
+{
+    static OwnEntries & own = *new OwnEntries;
+    return own;
+}
+
+char * MakeEntry(std::string const & name, std::string const & value)
+{
+    std::string const text = name + '=' + value;
+    auto entry = std::make_unique<char[]>(text.size() + 1);
+    std::memcpy(entry.get(), text.c_str(), text.size() + 1);
+    Own().entries.push_back(std::move(entry));
+    return Own().entries.back().get();
+}
+
+void AddEntry(char * entry)
+{
+    std::size_t count = 0;
+    while (environ != nullptr && environ[count] != nullptr)
+    {
+        ++count;
+    }
+    auto list = std::make_unique<char *[]>(count + 2);
+    std::copy_n(environ, count, list.get());
+    list[count] = entry;
+    Own().lists.push_back(std::move(list));
+    environ = Own().lists.back().get();
+}
+
+/// Sets a variable whose name begins with an equals sign, which the C library has no call for. The lock is held.
+void SetSpecial(char ** known, std::string const & name, std::optional<std::string> const & value)
+{
+    if (value && known != nullptr)
+    {
+        *known = MakeEntry(name, *value);
+    }
+    else if (value)
+    {
+        AddEntry(MakeEntry(name, *value));
+    }
+    else if (known != nullptr)
+    {
+        do
+        {
+            known[0] = known[1];
+        } while (*known++ != nullptr);
+    }
 }
 
 DWORD SizeOf(WString const & text)
@@ -114,7 +193,7 @@ WString Expand(WString const & source)
 DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
 try
 {
-    std::optional<WString> const value = name != nullptr ? FindValue(name) : std::nullopt;
+    std::optional<WString> const value = name != nullptr ? FindValue(WString(CallersText(name))) : std::nullopt;
     if (!value)
     {
         FailWith(ERROR_ENVVAR_NOT_FOUND);
@@ -125,7 +204,7 @@ try
     {
         return needed;
     }
-    std::memcpy(buffer, value->c_str(), needed * sizeof(WCHAR));
+    CopyToCaller(buffer, value->c_str(), needed * sizeof(WCHAR));
     return needed - 1;
 }
 catch (std::bad_alloc const &)
@@ -137,13 +216,25 @@ catch (std::bad_alloc const &)
 BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
 try
 {
-    if (name == nullptr || *name == 0 || WString(name).find(TEXT('=')) != WString::npos)
+    WString const wanted(CallersText(name));
+    if (!IsName(wanted))
     {
         return FailWith(ERROR_INVALID_PARAMETER);
     }
+    std::optional<std::string> text;
+    if (value != nullptr)
+    {
+        text = ToNative(WString(CallersText(value)));
+    }
     std::lock_guard const guard(EnvironmentLock());
-    std::string const known = FindName(name).value_or(ToNative(name));
-    int const failed = value != nullptr ? setenv(known.c_str(), ToNative(value).c_str(), 1) : unsetenv(known.c_str());
+    char ** const entry = FindEntry(wanted);
+    std::string const known = entry != nullptr ? std::string(NameIn(*entry)) : ToNative(wanted);
+    if (known[0] == '=')
+    {
+        SetSpecial(entry, known, text);
+        return TRUE;
+    }
+    int const failed = text ? setenv(known.c_str(), text->c_str(), 1) : unsetenv(known.c_str());
     return failed == 0 || FailErrno();
 }
 catch (std::bad_alloc const &)
@@ -159,14 +250,19 @@ try
         FailWith(ERROR_INVALID_PARAMETER);
         return 0;
     }
-    WString const result = Expand(source);
+    WString const result = Expand(WString(CallersText(source)));
     DWORD const needed = SizeOf(result);
-    if (buffer == nullptr || size < needed)
+    bool const fits = buffer != nullptr && size >= needed;
+    if (buffer != nullptr && size != 0)
+    {
+        DWORD const count = fits ? needed - 1 : size - 1;
+        CopyToCaller(buffer, result.c_str(), count * sizeof(WCHAR));
+        buffer[count] = 0;
+    }
+    if (!fits)
     {
         FailWith(ERROR_INSUFFICIENT_BUFFER);
-        return needed;
     }
-    std::memcpy(buffer, result.c_str(), needed * sizeof(WCHAR));
     return needed;
 }
 catch (std::bad_alloc const &)

@@ -1,13 +1,17 @@
 #include "ParameterStore.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <limits>
+#include <new>
+#include <string>
+#include <string_view>
 
 #include <sqlite3.h>
 
+#include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/paths/Drives.h>
+#include <kvcore/platform/linux/storage/StoreFile.h>
 
 // The database is opened for each call. Calls are rare, and so nothing is held over a fork, a changed directory or the
 // end of the process.
@@ -18,92 +22,94 @@ namespace kv::platform
 namespace
 {
 
-constexpr int patienceInMilliseconds = 10'000;
+constexpr int busyTimeoutMs = 10'000;
+constexpr LSTATUS damaged = ERROR_BADDB;
 
-constexpr char createTable[] = "CREATE TABLE IF NOT EXISTS parameters ("
+constexpr char createTable[] = "CREATE TABLE parameters ("
                                "key INTEGER PRIMARY KEY, value INTEGER, run TEXT, valueInRun INTEGER)";
+constexpr char readSchema[] = "SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL";
 constexpr char writeLasting[] = "INSERT INTO parameters (key, value) VALUES (?1, ?2) "
                                 "ON CONFLICT (key) DO UPDATE SET value = ?2, run = NULL, valueInRun = NULL";
 constexpr char writeUntilRestart[] = "INSERT INTO parameters (key, run, valueInRun) VALUES (?1, ?3, ?2) "
                                      "ON CONFLICT (key) DO UPDATE SET run = ?3, valueInRun = ?2";
 constexpr char readOne[] = "SELECT CASE WHEN run = ?2 THEN valueInRun ELSE value END FROM parameters WHERE key = ?1";
 
-/// What tells one run of the system, from its start to its end, from the others.
-class RunOfSystem
+/// Whether a value can be one that was written: anybody can write to the file.
+bool IsNumberOf32Bits(sqlite3_stmt * row) noexcept
 {
-public:
-    RunOfSystem() noexcept
-    {
-        if (std::FILE * const file = std::fopen("/proc/sys/kernel/random/boot_id", "re"))
-        {
-            if (std::fgets(text, sizeof(text), file) == nullptr)
-            {
-                text[0] = 0;
-            }
-            std::fclose(file);
-        }
-    }
-    char const * Text() const noexcept
-    {
-        return text;
-    }
-
-private:
-    char text[64] = {};
-};
+    std::int64_t const number = sqlite3_column_int64(row, 0);
+    return sqlite3_column_type(row, 0) == SQLITE_INTEGER && number >= 0 && number <= std::numeric_limits<DWORD>::max();
+}
 
 class Database
 {
 public:
-    explicit Database(int openFlags) noexcept
-    {
-        char path[PATH_MAX];
-        std::size_t length = 0;
-        constexpr char name[] = "/parameters.db";
-        if (!DataDirectory(path, length) || length + sizeof(name) > sizeof(path))
-        {
-            return;
-        }
-        std::memcpy(path + length, name, sizeof(name));
-        isOpen = sqlite3_open_v2(path, &database, openFlags | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK;
-        if (isOpen)
-        {
-            sqlite3_busy_timeout(database, patienceInMilliseconds);
-        }
-    }
+    Database() = default;
     Database(Database const &) = delete;
     Database & operator=(Database const &) = delete;
     ~Database()
     {
         sqlite3_close(database);
     }
-    bool IsOpen() const noexcept
+
+    /// ERROR_FILE_NOT_FOUND if there is no store, and `create` does not want one.
+    LSTATUS Open(char const * path, bool create, FileIdentity & file) noexcept
     {
-        return isOpen;
-    }
-    bool Run(char const * sql) noexcept
-    {
-        return sqlite3_exec(database, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+        LSTATUS const found = FindStoreFile(path, create, file);
+        if (found != ERROR_SUCCESS)
+        {
+            return found;
+        }
+        // Reading may have to roll back what a process that is no more had begun.
+        int const flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+        if (int const code = sqlite3_open_v2(path, &database, flags, nullptr); code != SQLITE_OK)
+        {
+            return StatusOf(code);
+        }
+        sqlite3_extended_result_codes(database, 1);
+        sqlite3_busy_timeout(database, busyTimeoutMs);
+        sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+        LSTATUS const checked = CheckTable();
+        return checked == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND) && create ? CreateTable() : checked;
     }
     sqlite3 * Get() const noexcept
     {
         return database;
     }
+    LSTATUS StatusOf(int code) const noexcept
+    {
+        return StatusOfSqlite(code, database);
+    }
 
 private:
+    /// Whether the file has this table and nothing else. ERROR_FILE_NOT_FOUND for an empty one.
+    LSTATUS CheckTable() noexcept;
+    LSTATUS CreateTable() noexcept
+    {
+        int code = sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+        if (code == SQLITE_OK && CheckTable() == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND))
+        {
+            code = sqlite3_exec(database, createTable, nullptr, nullptr, nullptr);
+        }
+        if (code == SQLITE_OK)
+        {
+            code = sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+        }
+        return StatusOf(code);
+    }
+
     sqlite3 * database = nullptr;
-    bool isOpen = false;
 };
 
+/// One run of a statement.
 class Statement
 {
 public:
-    Statement(Database const & database, char const * sql) noexcept
+    Statement(Database const & usedDatabase, char const * sql) noexcept
+        : database(usedDatabase),
+          status(StatusOfPreparing(
+              sqlite3_prepare_v2(usedDatabase.Get(), sql, -1, &statement, nullptr), usedDatabase.Get()))
     {
-        if (sqlite3_prepare_v2(database.Get(), sql, -1, &statement, nullptr) != SQLITE_OK)
-        {
-            statement = nullptr;
-        }
     }
     Statement(Statement const &) = delete;
     Statement & operator=(Statement const &) = delete;
@@ -113,59 +119,155 @@ public:
     }
     void Bind(int place, std::int64_t number) noexcept
     {
-        sqlite3_bind_int64(statement, place, number);
+        Note(sqlite3_bind_int64(statement, place, number));
     }
-    void Bind(int place, char const * text) noexcept
+    void Bind(int place, std::string_view text) noexcept
     {
-        sqlite3_bind_text(statement, place, text, -1, SQLITE_STATIC);
+        char const * const data = text.empty() ? "" : text.data();
+        Note(sqlite3_bind_text(statement, place, data, static_cast<int>(text.size()), SQLITE_STATIC));
     }
-    int Step() noexcept
+    /// True for a row. False at the end or after a failure: then Status tells which.
+    bool Step() noexcept
     {
-        return statement != nullptr ? sqlite3_step(statement) : SQLITE_ERROR;
+        int const code = status == ERROR_SUCCESS ? sqlite3_step(statement) : SQLITE_DONE;
+        Note(code);
+        return code == SQLITE_ROW && status == ERROR_SUCCESS;
     }
-    /// Nothing if the result is no number of 32 bits: anybody can write to the file.
-    std::optional<DWORD> Number() const noexcept
+    LSTATUS Status() const noexcept
     {
-        std::int64_t const number = sqlite3_column_int64(statement, 0);
-        bool const fits = number >= 0 && number <= std::int64_t{std::numeric_limits<DWORD>::max()};
-        return sqlite3_column_type(statement, 0) == SQLITE_INTEGER && fits
-            ? std::optional<DWORD>(static_cast<DWORD>(number))
-            : std::nullopt;
+        return status;
+    }
+    sqlite3_stmt * Row() const noexcept
+    {
+        return statement;
     }
 
 private:
+    void Note(int code) noexcept
+    {
+        status = status == ERROR_SUCCESS ? database.StatusOf(code) : status;
+    }
+
+    Database const & database;
     sqlite3_stmt * statement = nullptr;
+    LSTATUS status;
 };
+
+LSTATUS Database::CheckTable() noexcept
+{
+    // Only a newer version has written one.
+    Statement version(*this, "PRAGMA user_version");
+    if (version.Step() && sqlite3_column_int64(version.Row(), 0) != 0)
+    {
+        return ERROR_OLD_WIN_VERSION;
+    }
+    Statement schema(*this, readSchema);
+    bool const isThere = version.Status() == ERROR_SUCCESS && schema.Step();
+    for (LSTATUS const status : {version.Status(), schema.Status()})
+    {
+        if (status != ERROR_SUCCESS)
+        {
+            return status;
+        }
+    }
+    auto const * const text = isThere ? reinterpret_cast<char const *>(sqlite3_column_text(schema.Row(), 0)) : nullptr;
+    if (isThere && text == nullptr)
+    {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    bool const isOurs = isThere && std::string_view(text) == createTable;
+    if (isThere && (!isOurs || schema.Step()))
+    {
+        return damaged;
+    }
+    return schema.Status() != ERROR_SUCCESS ? schema.Status()
+        : isThere                           ? static_cast<LSTATUS>(ERROR_SUCCESS)
+                                            : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
+}
+
+LSTATUS Read(Database const & database, UINT key, std::optional<DWORD> & value) noexcept
+{
+    Statement read(database, readOne);
+    read.Bind(1, std::int64_t{key});
+    read.Bind(2, SystemRun());
+    if (!read.Step())
+    {
+        return read.Status();
+    }
+    if (sqlite3_column_type(read.Row(), 0) == SQLITE_NULL)
+    {
+        return ERROR_SUCCESS; // written for an earlier run of the system only
+    }
+    if (!IsNumberOf32Bits(read.Row()))
+    {
+        return damaged;
+    }
+    value = static_cast<DWORD>(sqlite3_column_int64(read.Row(), 0));
+    return ERROR_SUCCESS;
+}
+
+LSTATUS Write(Database const & database, UINT key, DWORD value, Lifetime lifetime) noexcept
+{
+    Statement write(database, lifetime == Lifetime::Lasting ? writeLasting : writeUntilRestart);
+    write.Bind(1, std::int64_t{key});
+    write.Bind(2, std::int64_t{value});
+    if (lifetime == Lifetime::UntilRestart)
+    {
+        write.Bind(3, SystemRun());
+    }
+    write.Step();
+    return write.Status();
+}
+
+/// Opens the store and uses it; one that is damaged is set aside, and the use is repeated with an empty one.
+template <class Use>
+LSTATUS WithStore(bool create, Use && use) noexcept
+try
+{
+    char directory[PATH_MAX];
+    std::size_t length = 0;
+    if (!DataDirectory(directory, length))
+    {
+        return ERROR_CANTOPEN;
+    }
+    std::string const path = std::string(directory, length) + "/parameters.db";
+    LSTATUS status = damaged;
+    for (int tries = 0; tries < 2 && status == damaged; ++tries)
+    {
+        FileIdentity file;
+        {
+            Database database;
+            status = database.Open(path.c_str(), create, file);
+            status = status == ERROR_SUCCESS ? use(database) : status;
+        }
+        if (status == damaged)
+        {
+            SetStoreAside(path, file);
+        }
+    }
+    return status;
+}
+catch (std::bad_alloc const &)
+{
+    return ERROR_NOT_ENOUGH_MEMORY;
+}
 
 } // namespace
 
 std::optional<DWORD> ReadParameter(UINT key) noexcept
 {
-    Database const database(SQLITE_OPEN_READONLY);
-    if (!database.IsOpen())
-    {
-        return std::nullopt;
-    }
-    RunOfSystem const run;
-    Statement read(database, readOne);
-    read.Bind(1, key);
-    read.Bind(2, run.Text());
-    return read.Step() == SQLITE_ROW ? read.Number() : std::nullopt;
+    std::optional<DWORD> value;
+    LSTATUS const status = WithStore(false, [&](Database const & database) { return Read(database, key, value); });
+    return status == ERROR_SUCCESS ? value : std::nullopt;
 }
 
-bool WriteParameter(UINT key, DWORD value, Lifetime lifetime) noexcept
+DWORD WriteParameter(UINT key, DWORD value, Lifetime lifetime) noexcept
 {
-    Database database(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    if (!database.IsOpen() || !database.Run(createTable))
-    {
-        return false;
-    }
-    RunOfSystem const run;
-    Statement write(database, lifetime == Lifetime::Lasting ? writeLasting : writeUntilRestart);
-    write.Bind(1, key);
-    write.Bind(2, std::int64_t{value});
-    write.Bind(3, run.Text()); // where the statement has no such place this does nothing
-    return write.Step() == SQLITE_DONE;
+    auto const status = static_cast<DWORD>(
+        WithStore(true, [&](Database const & database) { return Write(database, key, value, lifetime); }));
+    // The others speak of the registry.
+    bool const isOfRegistry = status == ERROR_CANTOPEN || status == ERROR_REGISTRY_IO_FAILED || status == ERROR_BADDB;
+    return isOfRegistry ? ERROR_WRITE_FAULT : status;
 }
 
 } // namespace kv::platform

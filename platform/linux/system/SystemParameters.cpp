@@ -113,8 +113,8 @@ BOOL Get(Parameter const & parameter, PVOID value)
 BOOL Set(Parameter const & parameter, UINT argument, PVOID pointer, bool lasting)
 {
     Lifetime const lifetime = lasting ? Lifetime::Lasting : Lifetime::UntilRestart;
-    return WriteParameter(parameter.getAction, ValueToSet(parameter, argument, pointer), lifetime) ||
-        FailWith(ERROR_WRITE_FAULT);
+    DWORD const code = WriteParameter(parameter.getAction, ValueToSet(parameter, argument, pointer), lifetime);
+    return code == ERROR_SUCCESS || FailWith(code);
 }
 
 struct Metric
