@@ -3,7 +3,12 @@
 #include <kvcore/tools/support/ComUse.h>
 #include <kvcore/tools/support/ExitCodes.h>
 
+#include <algorithm>
+#include <cstddef>
+
 #include <gtest/gtest.h>
+
+#include "AllocationCounter.h"
 
 #include <support/ScratchFolder.h>
 #include <support/ToolConsole.h>
@@ -19,6 +24,13 @@ using kv::test::ToolResult;
 bool Contains(std::string const & text, std::string const & part)
 {
     return text.find(part) != std::string::npos;
+}
+
+std::string LaidOut(std::string const & xml)
+{
+    std::string out;
+    LayOut(xml, {}, [&](std::string_view piece) { out += piece; });
+    return out;
 }
 
 /// Documents, and kv at work on them.
@@ -94,7 +106,42 @@ TEST_F(KvXml, FormatTakesAnIndent)
 TEST_F(KvXml, FormatLaysOutDocumentTypes)
 {
     std::string const type = "<!DOCTYPE a [<!ENTITY e \"x>y ]>\"><!-- ]> ' --><?p ]> ?>]>";
-    EXPECT_EQ(LaidOut(type + "<a> <b/></a>", {}), type + "\n<a>\n  <b/>\n</a>\n");
+    EXPECT_EQ(LaidOut(type + "<a> <b/></a>"), type + "\n<a>\n  <b/>\n</a>\n");
+}
+
+TEST(KvXmlLayout, HoldsAPieceOfTheOutputWhateverItsSize)
+{
+    std::string const deep = [](std::size_t depth, std::size_t leaves)
+    {
+        std::string xml;
+        for (std::size_t i = 0; i < depth; ++i)
+        {
+            xml += "<a>";
+        }
+        for (std::size_t i = 0; i < leaves; ++i)
+        {
+            xml += "<b/>";
+        }
+        for (std::size_t i = 0; i < depth; ++i)
+        {
+            xml += "</a>";
+        }
+        return xml;
+    }(250, 50000);
+    std::size_t size = 0;
+    std::size_t largest = 0;
+    std::ptrdiff_t const before = kv::test::HeapHeld();
+    kv::test::ResetHeapPeak();
+    LayOut(
+        deep, {},
+        [&](std::string_view piece)
+        {
+            size += piece.size();
+            largest = std::max(largest, piece.size());
+        });
+    EXPECT_LT(kv::test::HeapPeak() - before, 0x40000);
+    EXPECT_LT(largest, deep.size());
+    EXPECT_GT(size, 100 * deep.size());
 }
 
 TEST_F(KvXml, OutputIsSavedAlsoOverTheInput)
@@ -126,7 +173,8 @@ TEST_F(KvXml, WhatIsNotWellFormedIsToldWithItsPlace)
         EXPECT_EQ(result.code, ExitDamaged) << action;
         EXPECT_EQ(result.output, "") << action;
         EXPECT_TRUE(Contains(result.error, "wrong.xml:")) << result.error;
-        EXPECT_TRUE(!strict || Contains(result.error, "wrong.xml:2:8: The end tag does not match the start tag <b> of line 2."))
+        EXPECT_TRUE(
+            !strict || Contains(result.error, "wrong.xml:2:8: The end tag does not match the start tag <b> of line 2."))
             << result.error;
     }
     EXPECT_TRUE(Contains(Run({"format", "-"}, "").error, "kv xml: standard input:")) << "an empty input";
@@ -225,7 +273,7 @@ TEST_F(KvXml, ValidatesWithTheFirstViolationsPlace)
     ToolResult const bad = Run({"validate", Made("bad.xml", "<a>\n<n>x</n></a>"), schema});
     EXPECT_EQ(bad.code, ExitFailed);
     EXPECT_TRUE(Contains(bad.error, "bad.xml:")) << bad.error;
-    EXPECT_TRUE(!strict || Contains(bad.error, "bad.xml:2: Element 'n': 'x' is not a valid value")) << bad.error;
+    EXPECT_TRUE(!strict || Contains(bad.error, "bad.xml:2:1: Element 'n': 'x' is not a valid value")) << bad.error;
     EXPECT_EQ(Run({"validate", "-", schema}, "<a/>").code, ExitFailed);
 }
 

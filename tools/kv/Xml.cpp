@@ -1,5 +1,8 @@
 #include <kvcore/tools/kv/Xml.h>
 
+#include <functional>
+#include <string_view>
+
 #include <kvcore/tools/kv/Failures.h>
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/kv/XmlLayout.h>
@@ -64,33 +67,40 @@ XmlText Load(std::string const & file, Console & console)
     }
 }
 
-void Save(std::string const & text, std::string const & file)
+/// Takes the result in pieces of whole characters.
+using Pieces = std::function<void(std::string_view)>;
+
+/// Writes what `make` gives, to the file or the console that was asked for. What has a NUL behind each result is for
+/// machines, and is not made printable.
+void GiveMade(XmlOptions const & options, Console & console, std::function<void(Pieces const &)> const & make)
 {
+    if (options.output.empty() || options.output == "-")
+    {
+        NamedOutput output("-", console);
+        make(
+            [&](std::string_view piece)
+            {
+                bool const raw = options.nul || !console.outputIsTerminal;
+                Print(output, raw ? piece : std::string_view(Presented(console, std::string(piece))));
+            });
+        output.Finish();
+        return;
+    }
     try
     {
-        SafeFile target(TypedNativePath(file));
-        for (std::size_t at = 0; at < text.size(); at += 1 << 20)
-        {
-            target.Stream().Write(text.data() + at, static_cast<int>(std::min<std::size_t>(1 << 20, text.size() - at)));
-        }
+        SafeFile target(TypedNativePath(options.output));
+        make([&](std::string_view piece) { Print(target.Stream(), piece); });
         target.Commit();
     }
     catch (IoException const & failure)
     {
-        throw OutputFailure(failure, "cannot write " + file);
+        throw OutputFailure(failure, "cannot write " + options.output);
     }
 }
 
 void Give(std::string const & text, XmlOptions const & options, Console & console)
 {
-    if (!options.output.empty() && options.output != "-")
-    {
-        Save(text, options.output);
-        return;
-    }
-    NamedOutput output("-", console);
-    Print(output, std::string_view(options.nul ? text : Presented(console, text)));
-    output.Finish();
+    GiveMade(options, console, [&](Pieces const & write) { write(text); });
 }
 
 template <typename Action>
@@ -175,7 +185,7 @@ int FormatXml(XmlOptions const & options, Console & console)
             XmlLayout const layout = LayoutOf(options);
             std::string xml = Load(options.file, console).GetXML().Utf8();
             std::erase(xml, '\r'); // one that belongs to the text is a reference
-            Give(LaidOut(xml, layout), options, console);
+            GiveMade(options, console, [&](Pieces const & write) { LayOut(xml, layout, write); });
             return ExitOk;
         });
 }

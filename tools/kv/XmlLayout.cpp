@@ -21,7 +21,6 @@ struct Token
 {
     Kind kind;
     std::string_view text;
-    bool kept = false; ///< Start: the content stays as it is
 };
 
 bool StartsWith(std::string_view text, std::string_view start)
@@ -126,81 +125,125 @@ bool AsksToKeep(std::string_view tag)
     return name != std::string_view::npos && tag.find("preserve", name) != std::string_view::npos;
 }
 
-/// The tokens, with the start tags marked whose content is more than layout.
-std::vector<Token> Tokens(std::string_view xml)
+/// For each start tag, in order, whether the content of its element is more than layout.
+std::vector<bool> KeptElements(std::string_view xml)
 {
-    std::vector<Token> tokens;
+    std::vector<bool> kept;
     std::vector<std::size_t> open;
+    Kind last = Kind::Other;
+    Kind beforeLast = Kind::Other;
     while (!xml.empty())
     {
-        Token token = NextToken(xml);
+        Token const token = NextToken(xml);
         xml.remove_prefix(token.text.size());
-        bool const inside = !open.empty();
-        bool const closesBlank = token.kind == Kind::End && tokens.size() >= 2 && tokens.back().kind == Kind::Text &&
-            tokens[tokens.size() - 2].kind == Kind::Start;
-        if (inside && ((token.kind == Kind::Text && !IsBlank(token.text)) || closesBlank))
+        bool const closesBlank = token.kind == Kind::End && last == Kind::Text && beforeLast == Kind::Start;
+        if (!open.empty() && ((token.kind == Kind::Text && !IsBlank(token.text)) || closesBlank))
         {
-            tokens[open.back()].kept = true;
+            kept[open.back()] = true;
         }
-        if (token.kind == Kind::End && inside)
+        if (token.kind == Kind::End && !open.empty())
         {
             open.pop_back();
         }
-        token.kept = token.kind == Kind::Start && AsksToKeep(token.text);
-        tokens.push_back(token);
         if (token.kind == Kind::Start)
         {
-            open.push_back(tokens.size() - 1);
+            open.push_back(kept.size());
+            kept.push_back(AsksToKeep(token.text));
+        }
+        beforeLast = last;
+        last = token.kind;
+    }
+    return kept;
+}
+
+/// Gathers small pieces.
+class Writer
+{
+public:
+    explicit Writer(std::function<void(std::string_view)> const & newTarget) : target(newTarget) {}
+
+    void Write(std::string_view piece)
+    {
+        if (held.size() + piece.size() > most)
+        {
+            target(held);
+            held.clear();
+        }
+        if (piece.size() > most)
+        {
+            target(piece);
+            return;
+        }
+        held += piece;
+    }
+    void BreakLine(std::size_t depth, XmlLayout const & layout)
+    {
+        if (!begun || layout.compact)
+        {
+            return;
+        }
+        Write("\n");
+        for (std::size_t i = 0; i < depth; ++i)
+        {
+            Write(layout.unit);
         }
     }
-    return tokens;
-}
+    void WriteTag(std::string_view tag)
+    {
+        Write(tag);
+        begun = true;
+    }
+    void Finish()
+    {
+        Write("\n");
+        target(held);
+    }
+
+private:
+    static constexpr std::size_t most = 0x10000;
+    std::function<void(std::string_view)> const & target;
+    std::string held;
+    bool begun = false;
+};
 
 } // namespace
 
-std::string LaidOut(std::string_view xml, XmlLayout const & layout)
+void LayOut(std::string_view xml, XmlLayout const & layout, std::function<void(std::string_view)> const & write)
 {
-    std::string out;
+    std::vector<bool> const keptElements = KeptElements(xml);
+    Writer out(write);
+    std::size_t element = 0;
     std::size_t depth = 0;
     std::size_t keptDepth = 0; // of the elements whose content stays, from the outermost such one on
     bool opened = false;       // the token before was a start tag
-    auto const breakLine = [&]
+    while (!xml.empty())
     {
-        if (!out.empty() && !layout.compact)
-        {
-            out += '\n';
-            for (std::size_t i = 0; i < depth; ++i)
-            {
-                out += layout.unit;
-            }
-        }
-    };
-    for (Token const & token : Tokens(xml))
-    {
+        Token const token = NextToken(xml);
+        xml.remove_prefix(token.text.size());
         bool const kept = keptDepth != 0;
         if (token.kind == Kind::Text)
         {
-            out += kept ? token.text : std::string_view();
+            out.Write(kept ? token.text : std::string_view());
             continue;
         }
         depth -= token.kind == Kind::End && depth != 0 ? 1 : 0;
         if (!kept && !(token.kind == Kind::End && opened))
         {
-            breakLine();
+            out.BreakLine(depth, layout);
         }
-        out += token.text;
+        out.WriteTag(token.text);
         opened = token.kind == Kind::Start;
         depth += opened ? 1 : 0;
         if (token.kind == Kind::End && kept)
         {
             --keptDepth;
         }
-        else if (opened && (kept || token.kept))
+        else if (opened && (keptElements[element++] || kept))
         {
             ++keptDepth;
         }
     }
-    return out + '\n';
+    out.Finish();
 }
 
 } // namespace kv::tools

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,8 @@ struct XmlLayout
 
 /// Lays out a well-formed document: each tag, comment and instruction on a line of its own. White space between tags is
 /// layout, and is replaced; an element that has other text keeps its content as it is, as does one with xml:space
-/// "preserve", and one that holds nothing but white space.
-std::string LaidOut(std::string_view xml, XmlLayout const & layout);
+/// "preserve", and one that holds nothing but white space. The result goes to `write` in pieces: that of a deep
+/// document is many times as large as the document.
+void LayOut(std::string_view xml, XmlLayout const & layout, std::function<void(std::string_view)> const & write);
 
 } // namespace kv::tools
