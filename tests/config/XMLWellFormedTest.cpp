@@ -26,14 +26,19 @@ XMLDocument Parsed(std::string const & text)
     return XMLParser::ParseData(text.data(), static_cast<int>(text.size()));
 }
 
+} // namespace
+
+#ifndef _WIN32 // Elsewhere the component is the system's.
+
+namespace
+{
+
 std::string Failure(std::string const & text)
 {
     return XmlFailureOf([&] { Parsed(text); });
 }
 
 } // namespace
-
-#ifndef _WIN32 // Elsewhere the component is the system's.
 
 TEST_F(XMLWellFormed, RulesOfValidityAreNotHeld)
 {
