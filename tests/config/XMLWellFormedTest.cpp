@@ -158,6 +158,18 @@ TEST_F(XMLWellFormed, EveryFailureHasAPlace)
     }
 }
 
+TEST_F(XMLWellFormed, PathsAndStyleSheetsFindElementsByTheirIdentifiers)
+{
+    XMLDocument const document =
+        Parsed("<!DOCTYPE a [<!ATTLIST b i ID #IMPLIED>]><a><b i='x'>1</b><b i='x'>2</b><b i='y'>3</b></a>");
+    EXPECT_EQ(document.GetChildNode("id('x')", true).GetText(), TEXT("1"));
+    EXPECT_EQ(document.GetChildNodes("id('x y z')", true).size(), 2u);
+    XMLNode const result = document.TransformNode(
+        Parsed("<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'><xsl:template match='/'>"
+               "<r><xsl:value-of select=\"id('y')\"/></r></xsl:template></xsl:stylesheet>"));
+    EXPECT_EQ(result.GetText(), TEXT("3"));
+}
+
 TEST_F(XMLWellFormed, AViolationOfASchemaHasAPlace)
 {
     XMLDocument document = Parsed("<a>\n  <n>x</n></a>");

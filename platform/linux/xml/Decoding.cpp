@@ -19,6 +19,7 @@ namespace kv::platform
 namespace
 {
 
+constexpr UINT asciiPage = 20127;
 constexpr UINT utf16Page = 1200;
 constexpr UINT utf16BigEndianPage = 1201;
 
@@ -30,8 +31,8 @@ struct CharacterSet
 
 /// Names that documents declare and that do not tell the page's number themselves.
 constexpr CharacterSet characterSets[] = {
-    {"ansi_x3.4-1968", 20127},
-    {"ascii", 20127},
+    {"ansi_x3.4-1968", asciiPage},
+    {"ascii", asciiPage},
     {"big5", 950},
     {"chinese", 936},
     {"cn-big5", 950},
@@ -61,7 +62,7 @@ constexpr CharacterSet characterSets[] = {
     {"iso-10646-ucs-2", utf16Page},
     {"iso-8859-11", 874},
     {"iso-8859-8-i", 28598},
-    {"iso646-us", 20127},
+    {"iso646-us", asciiPage},
     {"koi8", 20866},
     {"koi8-r", 20866},
     {"koi8-ru", 21866},
@@ -95,8 +96,8 @@ constexpr CharacterSet characterSets[] = {
     {"unicode", utf16Page},
     {"unicode-1-1-utf-8", CP_UTF8},
     {"unicodefffe", utf16BigEndianPage},
-    {"us", 20127},
-    {"us-ascii", 20127},
+    {"us", asciiPage},
+    {"us-ascii", asciiPage},
     {"utf-16", utf16Page},
     {"utf-16be", utf16BigEndianPage},
     {"utf-16le", utf16Page},
@@ -321,8 +322,20 @@ std::u16string UnitsBeforeFault(UINT page, std::string_view bytes)
     return units;
 }
 
+/// The system's table drops the eighth bit, by which a '<' could be hidden.
+bool DecodeAscii(std::string_view encoding, std::string_view bytes, std::string & storage, Problem & problem)
+{
+    auto const end = std::find_if(bytes.begin(), bytes.end(), [](char c) { return (c & 0x80) != 0; });
+    storage = bytes;
+    return end == bytes.end() || FailInBytes(encoding, std::u16string(bytes.begin(), end), problem);
+}
+
 bool DecodePage(UINT page, std::string_view encoding, std::string_view bytes, std::string & storage, Problem & problem)
 {
+    if (page == asciiPage)
+    {
+        return DecodeAscii(encoding, bytes, storage, problem);
+    }
     int const count = bytes.empty() ? 0 : ToUnits(page, bytes, nullptr);
     std::u16string units(static_cast<std::size_t>(std::max(count, 0)), 0);
     if (!bytes.empty() && (count <= 0 || ToUnits(page, bytes, &units) != count))

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <climits>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include <libxml/xpath.h>
@@ -152,6 +153,11 @@ HRESULT EvaluateByLibrary(NodeAccess & from, std::string const & text, Which whi
     if (from.Here() == nullptr)
     {
         return S_OK;
+    }
+    if (text.find("id") != std::string::npos)
+    {
+        SharedTree const & tree = from.TreeOf();
+        std::call_once(tree->identified, RegisterIdentifiers, *tree->document);
     }
     Collector collector;
     xmlXPathRegisterFuncLookup(context.get(), Collector::Find, &collector);

@@ -144,6 +144,7 @@ void PrepareAttributes(xmlNode & element, StyleSheetFigures & figures)
         xmlNode * const text = attribute->children;
         std::string_view const value = text == nullptr ? std::string_view() : View(text->content);
         std::string_view const name = View(attribute->name);
+        figures.asksForIdentifiers = figures.asksForIdentifiers || value.find("id") != std::string_view::npos;
         if (IsInstruction(element) && (name == "match" || name == "count" || name == "from"))
         {
             figures.deepSteps = std::max(figures.deepSteps, DeepSteps(value));

@@ -11,7 +11,8 @@ namespace kv::platform
 struct StyleSheetFigures
 {
     std::size_t elements = 0;
-    std::size_t deepSteps = 0;          ///< the most "//" in one pattern, behind its beginning
+    std::size_t deepSteps = 0; ///< the most "//" in one pattern, behind its beginning
+    bool asksForIdentifiers = false;
     std::size_t dependentVariables = 0; ///< of the whole style sheet, that are made of others
 };
 

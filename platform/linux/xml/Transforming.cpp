@@ -200,7 +200,12 @@ Transformed Run(NodeAccess & source, NodeAccess & styleSheet, std::string & reas
     {
         return done;
     }
-    reason = ReasonAgainst(PrepareStyleSheet(*rules), figures);
+    StyleSheetFigures const rulesFigures = PrepareStyleSheet(*rules);
+    reason = ReasonAgainst(rulesFigures, figures);
+    if (rulesFigures.asksForIdentifiers)
+    {
+        RegisterIdentifiers(*copy);
+    }
     done.stylesheet = reason.empty() ? Compile(std::move(rules)) : nullptr;
     if (done.stylesheet)
     {

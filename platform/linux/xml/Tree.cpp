@@ -86,6 +86,23 @@ TreeFigures NumberNodes(xmlDoc & document)
     return figures;
 }
 
+void RegisterIdentifiers(xmlDoc & document)
+{
+    xmlNode * const root = reinterpret_cast<xmlNode *>(&document);
+    for (xmlNode * node = root; node != nullptr; node = NextWithin(node, root))
+    {
+        xmlAttr * attribute = node->type == XML_ELEMENT_NODE ? node->properties : nullptr;
+        for (; attribute != nullptr; attribute = attribute->next)
+        {
+            if (attribute->atype == XML_ATTRIBUTE_ID && attribute->children != nullptr)
+            {
+                xmlAddID(nullptr, &document, attribute->children->content, attribute);
+                attribute->atype = XML_ATTRIBUTE_ID; // also of one that is not the first
+            }
+        }
+    }
+}
+
 namespace
 {
 
@@ -229,10 +246,7 @@ private:
         copy->parent = &element;
         copy->prev = last;
         (last == nullptr ? element.properties : last->next) = copy;
-        if (source.atype == XML_ATTRIBUTE_ID)
-        {
-            xmlAddID(nullptr, &target, text, copy);
-        }
+        copy->atype = source.atype;
         return copy;
     }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@ struct Tree
     std::string declarations; ///< The internal subset as it was written, with its brackets; empty for none.
     TreeFigures figures;
     std::unique_ptr<AttributeIndex> const attributes;
+    std::once_flag identified; ///< by RegisterIdentifiers, at the first question
 };
 using SharedTree = std::shared_ptr<Tree>;
 
@@ -65,6 +67,10 @@ void MarkNode(xmlNode * node, NodeMark mark);
 
 /// Numbers the nodes of a document that a library has made, and looks how far it goes.
 TreeFigures NumberNodes(xmlDoc & document);
+
+/// Puts the identifiers, which are marked in the tree, into the library's table, where the first of equal ones counts.
+/// That table slows down as it grows, so only who asks for identifiers pays for it.
+void RegisterIdentifiers(xmlDoc & document);
 
 /// Declarations above a node that something in it uses, or all that hold for it.
 using Declarations = std::vector<xmlNs const *>;

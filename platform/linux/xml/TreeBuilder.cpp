@@ -559,7 +559,7 @@ private:
             }
             if (i == identifier || std::strcmp(name, "xml:id") == 0)
             {
-                xmlAddID(nullptr, &document, last->children->content, last); // which keeps the first of equal ones
+                last->atype = XML_ATTRIBUTE_ID;
             }
         }
         std::sort(prefixed.begin(), prefixed.end());
