@@ -15,6 +15,11 @@ class XMLDocument;
 /// space in texts is kept. What a document names outside of itself (entities, a document type) is not loaded, and
 /// nothing is ever fetched over the network. Every load makes a new document; none is kept.
 ///
+/// Texts, values and names may be as long as a document of 2 GB has room for, and elements have as many attributes and
+/// children as they like. Where the document component is this library's own, elements are nested 256 deep at most,
+/// entities refer to each other 40 deep at most, and make a document no more than ten times as large as it is written,
+/// except for the first megabyte. What goes beyond is refused in these words, with its place.
+///
 /// Failures of all classes of this header are XMLParser::Exception.
 ///
 /// Threads: COM must be initialised on the calling thread, and a document and its nodes stay in that thread's
