@@ -23,8 +23,8 @@
 /// line feed, carriage return, '"', '&', '<' and '>' are written as references, so that they survive any parser;
 /// control characters besides, which XML cannot hold, are passed through. Kept: "--" in a comment is, too.
 ///
-/// Elements may be nested as deep as the caller likes. XMLParser reads 256 levels on systems whose document component is
-/// this library's own; texts, values and comments it reads whole, whatever their length.
+/// Elements may be nested as deep as the caller likes. XMLParser reads 256 levels on systems whose document component
+/// is this library's own; texts, values and comments it reads whole, whatever their length.
 ///
 /// Failures of the stream pass through; what was written before stays written, and the writer stands where the part of
 /// the call that failed began. All operations return the writer, so that calls can be chained.
