@@ -650,13 +650,18 @@ std::string StripTypeName(std::string name)
 {
     for (std::string_view const word : {std::string_view("struct "), std::string_view("class ")})
     {
-        std::size_t from = 0;
-        while ((from = name.find(word, from)) != std::string::npos)
+        // As good as searching from the front after each removal: no word begins as it ends, so no two occurrences
+        // share a character, and one goes as soon as its last character stands behind the others.
+        std::size_t kept = 0;
+        for (char const c : name)
         {
-            name.erase(from, word.size());
-            // As good as from the front: a new occurrence can only begin within the word's length before the cut.
-            from -= std::min(from, word.size());
+            name[kept++] = c;
+            if (c == ' ' && std::string_view(name.data(), kept).ends_with(word))
+            {
+                kept -= word.size();
+            }
         }
+        name.resize(kept);
     }
     return name;
 }

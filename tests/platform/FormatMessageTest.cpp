@@ -662,6 +662,47 @@ TEST(SystemMessages, EndInALineEnd)
     }
 }
 
+TEST(SystemMessages, Win32CodesInResultsReadTheSame)
+{
+    for (DWORD const code : {2u, 5u, 14u, 87u, 183u})
+    {
+        EXPECT_EQ(SystemText(0x80070000u | code).text, SystemText(code).text);
+    }
+}
+
+TEST(SystemMessages, UnknownCodesAreNotFound)
+{
+    for (DWORD const code : {99999u, 0x0FFFFFFFu, 0xFFFFFFFFu, 0x8007FFFFu})
+    {
+        EXPECT_EQ(SystemText(code).error, DWORD{ERROR_MR_MID_NOT_FOUND}) << code;
+    }
+}
+
+TEST(SystemMessages, DoNotFitIntoASmallBuffer)
+{
+    WCHAR buffer[5];
+    SetLastError(untouched);
+    EXPECT_EQ(
+        FormatMessageW(
+            FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, ERROR_FILE_NOT_FOUND, 0, buffer, 5,
+            nullptr),
+        0u);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(WString(buffer), SystemText(ERROR_FILE_NOT_FOUND).text.substr(0, 4));
+}
+
+TEST(SystemMessages, LoseTheirLineEndToAWidth)
+{
+    LPWSTR buffer = nullptr;
+    WString const line = SystemText(ERROR_FILE_NOT_FOUND).text;
+    DWORD const length = FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS |
+            FORMAT_MESSAGE_MAX_WIDTH_MASK,
+        nullptr, ERROR_FILE_NOT_FOUND, 0, reinterpret_cast<LPWSTR>(&buffer), 0, nullptr);
+    EXPECT_EQ(Collect(length, buffer).text, line.substr(0, line.size() - 2) + TEXT(" "));
+}
+
+#ifndef _WIN32 // The words are the system's own.
 TEST(SystemMessages, EveryCodeThatIsReportedHasAText)
 {
     struct
@@ -801,47 +842,6 @@ TEST(SystemMessages, EveryCodeThatIsReportedHasAText)
     }
 }
 
-TEST(SystemMessages, Win32CodesInResultsReadTheSame)
-{
-    for (DWORD const code : {2u, 5u, 14u, 87u, 183u})
-    {
-        EXPECT_EQ(SystemText(0x80070000u | code).text, SystemText(code).text);
-    }
-}
-
-TEST(SystemMessages, UnknownCodesAreNotFound)
-{
-    for (DWORD const code : {99999u, 0x0FFFFFFFu, 0xFFFFFFFFu, 0x8007FFFFu})
-    {
-        EXPECT_EQ(SystemText(code).error, DWORD{ERROR_MR_MID_NOT_FOUND}) << code;
-    }
-}
-
-TEST(SystemMessages, DoNotFitIntoASmallBuffer)
-{
-    WCHAR buffer[5];
-    SetLastError(untouched);
-    EXPECT_EQ(
-        FormatMessageW(
-            FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, ERROR_FILE_NOT_FOUND, 0, buffer, 5,
-            nullptr),
-        0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(WString(buffer), SystemText(ERROR_FILE_NOT_FOUND).text.substr(0, 4));
-}
-
-TEST(SystemMessages, LoseTheirLineEndToAWidth)
-{
-    LPWSTR buffer = nullptr;
-    WString const line = SystemText(ERROR_FILE_NOT_FOUND).text;
-    DWORD const length = FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS |
-            FORMAT_MESSAGE_MAX_WIDTH_MASK,
-        nullptr, ERROR_FILE_NOT_FOUND, 0, reinterpret_cast<LPWSTR>(&buffer), 0, nullptr);
-    EXPECT_EQ(Collect(length, buffer).text, line.substr(0, line.size() - 2) + TEXT(" "));
-}
-
-#ifndef _WIN32 // The words are the system's own.
 TEST(SystemMessages, AreTheSystemsWordsForItsErrors)
 {
     EXPECT_EQ(SystemText(0).text, TEXT("Success\r\n"));
