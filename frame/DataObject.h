@@ -16,8 +16,8 @@ extern KVCORE_API GUID const IID_DataObject;
 /// An object for the clipboard and for dragging. It refuses everything, so that a derived class overrides what it
 /// supports.
 ///
-/// Born with a count of 1, which belongs to its creator. Kept: the count is its own and no atomic one, unlike that of the
-/// base: a data object belongs to one thread. Its IUnknown is that of IDataObject; the base has another one, which
+/// Born with a count of 1, which belongs to its creator. Kept: the count is its own and no atomic one, unlike that of
+/// the base: a data object belongs to one thread. Its IUnknown is that of IDataObject; the base has another one, which
 /// answers in the same way.
 ///
 /// Kept: so a DataObject pointer does not convert to one of IUnknown by itself; IDataObject's is the one to take.

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <string_view>
 
 #include <kvcore/core/AsciiBytes.h>
 #include <kvcore/files/AsyncFileStream.h>
@@ -182,9 +183,11 @@ struct KVLogFile::Log
     void Add(void const * location, LogText text);
     void LookAtClock();
     void TakeName(ModulePath const & path);
-    void FormLine(LogText name, LogText text);
+    void FormLine(LogText name, ULONG indent, LogText text);
     bool WriteAsciiLine(LogText text);
     void WriteLine(LogText text);
+    void WriteAsAnsi(LogText text);
+    void WriteBlanks(std::uint64_t count);
     void WritePiece(char const * piece, std::size_t size);
 
     std::atomic<bool> hasEnded{false}; // set without the lock: busy threads leave it to who ends the log
@@ -264,10 +267,10 @@ void KVLogFile::Log::TakeName(ModulePath const & path)
 }
 
 /// Forms the line in `line`.
-void KVLogFile::Log::FormLine(LogText name, LogText text)
+void KVLogFile::Log::FormLine(LogText name, ULONG indent, LogText text)
 {
     line.clear();
-    AppendLogLine(line, clock.Shown(), name, text.empty() ? 0 : IndentOfThread(), text);
+    AppendLogLine(line, clock.Shown(), name, indent, text);
 }
 
 /// Failures of the stream are dropped: nobody can be told.
@@ -294,13 +297,38 @@ bool KVLogFile::Log::WriteAsciiLine(LogText text)
     return length != 0;
 }
 
-/// Writes any line.
+void KVLogFile::Log::WriteAsAnsi(LogText text)
+{
+    ToAnsi(text, bytes);
+    ring.Put(bytes, [this](char const * piece, std::size_t size) { WritePiece(piece, size); });
+}
+
+void KVLogFile::Log::WriteBlanks(std::uint64_t count)
+{
+    bytes.assign(std::size_t(std::min<std::uint64_t>(count, LogRing::slotSize)), ' ');
+    for (; count != 0; count -= std::min<std::uint64_t>(count, bytes.size()))
+    {
+        std::string_view const piece(bytes.data(), std::size_t(std::min<std::uint64_t>(count, bytes.size())));
+        ring.Put(piece, [this](char const * data, std::size_t size) { WritePiece(data, size); });
+    }
+}
+
+/// Writes any line. The memory for it is that of its text, however far it is indented.
 void KVLogFile::Log::WriteLine(LogText text)
 {
-    FormLine(moduleName.Get(), text);
-    ToAnsi(line, bytes);
+    constexpr ULONG mostFormed = 4096;
+    constexpr std::size_t headLength = kv::detail::logTimeLength + kv::detail::logNameLength + 1;
+    ULONG const indent = IndentOfThread();
+    FormLine(moduleName.Get(), indent <= mostFormed ? indent : 0, text);
     kv::platform::WriteGroup const isOneLine;
-    ring.Put(bytes, [this](char const * piece, std::size_t size) { WritePiece(piece, size); });
+    if (indent <= mostFormed)
+    {
+        WriteAsAnsi(line);
+        return;
+    }
+    WriteAsAnsi(LogText(line).substr(0, headLength));
+    WriteBlanks(std::uint64_t{2} * indent);
+    WriteAsAnsi(LogText(line).substr(headLength));
 }
 
 /// Logs each line of a text; nothing while no file is open.
@@ -512,6 +540,7 @@ String KVLogFile::GetLogText(void * location, String const & text)
     }
     log->LookAtClock();
     log->TakeName(path);
-    log->FormLine(location != nullptr ? log->moduleName.Get() : noModule, text);
+    log->FormLine(
+        location != nullptr ? log->moduleName.Get() : noModule, text.empty() ? 0 : log->IndentOfThread(), text);
     return String(log->line);
 }

@@ -37,8 +37,8 @@ public:
     void Detach() noexcept;
 
     /// Takes a write over: of 1 to 512 bytes, from memory that VirtualAlloc has committed, at a place below 2^63.
-    /// False, with nothing done, for all else and without memory: it is a case for WriteFile then. Waits only if 256 KiB
-    /// are on their way already.
+    /// False, with nothing done, for all else and without memory: it is a case for WriteFile then. Waits only if 256
+    /// KiB are on their way already.
     bool Write(void const * data, DWORD count, std::uint64_t place) noexcept;
     /// Returns when all that was taken over for the file is done.
     void Await() const noexcept;

@@ -132,6 +132,7 @@ bool ElfFile::FindSymbolIn(std::uint32_t kind, std::uint64_t address, SymbolName
 std::size_t ElfFile::BuildId(unsigned char * bytes, std::size_t capacity) const
 {
     constexpr char owner[] = "GNU";
+    std::uint64_t left = mostNotes; // of all segments, which may be the same bytes again and again
     for (unsigned i = 0; valid && i < programHeaderCount; ++i)
     {
         Segment segment;
@@ -143,7 +144,8 @@ std::size_t ElfFile::BuildId(unsigned char * bytes, std::size_t capacity) const
         {
             continue;
         }
-        std::uint64_t const end = std::min<std::uint64_t>(segment.p_filesz, mostNotes);
+        std::uint64_t const end = std::min<std::uint64_t>(segment.p_filesz, left);
+        left -= end;
         ElfW(Nhdr) note;
         char name[sizeof owner];
         for (std::uint64_t at = 0; at + sizeof note + sizeof name <= end;)

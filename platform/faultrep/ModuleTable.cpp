@@ -44,11 +44,11 @@ char const * SkipFields(char const * text, int fields)
 
 } // namespace
 
-void ModuleTable::Fill()
+void ModuleTable::Fill(char const * list)
 {
     count = 0;
     leftOut = 0;
-    LineReader lines("/proc/self/maps");
+    LineReader lines(list);
     while (char const * const line = lines.Next())
     {
         Add(line);

@@ -20,7 +20,7 @@ class ModuleTable
 {
 public:
     /// Reads the list. No heap.
-    void Fill();
+    void Fill(char const * list = "/proc/self/maps");
 
     std::size_t Count() const
     {

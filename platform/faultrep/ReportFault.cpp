@@ -526,9 +526,8 @@ void PutFiles(ReportText & text)
     }
 }
 
-bool WriteReport(int file, EXCEPTION_POINTERS const & fault, Moment const & now)
+void WriteReport(ReportText & text, EXCEPTION_POINTERS const & fault, Moment const & now)
 {
-    ReportText text(file);
     PutProcess(text, now);
     text.Flush();
     modules.Fill();
@@ -543,7 +542,6 @@ bool WriteReport(int file, EXCEPTION_POINTERS const & fault, Moment const & now)
     PutFiles(text);
     text.Put("\nEnd of report\n");
     text.Flush();
-    return text.IsWhole();
 }
 
 } // namespace
@@ -565,7 +563,13 @@ extern "C" KVCORE_API EFaultRepRetVal WINAPI ReportFault(LPEXCEPTION_POINTERS fa
     {
         return frrvErr;
     }
-    bool const whole = WriteReport(file.Get(), *fault, now);
+    ReportText text(file.Get());
+    WriteReport(text, *fault, now);
+    if (!text.HasAny())
+    {
+        unlink(path); // the disk is full, for instance: an empty report must not take the place of another one
+        return frrvErr;
+    }
     RemoveOldest();
-    return whole ? frrvOk : frrvErr;
+    return text.IsWhole() ? frrvOk : frrvErr;
 }

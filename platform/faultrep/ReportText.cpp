@@ -73,6 +73,7 @@ void ReportText::Flush()
         if (written > 0)
         {
             done += static_cast<std::size_t>(written);
+            hasWritten = true;
         }
         else
         {

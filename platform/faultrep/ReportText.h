@@ -25,6 +25,11 @@ public:
 
     /// Writes out what has been put so far; what comes may fault.
     void Flush();
+    /// Whether anything was written.
+    bool HasAny() const
+    {
+        return hasWritten;
+    }
     /// Whether all was written.
     bool IsWhole() const
     {
@@ -36,6 +41,7 @@ private:
 
     int file;
     bool failed = false;
+    bool hasWritten = false;
     std::size_t fill = 0;
     char buffer[4096];
 };

@@ -264,6 +264,51 @@ TEST_F(KVLogFiles, IndentTheLinesOfOneThread)
     EXPECT_EQ(TextsOf(Bytes()), Texts({"      in", "      side", "other", "out"}));
 }
 
+TEST_F(KVLogFiles, IndentAsFarAsTheyAreTold)
+{
+    Open();
+    Texts expected;
+    for (ULONG const indent : {200u, 300u, 4096u, 4097u, 100'001u})
+    {
+        log->SetThreadIndent(indent);
+        for (char const * const text : {"x", "\xC3\xA4"})
+        {
+            log->AddLine(String::FromUtf8(text));
+            expected.push_back(std::string(2 * std::size_t{indent}, ' ') + String::FromUtf8(text).SystemMultibyte());
+        }
+    }
+    EXPECT_EQ(TextsOf(Bytes()), expected);
+}
+
+TEST_F(KVLogFiles, TakeTheLinesOfThreadsThatAreEnding)
+{
+    struct Farewell
+    {
+        ~Farewell()
+        {
+            log->AddLine(TEXT("bye"));
+        }
+        KVLogFile * log = nullptr;
+    };
+    Open();
+    for (int i = 0; i < 20; ++i)
+    {
+        std::thread(
+            [this]
+            {
+                static thread_local Farewell farewell;
+                farewell.log = &*log;
+                log->SetThreadIndent(1);
+                log->AddLine(TEXT("hello"));
+                log->SetThreadIndent(0);
+            })
+            .join();
+    }
+    Texts const texts = TextsOf(Bytes());
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "  hello"), 20);
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "bye"), 20);
+}
+
 TEST_F(KVLogFiles, LoseTheIndentWhenTheLogIsAskedFor)
 {
     KVLogFile & shared = KVLogFile::Object();

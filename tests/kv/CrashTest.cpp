@@ -1,12 +1,15 @@
 #include <cstdlib>
 
 #include <kvcore/platform/CrashReports.h>
+#include <kvcore/tools/kv/CrashLines.h>
+#include <kvcore/tools/kv/LogLines.h>
 #include <kvcore/tools/kv/ProvokeFault.h>
 #include <kvcore/tools/kv/RunKv.h>
 #include <kvcore/tools/support/ExitCodes.h>
 
 #include <gtest/gtest.h>
 
+#include <support/CostGrowth.h>
 #include <support/ScratchFolder.h>
 #include <support/ToolConsole.h>
 
@@ -46,6 +49,62 @@ TEST(KvCrash, ShowsAnyBytes)
     std::string const bytes = "(_Z" + std::string(100000, '9') + "(_Z(_Z\n" + std::string(3, '\0') + "(_Zx";
     std::u8string const path = folder.Write("any", bytes).generic_u8string();
     EXPECT_EQ(RunTool(RunKv, {"crash", std::string(path.begin(), path.end())}).code, ExitOk);
+}
+
+/// A linker's name whose parts refer to those before, so that each step doubles what it stands for.
+std::string NameOfDoublings(int steps)
+{
+    std::string name = "_Z1fSt4pairIiiE";
+    for (int i = 0; i < steps; ++i)
+    {
+        std::string const part = std::string("S") + "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"[i] + "_";
+        name += "S_I" + part + part + "E";
+    }
+    return name;
+}
+
+TEST(KvCrash, LeavesNamesThatStandForGigabytesAsTheyAre)
+{
+    EXPECT_EQ(WithSourceNames("(" + NameOfDoublings(34) + "+0x1)"), "(" + NameOfDoublings(34) + "+0x1)");
+    EXPECT_NE(WithSourceNames("(" + NameOfDoublings(3) + "+0x1)").find("(f(std::pair<int, int>, "), std::string::npos);
+    std::string many;
+    for (int i = 0; i < 100; ++i)
+    {
+        many += "(" + NameOfDoublings(5) + ")";
+    }
+    EXPECT_LE(WithSourceNames(many).size(), mostSourceNames + many.size());
+}
+
+TEST(KvCrash, ShowsTheLongNamesOfTheStandardLibrary)
+{
+    EXPECT_EQ(
+        WithSourceNames("(_ZNSt3mapI6StringSt6vectorIiSaIiEESt4lessIS0_ESaISt4pairIKS0_S3_EEEixERS7_+0x1)"),
+        "(std::map<String, std::vector<int, std::allocator<int> >, std::less<String>, std::allocator<std::pair<String "
+        "const, std::vector<int, std::allocator<int> > > > >::operator[](String const&)+0x1)");
+}
+
+TEST(KvCrash, TakesTimeThatGrowsWithTheReportAndNoFaster)
+{
+    for (std::string const & part : {std::string("(_ZS"), std::string("(_ZJ"), "(" + NameOfDoublings(30)})
+    {
+        EXPECT_TRUE(kv::test::GrowsNearLinearly(
+            1 << 11, 1 << 16,
+            [&part](std::size_t names)
+            {
+                std::string text;
+                for (std::size_t i = 0; i < names; ++i)
+                {
+                    text += part + (i % 64 == 63 ? "\n" : "");
+                }
+                return text;
+            },
+            [](std::string const & text)
+            {
+                LineCutter lines;
+                lines.Add(text, [](std::string_view line) { EXPECT_EQ(WithSourceNames(std::string(line)), line); });
+            }))
+            << part;
+    }
 }
 
 TEST(KvCrash, ShowsEqualFramesOnce)

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <kvcore/tools/kv/Failures.h>
+#include <support/CostGrowth.h>
 #include <support/ScratchFolder.h>
 #include <support/ToolConsole.h>
 
@@ -130,6 +131,64 @@ TEST(KvLog, FollowsAGrowingFileAndBeginsAnewWhenItIsEmptied)
     TextSource input("");
     EXPECT_EQ(RunTool(RunKv, {"log", "--follow", file}, input, output).code, ExitClosedPipe);
     EXPECT_EQ(output.text, "[09:00:00] m          one\n[09:00:01] m          two\n[09:00:02] m          new\n");
+}
+
+TEST(LineCutters, CutBytesHoweverTheyArrive)
+{
+    std::string const text = "one\r\n\ntwo\rthree\n\r\nfour\r";
+    std::vector<std::string> const expected = {"one", "", "two\rthree", "", "four\r"};
+    for (std::size_t size = 1; size <= text.size(); ++size)
+    {
+        std::vector<std::string> lines;
+        LineCutter cutter;
+        for (std::size_t at = 0; at < text.size(); at += size)
+        {
+            cutter.Add(
+                std::string_view(text).substr(at, size), [&](std::string_view line) { lines.emplace_back(line); });
+        }
+        lines.push_back(cutter.TakeRest());
+        EXPECT_EQ(lines, expected) << size;
+        EXPECT_EQ(cutter.TakeRest(), "");
+    }
+}
+
+TEST(LineCutters, TakeTimeThatGrowsWithTheLineAndNoFaster)
+{
+    EXPECT_TRUE(kv::test::GrowsNearLinearly(
+        1 << 17, 1 << 23, [](std::size_t size) { return std::string(size, 'x'); },
+        [](std::string const & line)
+        {
+            LineCutter cutter;
+            for (std::size_t at = 0; at < line.size(); at += 64)
+            {
+                cutter.Add(std::string_view(line).substr(at, 64), [](std::string_view) { FAIL(); });
+            }
+            EXPECT_EQ(cutter.TakeRest().size(), line.size());
+        }));
+}
+
+TEST(KvLog, TakesTimeThatGrowsWithTheFileAndNoFaster)
+{
+    ScratchFolder const folder;
+    for (bool const isOneLine : {true, false})
+    {
+        EXPECT_TRUE(kv::test::GrowsNearLinearly(
+            1 << 16, 1 << 18,
+            [&](std::size_t size)
+            {
+                std::string content;
+                while (content.size() < size)
+                {
+                    content += "[09:05:07] editor     x";
+                    content += isOneLine ? "" : "\r\n";
+                }
+                return Argument(folder.Write("a" + std::to_string(size) + ".log", content));
+            },
+            [](std::string const & file) {
+                EXPECT_EQ(RunTool(RunKv, {"log", "--color", "always", file}).code, ExitOk);
+            }))
+            << isOneLine;
+    }
 }
 
 TEST(LogLineParsing, TakesNothingElseForALine)

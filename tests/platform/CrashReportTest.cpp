@@ -3,6 +3,7 @@
 #    include <fcntl.h>
 #    include <malloc.h>
 #    include <sys/prctl.h>
+#    include <sys/resource.h>
 #    include <sys/wait.h>
 #    include <unistd.h>
 
@@ -108,6 +109,35 @@ TEST_F(CrashReports, TellWhatWhereAndHow)
     EXPECT_TRUE(Matches(report, "^  rax +0x[0-9A-F]{16} +rbx "));
     EXPECT_TRUE(Matches(report, "rip +0x[0-9A-F]{16}"));
     EXPECT_TRUE(report.ends_with("\nEnd of report\n"));
+}
+
+/// Runs `work` with files that can grow to a size and no further, as on a full disk.
+void WithFilesUpTo(rlim_t size, std::function<void()> const & work)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit const limit = {size, size};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    work();
+}
+
+TEST_F(CrashReports, LeaveNoEmptyFileOnAFullDisk)
+{
+    ASSERT_EQ(RunChild([] { FaultAndReport(kv::test::WriteThroughNull); }), 0);
+    std::vector<std::filesystem::path> const before = Reports();
+    ASSERT_EQ(before.size(), 1u);
+    int const status = RunChild([] { WithFilesUpTo(0, [] { FaultAndReport(kv::test::WriteThroughNull); }); });
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1) << "it says that there is no report";
+    EXPECT_EQ(Reports(), before);
+}
+
+TEST_F(CrashReports, KeepTheirBeginningOnADiskThatFillsUp)
+{
+    int const status = RunChild([] { WithFilesUpTo(300, [] { FaultAndReport(kv::test::WriteThroughNull); }); });
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(OnlyReport().size(), 300u);
+    EXPECT_TRUE(OnlyReport().starts_with("KVCore crash report\n\nTime:    "));
 }
 
 TEST_F(CrashReports, FollowTheStackFromTheFaultOn)

@@ -3,6 +3,7 @@
 #    include <algorithm>
 #    include <atomic>
 #    include <csignal>
+#    include <cstdlib>
 #    include <string>
 #    include <thread>
 #    include <vector>
@@ -362,6 +363,76 @@ TEST_F(LinuxWritesBehind, AreDoneBeforeTheProcessDiesOfASignal)
         EXPECT_EQ(folder.Read("file"), "the last words");
         ASSERT_TRUE(Write(std::string(14, '-'), 0));
         EXPECT_EQ(Content(), std::string(14, '-'));
+    }
+}
+
+TEST_F(LinuxWritesBehind, LetTheProcessFinishAllOtherWritesToo)
+{
+    constexpr DWORD size = 256 << 10;
+    constexpr int count = 16;
+    for (int const signal : {SIGABRT, SIGTERM, 0})
+    {
+        std::fflush(stdout);
+        pid_t const child = fork();
+        if (child == 0)
+        {
+            alarm(60);
+            std::string const bytes(size, static_cast<char>('a' + signal));
+            std::vector<OVERLAPPED> requests(count, At(0));
+            for (int i = 0; i < count; ++i)
+            {
+                requests[std::size_t(i)].Offset = DWORD(i) * size;
+                WriteFile(file, bytes.data(), size, nullptr, &requests[std::size_t(i)]);
+            }
+            signal != 0 ? void(raise(signal)) : std::quick_exit(0);
+            _exit(99);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status), signal)
+            << "the signal, or 0 for an end by choice";
+        EXPECT_TRUE(folder.Read("file") == std::string(std::size_t{size} * count, static_cast<char>('a' + signal)));
+    }
+}
+
+TEST_F(LinuxWritesBehind, OfOneGroupAreThereAsAWholeOrNotAtAll)
+{
+    constexpr std::size_t groupSize = 8 * 512;
+    for (int run = 0; run < 5; ++run)
+    {
+        ASSERT_TRUE(SetFilePointer(file, 0, nullptr, FILE_BEGIN) == 0 && SetEndOfFile(file));
+        std::fflush(stdout);
+        pid_t const child = fork();
+        if (child == 0)
+        {
+            alarm(60);
+            std::atomic<unsigned> groups = 0;
+            std::thread maker(
+                [&]
+                {
+                    for (std::uint64_t place = 0;; place += groupSize, ++groups)
+                    {
+                        kv::platform::WriteGroup const group;
+                        for (std::size_t at = 0; at < groupSize; at += 512)
+                        {
+                            Write(std::string(512, 'x'), place + at);
+                        }
+                    }
+                });
+            while (groups < 100)
+            {
+                std::this_thread::yield();
+            }
+            run % 2 == 0 ? void(raise(SIGTERM)) : void(pthread_kill(maker.native_handle(), SIGTERM));
+            maker.join();
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(WTERMSIG(status), SIGTERM);
+        std::string const content = folder.Read("file");
+        EXPECT_GE(content.size(), 100 * groupSize);
+        EXPECT_EQ(content.size() % groupSize, 0u);
+        EXPECT_EQ(content.find('\0'), content.npos);
     }
 }
 

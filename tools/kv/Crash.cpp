@@ -1,16 +1,14 @@
 #include <kvcore/tools/kv/Crash.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cxxabi.h>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <kvcore/platform/CrashReports.h>
+#include <kvcore/tools/kv/CrashLines.h>
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
 #include <kvcore/tools/support/Printable.h>
@@ -88,38 +86,6 @@ std::string Field(path const & report, std::string const & label)
     return "-";
 }
 
-bool IsNameCharacter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.' ||
-        c == '$';
-}
-
-std::string SourceName(std::string const & linkerName)
-{
-    int status = 0;
-    std::unique_ptr<char, void (*)(void *)> const name(
-        abi::__cxa_demangle(linkerName.c_str(), nullptr, nullptr, &status), std::free);
-    return status == 0 && name ? std::string(name.get()) : linkerName;
-}
-
-/// The line with each name of the linker's replaced.
-std::string Readable(std::string const & line)
-{
-    std::string result;
-    std::size_t at = 0;
-    for (std::size_t name; (name = line.find("(_Z", at)) != std::string::npos;)
-    {
-        std::size_t end = ++name;
-        while (end < line.size() && IsNameCharacter(line[end]))
-        {
-            ++end;
-        }
-        result += line.substr(at, name - at) + SourceName(line.substr(name, end - name));
-        at = end;
-    }
-    return result + line.substr(at);
-}
-
 /// Writes a report's lines for people. An exhausted stack has the same frame hundreds of times: it is shown once.
 class ReportView
 {
@@ -136,7 +102,7 @@ public:
         }
         Finish();
         last = frame;
-        PrintLine(output, Printable(Readable(line), Backslashes::Kept, Spaces::Tabs));
+        PrintLine(output, Printable(WithSourceNames(line), Backslashes::Kept, Spaces::Tabs));
     }
     void Finish()
     {

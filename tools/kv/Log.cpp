@@ -88,21 +88,14 @@ public:
 
     void Add(std::string const & bytes)
     {
-        pending += bytes;
-        std::size_t begin = 0;
-        for (std::size_t end; (end = pending.find('\n', begin)) != pending.npos; begin = end + 1)
-        {
-            std::size_t const length = end - begin - (end != begin && pending[end - 1] == '\r');
-            Show(pending.substr(begin, length));
-        }
-        pending.erase(0, begin);
+        lines.Add(bytes, [this](std::string_view line) { Show(line); });
     }
     /// What has no line end yet, if no more comes.
     void Finish()
     {
-        if (!pending.empty())
+        if (std::string const rest = lines.TakeRest(); !rest.empty())
         {
-            Show(std::exchange(pending, {}));
+            Show(rest);
         }
         output.Finish();
     }
@@ -113,13 +106,13 @@ public:
     }
     void Restart()
     {
-        pending.clear();
+        lines = {};
     }
 
 private:
-    void Show(std::string const & ansi)
+    void Show(std::string_view ansi)
     {
-        std::string const line = String::FromSystemMultibyte(ansi).Utf8();
+        std::string const line = String::FromSystemMultibyte(std::string(ansi)).Utf8();
         std::optional<LogLine> const parts = ParseLogLine(line);
         if (filter.Passes(parts))
         {
@@ -130,7 +123,7 @@ private:
     LogFilter filter;
     bool coloured;
     NamedOutput output;
-    std::string pending;
+    LineCutter lines;
 };
 
 } // namespace

@@ -3,10 +3,40 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kv::tools
 {
+
+/// Cuts bytes into lines as they arrive. Each byte is looked at once, however long the lines are.
+class LineCutter
+{
+public:
+    /// Calls `use` with each line that is complete now, as a text without its line end (LF or CR LF).
+    template <typename Use>
+    void Add(std::string_view bytes, Use use)
+    {
+        std::size_t searched = pending.size();
+        pending += bytes;
+        std::string_view const all = pending;
+        std::size_t begin = 0;
+        for (std::size_t end; (end = all.find('\n', searched)) != all.npos; begin = searched = end + 1)
+        {
+            std::size_t const length = end - begin - (end != begin && all[end - 1] == '\r');
+            use(all.substr(begin, length));
+        }
+        pending.erase(0, begin);
+    }
+    /// Takes what has no line end yet.
+    [[nodiscard]] std::string TakeRest()
+    {
+        return std::exchange(pending, {});
+    }
+
+private:
+    std::string pending;
+};
 
 /// The parts of a line of the log: "[09:05:07] name       text".
 struct LogLine
