@@ -35,4 +35,9 @@ using FaultTranslator = void (*)(unsigned int code, EXCEPTION_POINTERS * fault);
 /// exceptions.
 KVCORE_API FaultTranslator SetFaultTranslator(FaultTranslator translator);
 
+/// Tells the calling thread's crash reports its name: the text that `name` points to at the time of the fault. It stays
+/// the caller's, who takes it back with null before it goes. On Windows, where the system writes the reports, this does
+/// nothing.
+KVCORE_API void SetFaultName(WCHAR const * name) noexcept;
+
 } // namespace kv::platform

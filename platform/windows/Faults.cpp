@@ -3,6 +3,7 @@
 #include <cstring>
 #include <exception>
 
+#include <kvcore/platform/DivisionFault.h>
 #include <kvcore/platform/win32.h>
 
 #include "ForeignFrames.h"
@@ -324,6 +325,17 @@ bool IsFault(DWORD code)
     }
 }
 
+// Not every form of the system that this runs on tells the two failures of a division apart.
+void CorrectDivision(Fault & fault)
+{
+    auto const * const code = static_cast<unsigned char const *>(fault.record.ExceptionAddress);
+    if (fault.record.ExceptionCode == EXCEPTION_INT_DIVIDE_BY_ZERO &&
+        IsQuotientTooLarge(code, DivisionInstruction::longest, fault.context))
+    {
+        fault.record.ExceptionCode = EXCEPTION_INT_OVERFLOW;
+    }
+}
+
 LONG CALLBACK TranslateFault(EXCEPTION_POINTERS * exception)
 {
     ThreadFaults * const thread = static_cast<ThreadFaults *>(TlsGetValue(slot));
@@ -340,6 +352,7 @@ LONG CALLBACK TranslateFault(EXCEPTION_POINTERS * exception)
     }
     thread->fault = fault;
     thread->fault.record.ExceptionCode = code;
+    CorrectDivision(thread->fault);
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 
@@ -368,5 +381,7 @@ FaultTranslator SetFaultTranslator(FaultTranslator translator)
     thread.translator = translator;
     return before;
 }
+
+void SetFaultName(WCHAR const *) noexcept {}
 
 } // namespace kv::platform

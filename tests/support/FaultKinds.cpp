@@ -1,6 +1,7 @@
 #include "FaultKinds.h"
 
 #include <cfenv>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -132,6 +133,54 @@ FAULTS void DivideByZero()
     static_cast<void>(quotient);
 }
 
+// The quotient is one more than there are numbers, and the divisor stands in a register, in memory, and behind an
+// index.
+FAULTS void DivideSmallestByMinusOne()
+{
+    int volatile const smallest = INT_MIN;
+    int volatile const minusOne = -1;
+    int volatile const quotient = smallest / minusOne;
+    static_cast<void>(quotient);
+}
+
+FAULTS void TakeRemainderOfSmallestWord()
+{
+    std::intptr_t volatile const smallest = INTPTR_MIN;
+    std::intptr_t volatile const minusOne = -1;
+    std::intptr_t volatile const remainder = smallest % minusOne;
+    static_cast<void>(remainder);
+}
+
+FAULTS void DivideTooLargeByElement()
+{
+    static unsigned const divisors[] = {0, 0, 3, 0};
+    unsigned quotient = 0;
+    unsigned high = 7;
+    std::size_t index = 2;
+    asm volatile("divl (%[divisors], %[index], 4)"
+                 : "+a"(quotient), "+d"(high)
+                 : [divisors] "r"(divisors), [index] "r"(index)
+                 : "cc", "memory");
+}
+
+FAULTS void DivideByZeroElement()
+{
+    static unsigned const divisors[] = {5, 5, 0, 5};
+    unsigned quotient = 0;
+    unsigned high = 7;
+    std::size_t index = 2;
+    asm volatile("divl (%[divisors], %[index], 4)"
+                 : "+a"(quotient), "+d"(high)
+                 : [divisors] "r"(divisors), [index] "r"(index)
+                 : "cc", "memory");
+}
+
+FAULTS void DivideTooLargeByHighByte()
+{
+    unsigned dividend = 0xFFFF;
+    asm volatile("divb %%bh" : "+a"(dividend) : "b"(0x0200) : "cc");
+}
+
 void DivideByZeroInFloatingPoint()
 {
     Traps const traps;
@@ -178,6 +227,11 @@ FaultKind const faultKinds[] = {
     {"CallNull", CallNull, 0xC0000005},
     {"CallThroughMissingTable", CallThroughMissingTable, 0xC0000005},
     {"DivideByZero", DivideByZero, 0xC0000094},
+    {"DivideSmallestByMinusOne", DivideSmallestByMinusOne, 0xC0000095},
+    {"TakeRemainderOfSmallestWord", TakeRemainderOfSmallestWord, 0xC0000095},
+    {"DivideTooLargeByElement", DivideTooLargeByElement, 0xC0000095},
+    {"DivideByZeroElement", DivideByZeroElement, 0xC0000094},
+    {"DivideTooLargeByHighByte", DivideTooLargeByHighByte, 0xC0000095},
     {"DivideByZeroInFloatingPoint", DivideByZeroInFloatingPoint, 0xC000008E},
     {"ExecuteIllegalInstruction", ExecuteIllegalInstruction, 0xC000001D},
     {"ExecutePrivilegedInstruction", ExecutePrivilegedInstruction, 0xC0000096},

@@ -6,6 +6,8 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <kvcore/platform/DivisionFault.h>
+
 namespace kv::platform
 {
 
@@ -28,6 +30,14 @@ std::size_t ReadCode(ULONG_PTR address, unsigned char * bytes, std::size_t size)
     iovec const from = {reinterpret_cast<void *>(address), size};
     ssize_t const got = process_vm_readv(getpid(), &to, 1, &from, 1, 0);
     return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+// The code from an address on, as far as it is there: the rest of its page has to do where no other follows.
+std::size_t ReadInstruction(ULONG_PTR address, unsigned char * code, std::size_t size) noexcept
+{
+    std::size_t const got = ReadCode(address, code, size);
+    constexpr std::size_t pageSize = 4096;
+    return got != 0 ? got : ReadCode(address, code, std::min(size, pageSize - address % pageSize));
 }
 
 // The processor gives one trap for a privileged instruction and for an address that it cannot form.
@@ -64,13 +74,7 @@ bool IsPrivileged(unsigned char const * code, std::size_t size) noexcept
 bool IsPrivilegedAt(ULONG_PTR address) noexcept
 {
     unsigned char code[15];
-    std::size_t size = ReadCode(address, code, sizeof code);
-    // The rest of the code's page has to do where no other follows.
-    constexpr std::size_t pageSize = 4096;
-    if (size == 0)
-    {
-        size = ReadCode(address, code, std::min(sizeof code, pageSize - address % pageSize));
-    }
+    std::size_t const size = ReadInstruction(address, code, sizeof code);
     return IsPrivileged(code, size);
 }
 
@@ -92,6 +96,13 @@ void DescribeSegmentationFault(siginfo_t const & information, ucontext_t const &
         record.ExceptionInformation[0] = 0;
         record.ExceptionInformation[1] = ~ULONG_PTR{0};
     }
+}
+
+DWORD DivisionCode(CONTEXT const & context) noexcept
+{
+    unsigned char code[DivisionInstruction::longest];
+    std::size_t const size = ReadInstruction(context.Rip, code, sizeof code);
+    return IsQuotientTooLarge(code, size, context) ? STATUS_INTEGER_OVERFLOW : STATUS_INTEGER_DIVIDE_BY_ZERO;
 }
 
 // The system has no words for two of the causes; the processor's status has.
@@ -171,6 +182,11 @@ void DescribeSegmentationFault(siginfo_t const & information, ucontext_t const &
     record.ExceptionInformation[1] = reinterpret_cast<ULONG_PTR>(information.si_addr);
 }
 
+DWORD DivisionCode(CONTEXT const &) noexcept
+{
+    return STATUS_INTEGER_DIVIDE_BY_ZERO;
+}
+
 DWORD FloatingPointCode(int cause, ucontext_t const &) noexcept
 {
     switch (cause)
@@ -199,12 +215,12 @@ void StepBackOntoBreakPoint(Fault &) noexcept {}
 
 #endif
 
-DWORD ArithmeticCode(int cause, ucontext_t const & context) noexcept
+DWORD ArithmeticCode(int cause, ucontext_t const & context, CONTEXT const & registers) noexcept
 {
     switch (cause)
     {
     case FPE_INTDIV:
-        return STATUS_INTEGER_DIVIDE_BY_ZERO;
+        return DivisionCode(registers);
     case FPE_INTOVF:
         return STATUS_INTEGER_OVERFLOW;
     case FPE_FLTSUB:
@@ -294,7 +310,7 @@ void DescribeFault(int signal, siginfo_t const & information, ucontext_t const &
         DescribeBusError(information, record);
         break;
     case SIGFPE:
-        record.ExceptionCode = ArithmeticCode(information.si_code, context);
+        record.ExceptionCode = ArithmeticCode(information.si_code, context, fault.context);
         break;
     case SIGILL:
         record.ExceptionCode = information.si_code == ILL_PRVOPC || information.si_code == ILL_PRVREG
