@@ -1,5 +1,6 @@
 #include <kvcore/frame/KVLogFile.h>
 #include <kvcore/frame/detail/CrashReporter.h>
+#include <kvcore/platform/Faults.h>
 #include <kvcore/platform/win32.h>
 
 namespace kv::detail
@@ -14,6 +15,28 @@ constexpr int otherFile = 2;
 constexpr DWORD anonymousData = 2;
 
 CrashReporter * current = nullptr;
+
+/// The older library's report has no argument for the thread's name.
+class NamedFault
+{
+public:
+    explicit NamedFault(WCHAR const * name)
+    {
+        kv::platform::SetFaultName(name);
+    }
+    ~NamedFault()
+    {
+        kv::platform::SetFaultName(nullptr);
+    }
+    NamedFault(NamedFault const &) = delete;
+    NamedFault & operator=(NamedFault const &) = delete;
+};
+
+int ReportNamed(CrashReporter::ReportFaultEntry reportFault, EXCEPTION_POINTERS * fault, WCHAR const * name)
+{
+    NamedFault const named(name);
+    return reportFault(fault, 0);
+}
 
 } // namespace
 
@@ -57,7 +80,8 @@ void CrashReporter::Report(EXCEPTION_POINTERS * fault, WCHAR const * name) const
     {
         if (faultReporting != nullptr)
         {
-            KVLogFile::Object().AddFormattedLine(TEXT("Reporting exception returned %i"), reportFault(fault, 0));
+            int const result = ReportNamed(reportFault, fault, name);
+            KVLogFile::Object().AddFormattedLine(TEXT("Reporting exception returned %i"), result);
         }
         return;
     }

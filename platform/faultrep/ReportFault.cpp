@@ -330,6 +330,22 @@ void PutPlace(ReportText & text, std::uint64_t address)
     }
 }
 
+/// The name that the program gave the thread, if it did: the system's own has room for 15 bytes.
+void PutScope(ReportText & text)
+{
+    constexpr std::size_t longest = 256;
+    WCHAR const * const name = FaultName();
+    if (name != nullptr && name[0] != 0)
+    {
+        std::size_t size = 0;
+        while (size < longest && name[size] != 0)
+        {
+            ++size;
+        }
+        text.Put("Scope:   ").PutForeign(name, size).Put("\n");
+    }
+}
+
 void PutWhat(ReportText & text, EXCEPTION_RECORD const & record)
 {
     text.Put("\nWhat:    ").Put(NameOfCode(record.ExceptionCode)).Put(" (").Hex(record.ExceptionCode, 8).Put(")");
@@ -349,6 +365,7 @@ void PutWhat(ReportText & text, EXCEPTION_RECORD const & record)
     size -= size > 0 && name[size - 1] == '\n';
     text.Put("\nThread:  ").Decimal(static_cast<std::uint64_t>(syscall(SYS_gettid))).Put(" ");
     text.PutForeign(name, size).Put("\n");
+    PutScope(text);
 }
 
 void PutRegisters(ReportText & text, CONTEXT const & context)
@@ -388,6 +405,11 @@ _Unwind_Reason_Code Collect(_Unwind_Context * context, void *)
     {
         frames.atFault = true;
         frames.count = 0;
+    }
+    // A thread's first function has no caller, which some unwind tables tell with a return address of zero.
+    if (address == 0 && frames.count > 0)
+    {
+        return _URC_END_OF_STACK;
     }
     if (frames.count == mostFrames)
     {

@@ -40,6 +40,34 @@ ReportText & ReportText::PutForeign(char const * text, std::size_t size)
     return *this;
 }
 
+ReportText & ReportText::PutForeign(char16_t const * text, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i)
+    {
+        char32_t point = text[i];
+        if (point >= 0xD800 && point < 0xDC00 && i + 1 < size && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000)
+        {
+            point = 0x10000 + ((point - 0xD800) << 10) + (char32_t{text[++i]} - 0xDC00);
+        }
+        PutPoint(point < 0x20 || (point >= 0x7F && point < 0xA0) || (point >= 0xD800 && point < 0xE000) ? U'?' : point);
+    }
+    return *this;
+}
+
+/// One character in UTF-8.
+void ReportText::PutPoint(char32_t point)
+{
+    static constexpr unsigned char leads[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    std::size_t const count = point < 0x80 ? 1 : point < 0x800 ? 2 : point < 0x10000 ? 3 : 4;
+    char bytes[4];
+    for (std::size_t i = count; i-- > 1; point >>= 6)
+    {
+        bytes[i] = static_cast<char>(0x80 | (point & 0x3F));
+    }
+    bytes[0] = static_cast<char>(leads[count] | point);
+    Put(bytes, count);
+}
+
 ReportText & ReportText::Number(std::uint64_t value, unsigned base, int digits)
 {
     char text[24];

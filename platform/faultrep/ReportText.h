@@ -19,6 +19,7 @@ public:
     ReportText & Put(char const * text, std::size_t size);
     /// Bytes from elsewhere: what is no printable ASCII or UTF-8 comes out as a question mark.
     ReportText & PutForeign(char const * text, std::size_t size);
+    ReportText & PutForeign(char16_t const * text, std::size_t size);
     ReportText & Decimal(std::uint64_t value, int digits = 1);
     /// 0x and at least so many digits.
     ReportText & Hex(std::uint64_t value, int digits = 1);
@@ -37,6 +38,7 @@ public:
     }
 
 private:
+    void PutPoint(char32_t point);
     ReportText & Number(std::uint64_t value, unsigned base, int digits);
 
     int file;

@@ -174,6 +174,8 @@ TEST(KvCrash, ListsWhatItHasProvoked)
     EXPECT_EQ(provoked.code, ExitOk) << provoked.error;
     EXPECT_NE(listed.output.find("\n  Divide by zero (INT) (0xC0000094)\n"), std::string::npos) << listed.output;
     EXPECT_NE(last.output.find("kv::tools::(anonymous namespace)::Divide()"), std::string::npos) << last.output;
+    EXPECT_NE(last.output.find("\nScope:   kv crash --test\n"), std::string::npos) << last.output;
+    EXPECT_EQ(last.output.find("0x0000000000000000 in no module"), std::string::npos) << last.output;
     EXPECT_TRUE(last.output.ends_with("End of report\n"));
 }
 #endif

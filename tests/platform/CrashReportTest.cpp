@@ -11,6 +11,7 @@
 #    include <csignal>
 #    include <functional>
 #    include <regex>
+#    include <thread>
 
 #    include <kvcore/platform/CrashReports.h>
 #    include <kvcore/platform/Faults.h>
@@ -148,6 +149,46 @@ TEST_F(CrashReports, FollowTheStackFromTheFaultOn)
     EXPECT_TRUE(Matches(report, "^   [1-9] 0x[0-9A-F]{16} .*(libc\\.so|qsort).*")) << report;
     EXPECT_TRUE(Matches(report, "^ +[1-9][0-9]? 0x[0-9A-F]{16} .*\\(.*FaultInSortCallback.*\\+0x")) << report;
     EXPECT_FALSE(Matches(report, "ReportAndEnd"));
+}
+
+TEST_F(CrashReports, EndTheStackWithTheThreadsFirstFunction)
+{
+    int const status = RunChild([] { std::thread([] { FaultAndReport(kv::test::WriteThroughNull); }).join(); });
+    ASSERT_EQ(status, 0);
+    std::string const report = OnlyReport();
+    EXPECT_TRUE(Matches(report, "^ +[1-9][0-9]? 0x[0-9A-F]{16} .*libc\\.so.*")) << report;
+    EXPECT_FALSE(Matches(report, "^ +[0-9]+ 0x[0-9A-F]{16} in no module$")) << report;
+}
+
+TEST_F(CrashReports, TellTheThreadsName)
+{
+    int const status = RunChild(
+        []
+        {
+            kv::platform::SetFaultName(u"Render of r\u00E9sum\u00E9 \U0001F600\x1B[2J and a lone \xD800");
+            FaultAndReport(kv::test::WriteThroughNull);
+        });
+    ASSERT_EQ(status, 0);
+    std::string const report = OnlyReport();
+    EXPECT_NE(
+        report.find("\nScope:   Render of r\xC3\xA9sum\xC3\xA9 \xF0\x9F\x98\x80?[2J and a lone ?\n"), std::string::npos)
+        << report;
+}
+
+TEST_F(CrashReports, TellNoNameWhereThereIsNone)
+{
+    for (WCHAR const * const name : {static_cast<WCHAR const *>(nullptr), u""})
+    {
+        std::filesystem::remove_all(folder / "kvcore");
+        int const status = RunChild(
+            [name]
+            {
+                kv::platform::SetFaultName(name);
+                FaultAndReport(kv::test::WriteThroughNull);
+            });
+        ASSERT_EQ(status, 0);
+        EXPECT_EQ(OnlyReport().find("Scope:"), std::string::npos);
+    }
 }
 
 TEST_F(CrashReports, NameACallThroughNullByItsCaller)

@@ -5,8 +5,10 @@
 #include <mutex>
 
 #include <kvcore/platform/CrashReports.h>
+#include <kvcore/platform/Faults.h>
 #include <kvcore/platform/win32.h>
 
+#include <kvcore/platform/linux/faults/CallerMemory.h>
 #include <kvcore/platform/linux/paths/Drives.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
@@ -57,6 +59,23 @@ Place * FindFree()
 
 } // namespace
 
+namespace
+{
+
+constinit thread_local WCHAR const * faultName [[gnu::tls_model("initial-exec")]] = nullptr;
+
+} // namespace
+
+void SetFaultName(WCHAR const * name) noexcept
+{
+    faultName = name;
+}
+
+WCHAR const * FaultName() noexcept
+{
+    return faultName;
+}
+
 char const * RegisteredReportFile(std::size_t index) noexcept
 {
     return places[index].taken.load(std::memory_order_acquire) ? places[index].path : nullptr;
@@ -79,6 +98,7 @@ using namespace kv::platform;
 
 HRESULT WINAPI WerRegisterFile(LPCWSTR path, WER_REGISTER_FILE_TYPE, DWORD)
 {
+    CheckText(path);
     if (path == nullptr)
     {
         return Failure(ERROR_INVALID_PARAMETER);
@@ -106,6 +126,7 @@ HRESULT WINAPI WerRegisterFile(LPCWSTR path, WER_REGISTER_FILE_TYPE, DWORD)
 
 HRESULT WINAPI WerUnregisterFile(LPCWSTR path)
 {
+    CheckText(path);
     if (path == nullptr)
     {
         return Failure(ERROR_INVALID_PARAMETER);
