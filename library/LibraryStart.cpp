@@ -74,12 +74,27 @@ namespace kv::detail
 namespace
 {
 
+/// The first exception of a process makes the system's loader bind what throwing calls, and that takes more of the
+/// stack than throwing does: more than is left where a reader refuses to go deeper into a small stack. So the first is
+/// thrown here.
+void BindThrowing()
+{
+    try
+    {
+        throw 0;
+    }
+    catch (int)
+    {
+    }
+}
+
 /// What is done when all of the above stand, and undone before any of them goes.
 class Attachment
 {
 public:
     Attachment()
     {
+        BindThrowing();
         AttachThreadNames();
         ownModule.Start();
     }

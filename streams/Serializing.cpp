@@ -20,8 +20,16 @@ constexpr int nullReference = 0;
 constexpr int nullReferenceAtStart = -1;
 
 // What one level of a graph may need between two looks at the stack: the class's own Read or Write, the streams below,
-// and the unwinding of an exception. Measured levels take well under 4 KiB, also with sanitizers.
-constexpr std::size_t stackReserve = 64 * 1024;
+// and the unwinding of an exception. Measured levels take well under 4 KiB, also with sanitizers. A thread with a small
+// stack knows that it has one: there the margin is a part of it, down to what throwing the refusal takes.
+constexpr std::size_t widestMargin = 64 * 1024;
+constexpr std::size_t leastMargin = 4 * 1024;
+constexpr std::size_t marginPart = 4;
+
+std::size_t StackMargin()
+{
+    return std::clamp(kv::platform::StackBytes() / marginPart, leastMargin, widestMargin);
+}
 
 // Apart from its callers, whose frames would otherwise hold the text: they recurse with the graph.
 [[noreturn, gnu::cold, gnu::noinline]] void Fail(WCHAR const * text, int code = 3)
@@ -32,7 +40,8 @@ constexpr std::size_t stackReserve = 64 * 1024;
 /// A reader's recursion is as deep as the bytes say, a writer's as deep as the graph: neither may end in a crash.
 void RequireStack()
 {
-    if (kv::platform::StackBytesLeft() < stackReserve)
+    std::size_t const left = kv::platform::StackBytesLeft();
+    if (left < widestMargin && left < StackMargin())
     {
         Fail(TEXT("Objects nested too deep in stream"));
     }

@@ -41,6 +41,37 @@ TEST(StackSpace, ShrinksTowardsTheEndOfTheThreadsOwnStack)
     }
 }
 
+/// Writes to each page of the stack that is said to be left, but for the few that this and the calls below need.
+[[gnu::noinline]] std::size_t UseAllThatIsLeft()
+{
+    constexpr std::size_t needed = 2 * kibibyte;
+    std::size_t const left = kv::platform::StackBytesLeft() - needed;
+    auto * const block = static_cast<char volatile *>(__builtin_alloca(left));
+    for (std::size_t at = left; at-- > 0;)
+    {
+        block[at] = 1;
+    }
+    return left;
+}
+
+TEST(StackSpace, LeavesOutWhatAThreadMayNotUse)
+{
+    for (std::size_t const size : {64 * kibibyte, 256 * kibibyte})
+    {
+        std::size_t used = 0;
+        std::size_t whole = 0;
+        RunOnStackOf(
+            size,
+            [&]
+            {
+                whole = kv::platform::StackBytes();
+                used = UseAllThatIsLeft();
+            });
+        EXPECT_GT(used, size / 2);
+        EXPECT_GT(whole, used);
+    }
+}
+
 TEST(StackSpace, IsKnownOnTheFirstThread)
 {
     std::size_t const here = kv::platform::StackBytesLeft();

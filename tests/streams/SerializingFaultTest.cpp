@@ -357,6 +357,78 @@ TEST_F(SerializingFault, ReaderRefusesBytesNestedDeeperThanItsStack)
     }
 }
 
+// On the smallest stacks that the system gives, the sanitizers' guards alone would fill the room.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+std::size_t const smallStacks[] = {64 * 1024, 96 * 1024, 128 * 1024};
+#else
+std::size_t const smallStacks[] = {16 * 1024, 20 * 1024, 32 * 1024, 48 * 1024, 64 * 1024, 96 * 1024, 128 * 1024};
+#endif
+
+/// An item in all ways to an object of depth one. Nothing of the tests' own, which takes more room than that.
+bool MovesAnItem(ObjectFactory const & factory)
+{
+    try
+    {
+        MemoryOutputStream memory;
+        SerializingOutputStream output(factory, memory);
+        SerialItem const item(7);
+        output.Write(item);
+        output.Write(item);
+        output.WriteRef(&item);
+        MemoryBlock const bytes = memory.GetContent();
+        MemoryInputStream source(bytes);
+        SerializingInputStream input(factory, source);
+        SerialItem read;
+        input.Read(read);
+        ISerializable * const created = input.Create();
+        ISerializable * const referred = input.ReadRef();
+        created->Release();
+        referred->Release();
+        return read.number == 7;
+    }
+    catch (StreamBase::Exception const &)
+    {
+        return false;
+    }
+}
+
+TEST_F(SerializingFault, ObjectsOfDepthOneFitIntoSmallStacks)
+{
+    for (std::size_t const stack : smallStacks)
+    {
+        bool moved = false;
+        RunOnStackOf(stack, [&] { moved = MovesAnItem(factory); });
+        EXPECT_TRUE(moved) << stack;
+    }
+}
+
+/// The code of the failure of reading these bytes, or 0.
+int CodeOfReading(ObjectFactory const & factory, std::string const & bytes)
+{
+    MemoryInputStream source(bytes);
+    SerializingInputStream stream(factory, source);
+    try
+    {
+        stream.ReadRef();
+        return 0;
+    }
+    catch (StreamBase::Exception const & failure)
+    {
+        return failure.code;
+    }
+}
+
+TEST_F(SerializingFault, ReaderRefusesDeepBytesOnSmallStacks)
+{
+    std::string const bytes = EndlessReferences(factory, 3000);
+    for (std::size_t const stack : smallStacks)
+    {
+        int code = 0;
+        RunOnStackOf(stack, [&] { code = CodeOfReading(factory, bytes); });
+        EXPECT_EQ(code, 3) << stack;
+    }
+}
+
 /// Holds itself by value.
 class Endless : public SerialItem
 {

@@ -31,20 +31,38 @@ void MeasureStack() noexcept
     pthread_attr_destroy(&attributes);
 }
 
-std::size_t StackBytesLeft()
+namespace
+{
+
+/// From the end of what the thread may use of its own stack to `place`.
+std::size_t BytesBelow(std::uintptr_t place) noexcept
+{
+    std::size_t const below = place - stackBounds.low;
+    std::size_t const kept = stackBounds.guard + stackBounds.reserve;
+    return below > kept ? below - kept : 0;
+}
+
+bool IsOnOwnStack(std::uintptr_t place) noexcept
 {
     if (stackBounds.high == 0)
     {
         MeasureStack();
     }
+    return place >= stackBounds.low && place < stackBounds.high;
+}
+
+} // namespace
+
+std::size_t StackBytesLeft()
+{
     std::uintptr_t const here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-    StackBounds const & bounds = stackBounds;
-    if (here < bounds.low || here >= bounds.high)
-    {
-        return std::numeric_limits<std::size_t>::max();
-    }
-    std::size_t const left = here - bounds.low;
-    return left > bounds.reserve ? left - bounds.reserve : 0;
+    return IsOnOwnStack(here) ? BytesBelow(here) : std::numeric_limits<std::size_t>::max();
+}
+
+std::size_t StackBytes()
+{
+    std::uintptr_t const here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    return IsOnOwnStack(here) ? BytesBelow(stackBounds.high) : std::numeric_limits<std::size_t>::max();
 }
 
 } // namespace kv::platform
