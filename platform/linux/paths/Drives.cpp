@@ -1,7 +1,6 @@
 #include "Drives.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/system/Settings.h>
 
 namespace kv::platform
 {
@@ -41,7 +41,7 @@ bool IsOwn(std::string const & path)
 
 std::string HomeDirectory()
 {
-    if (char const * const home = std::getenv("HOME"); home != nullptr && home[0] == '/')
+    if (char const * const home = PlaceSetting("HOME"); home != nullptr && home[0] == '/')
     {
         return home;
     }
@@ -125,7 +125,7 @@ char const * UserName() noexcept
 bool DataDirectory(char (&directory)[PATH_MAX], std::size_t & length) noexcept
 try
 {
-    char const * const setting = std::getenv("XDG_DATA_HOME");
+    char const * const setting = PlaceSetting("XDG_DATA_HOME");
     char const * const configured = setting != nullptr && setting[0] == '/' ? setting : "";
     KnownDirectory & known = Known();
     std::lock_guard const guard(known.mutex);

@@ -62,6 +62,7 @@ std::string ReadUserLocale(char const * category)
 {
     for (char const * variable : {"LC_ALL", category, "LANG"})
     {
+        // Also in a program with more rights than its caller: a language names no place, and what is not known is none.
         char const * const value = std::getenv(variable);
         if (value == nullptr || *value == '\0')
             continue;
