@@ -80,6 +80,8 @@ TEST_P(Resources, WhatIsMissingSaysWhichPartOfItsNameIs)
     EXPECT_EQ("error 1813", Find(TEXT("none"), TEXT("none")));
     EXPECT_EQ("error 1813", Find(bitmapType, MAKEINTRESOURCEW(1)));
     EXPECT_EQ("error 1813", Find(nullptr, TEXT("#7")));
+    EXPECT_EQ("error 1813", Find(TEXT(""), MAKEINTRESOURCEW(7)));
+    EXPECT_EQ("error 1813", Find(TEXT(""), TEXT("none")));
     EXPECT_EQ("error 1814", Find(rcDataType, TEXT("none")));
     EXPECT_EQ("error 1814", Find(rcDataType, MAKEINTRESOURCEW(7)));
     EXPECT_EQ("error 1814", Find(rcDataType, TEXT("")));

@@ -4,6 +4,9 @@
 #include <string>
 
 #include <kvcore/platform/include/oleauto.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -20,6 +23,7 @@ char * BlockOf(BSTR text)
 
 BSTR WINAPI SysAllocString(WCHAR const * text)
 {
+    CheckText(text);
     if (text == nullptr)
     {
         return nullptr;
@@ -30,6 +34,7 @@ BSTR WINAPI SysAllocString(WCHAR const * text)
 
 BSTR WINAPI SysAllocStringLen(WCHAR const * text, UINT length)
 {
+    CheckArray(text, length);
     if (length > (INT32_MAX - 16) / sizeof(WCHAR))
     {
         return nullptr;
@@ -57,6 +62,7 @@ void WINAPI SysFreeString(BSTR text)
 {
     if (text != nullptr)
     {
+        CheckArray(BlockOf(text), prefix); // or the fault would be the allocator's
         std::free(BlockOf(text));
     }
 }

@@ -1,6 +1,9 @@
 #include <utility>
 
 #include <kvcore/platform/include/oleauto.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 extern "C" IID const IID_IDispatch = {0x00020400, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 extern "C" IID const IID_IErrorInfo = {0x1CF2B120, 0x547D, 0x101B, {0x8E, 0x65, 0x08, 0x00, 0x2B, 0x2B, 0xD1, 0x19}};
@@ -46,6 +49,7 @@ HRESULT WINAPI SetErrorInfo(ULONG reserved, IErrorInfo * report)
 
 HRESULT WINAPI GetErrorInfo(ULONG reserved, IErrorInfo ** report)
 {
+    CheckOutputs(report);
     if (reserved != 0 || report == nullptr)
     {
         return E_INVALIDARG;

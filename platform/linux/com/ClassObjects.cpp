@@ -8,6 +8,7 @@
 #include <kvcore/platform/linux/com/Apartments.h>
 #include <kvcore/platform/linux/com/BuiltInClasses.h>
 #include <kvcore/platform/linux/com/ServerModules.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 using namespace kv::platform;
 
@@ -53,6 +54,21 @@ IUnknown * FindRegistered(REFCLSID id, DWORD context, ApartmentId apartment)
     return nullptr;
 }
 
+/// Enters a registration under the next number, which it gives; 0 without memory for it.
+DWORD AddRow(Registration row)
+try
+{
+    ClassTable & table = Table();
+    std::lock_guard const guard(table.mutex);
+    row.cookie = table.lastCookie + 1;
+    table.rows.push_back(row);
+    return ++table.lastCookie;
+}
+catch (std::bad_alloc const &)
+{
+    return 0;
+}
+
 } // namespace
 
 namespace kv::platform
@@ -88,6 +104,8 @@ void RevokeClassObjectsOf(ApartmentId apartment) noexcept
 
 HRESULT WINAPI CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID * object)
 {
+    CheckInputs(&id, &iid);
+    CheckOutputs(object);
     if (object == nullptr)
     {
         return E_POINTER;
@@ -108,6 +126,8 @@ HRESULT WINAPI CoCreateInstance(REFCLSID id, LPUNKNOWN outer, DWORD context, REF
 HRESULT WINAPI CoGetClassObject(REFCLSID id, DWORD context, LPVOID server, REFIID iid, LPVOID * object)
 try
 {
+    CheckInputs(&id, &iid);
+    CheckOutputs(object);
     if (object == nullptr)
     {
         return E_INVALIDARG;
@@ -146,6 +166,8 @@ HRESULT WINAPI
 CoRegisterClassObject(REFCLSID id, LPUNKNOWN classObject, DWORD context, DWORD flags, LPDWORD registration)
 try
 {
+    CheckInputs(&id);
+    CheckOutputs(registration);
     if (registration == nullptr || classObject == nullptr)
     {
         return E_INVALIDARG;
@@ -168,11 +190,13 @@ try
             return CO_E_OBJISREG;
         }
     }
-    ClassTable & table = Table();
-    std::lock_guard const guard(table.mutex);
-    table.rows.push_back({table.lastCookie + 1, apartment, id, context, classObject});
-    classObject->AddRef();
-    *registration = ++table.lastCookie;
+    classObject->AddRef(); // before anything is held: it is the first look at the object
+    *registration = AddRow({0, apartment, id, context, classObject});
+    if (*registration == 0)
+    {
+        classObject->Release();
+        return E_OUTOFMEMORY;
+    }
     return S_OK;
 }
 catch (std::bad_alloc const &)

@@ -3,6 +3,9 @@
 #include <string>
 
 #include <kvcore/platform/include/objbase.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -86,6 +89,8 @@ WCHAR * PrintHex(std::uint32_t value, int digits, WCHAR * out)
 
 HRESULT WINAPI CLSIDFromString(LPCOLESTR text, CLSID * id)
 {
+    CheckText(text);
+    CheckOutputs(id);
     if (id == nullptr)
     {
         return E_INVALIDARG;
@@ -101,6 +106,8 @@ HRESULT WINAPI CLSIDFromString(LPCOLESTR text, CLSID * id)
 
 HRESULT WINAPI IIDFromString(LPCOLESTR text, IID * id)
 {
+    CheckText(text);
+    CheckOutputs(id);
     if (id == nullptr)
     {
         return E_INVALIDARG;
@@ -119,6 +126,8 @@ HRESULT WINAPI IIDFromString(LPCOLESTR text, IID * id)
 
 int WINAPI StringFromGUID2(REFGUID id, LPOLESTR buffer, int capacity)
 {
+    CheckInputs(&id);
+    CheckBuffer(buffer, capacity > 0 ? 1 : 0);
     if (buffer == nullptr || capacity <= guidTextLength)
     {
         return 0;
@@ -165,6 +174,8 @@ void WINAPI CoTaskMemFree(LPVOID memory)
 
 HRESULT WINAPI StringFromCLSID(REFCLSID id, LPOLESTR * text)
 {
+    CheckInputs(&id);
+    CheckOutputs(text);
     *text = static_cast<LPOLESTR>(CoTaskMemAlloc((guidTextLength + 1) * sizeof(WCHAR)));
     if (*text == nullptr)
     {
@@ -176,5 +187,7 @@ HRESULT WINAPI StringFromCLSID(REFCLSID id, LPOLESTR * text)
 
 HRESULT WINAPI StringFromIID(REFIID id, LPOLESTR * text)
 {
+    CheckInputs(&id);
+    CheckOutputs(text);
     return StringFromCLSID(id, text);
 }

@@ -4,6 +4,9 @@
 #include <string_view>
 
 #include <kvcore/platform/include/crt.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -47,6 +50,11 @@ int _wsplitpath_s(
     WCHAR const * path, WCHAR * drive, std::size_t driveCapacity, WCHAR * folder, std::size_t folderCapacity,
     WCHAR * name, std::size_t nameCapacity, WCHAR * extension, std::size_t extensionCapacity)
 {
+    CheckText(path);
+    CheckBuffer(drive, driveCapacity);
+    CheckBuffer(folder, folderCapacity);
+    CheckBuffer(name, nameCapacity);
+    CheckBuffer(extension, extensionCapacity);
     Part parts[] = {
         {drive, driveCapacity}, {folder, folderCapacity}, {name, nameCapacity}, {extension, extensionCapacity}};
     auto const failWith = [&parts](int error)

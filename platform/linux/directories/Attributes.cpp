@@ -3,6 +3,7 @@
 #include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileStatus.h"
@@ -31,6 +32,7 @@ bool Examine(WCHAR const * name, DWORD & attributes, struct statx & status)
 
 DWORD WINAPI GetFileAttributesW(LPCWSTR name)
 {
+    CheckText(name);
     DWORD attributes = 0;
     struct statx status;
     return Examine(name, attributes, status) ? attributes : INVALID_FILE_ATTRIBUTES;
@@ -38,6 +40,8 @@ DWORD WINAPI GetFileAttributesW(LPCWSTR name)
 
 BOOL WINAPI GetFileAttributesExW(LPCWSTR name, GET_FILEEX_INFO_LEVELS level, LPVOID data)
 {
+    CheckText(name);
+    CheckOutputs(static_cast<WIN32_FILE_ATTRIBUTE_DATA *>(data));
     if (level != GetFileExInfoStandard || data == nullptr)
     {
         return FailWith(ERROR_INVALID_PARAMETER);
@@ -61,6 +65,7 @@ BOOL WINAPI GetFileAttributesExW(LPCWSTR name, GET_FILEEX_INFO_LEVELS level, LPV
 
 BOOL WINAPI SetFileAttributesW(LPCWSTR name, DWORD attributes)
 {
+    CheckText(name);
     NativePath path;
     if (!path.Translate(name, Look::Existing))
     {

@@ -9,6 +9,7 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/Handles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
@@ -104,6 +105,7 @@ bool LeadsTo(HANDLE source, WCHAR const * name)
 
 BOOL WINAPI CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists)
 {
+    CheckTexts(from, to);
     DWORD const before = GetLastError();
     OpenHandle const source(CreateFileW(
         from, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,

@@ -6,6 +6,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
@@ -14,6 +15,7 @@ using namespace kv::platform;
 
 BOOL WINAPI DeleteFileW(LPCWSTR name)
 {
+    CheckText(name);
     NativePath path;
     if (!path.Translate(name, Look::Existing))
     {

@@ -7,6 +7,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
@@ -15,6 +16,7 @@ using namespace kv::platform;
 
 BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 {
+    CheckText(path);
     NativePath native;
     if (!native.Translate(path, Look::Creating))
     {
@@ -41,6 +43,7 @@ BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES)
 
 BOOL WINAPI RemoveDirectoryW(LPCWSTR path)
 {
+    CheckText(path);
     NativePath native;
     if (!native.Translate(path, Look::Existing))
     {

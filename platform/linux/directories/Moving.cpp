@@ -10,6 +10,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
@@ -213,6 +214,7 @@ BOOL FailMove(int error, bool copyAllowed)
 
 BOOL WINAPI MoveFileExW(LPCWSTR existingName, LPCWSTR newName, DWORD flags)
 {
+    CheckTexts(existingName, newName);
     constexpr DWORD known = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED | MOVEFILE_WRITE_THROUGH;
     if (newName == nullptr || (flags & ~known) != 0)
     {

@@ -11,6 +11,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 #include "FileMoves.h"
@@ -190,6 +191,7 @@ bool Names::Resolve(WCHAR const * replacedName, WCHAR const * replacementName, W
 BOOL WINAPI ReplaceFileW(
     LPCWSTR replacedName, LPCWSTR replacementName, LPCWSTR backupName, DWORD flags, LPVOID exclude, LPVOID reserved)
 {
+    CheckTexts(replacedName, replacementName, backupName);
     constexpr DWORD known = REPLACEFILE_WRITE_THROUGH | REPLACEFILE_IGNORE_MERGE_ERRORS | REPLACEFILE_IGNORE_ACL_ERRORS;
     if (replacedName == nullptr || replacementName == nullptr || (flags & ~known) != 0 || exclude != nullptr ||
         reserved != nullptr)

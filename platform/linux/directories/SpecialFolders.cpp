@@ -5,6 +5,7 @@
 #include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/Drives.h>
 #include <kvcore/platform/linux/paths/Win32Path.h>
 
@@ -53,6 +54,7 @@ bool MakeAll(WString const & path)
 BOOL WINAPI SHGetSpecialFolderPathW(HWND, LPWSTR path, int folder, BOOL create)
 try
 {
+    CheckBuffer(path, MAX_PATH);
     if (path == nullptr)
     {
         return FailWith(ERROR_INVALID_PARAMETER);

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -10,9 +9,11 @@
 #include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 #include <kvcore/platform/linux/paths/PathSyntax.h>
 #include <kvcore/platform/linux/paths/Win32Path.h>
+#include <kvcore/platform/linux/system/Settings.h>
 
 using namespace kv::platform;
 
@@ -33,7 +34,7 @@ WString OwnTempPath()
 
 WString TempPath()
 {
-    char const * const setting = secure_getenv("TMPDIR");
+    char const * const setting = PlaceSetting("TMPDIR");
     if (setting != nullptr && setting[0] == '/')
     {
         return Win32PathOf(setting, std::strlen(setting));
@@ -47,6 +48,7 @@ WString TempPath()
 DWORD WINAPI GetTempPathW(DWORD capacity, LPWSTR buffer)
 try
 {
+    CheckBuffer(buffer, capacity);
     DWORD const before = GetLastError();
     WString path = TempPath();
     SetLastError(before);
@@ -127,6 +129,8 @@ UINT CreateNumbered(WString const & start, UINT number, WString & name)
 UINT WINAPI GetTempFileNameW(LPCWSTR path, LPCWSTR prefix, UINT unique, LPWSTR target)
 try
 {
+    CheckTexts(path, prefix);
+    CheckBuffer(target, MAX_PATH);
     if (path == nullptr || target == nullptr)
     {
         SetLastError(ERROR_INVALID_PARAMETER);

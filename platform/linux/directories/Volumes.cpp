@@ -9,6 +9,7 @@
 #include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/Drives.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 #include <kvcore/platform/linux/paths/PathSyntax.h>
@@ -61,6 +62,7 @@ UINT DriveTypeOf(char const * path)
 
 UINT WINAPI GetDriveTypeW(LPCWSTR root)
 {
+    CheckText(root);
     DWORD const before = GetLastError();
     NativePath path;
     bool const found = FindVolume(root, path);
@@ -93,7 +95,7 @@ bool GiveName(WCHAR const * text, WCHAR * buffer, DWORD capacity)
     }
     if (buffer != nullptr)
     {
-        std::memcpy(buffer, text, size * sizeof(WCHAR));
+        CopyToCaller(buffer, text, size * sizeof(WCHAR));
     }
     return true;
 }
@@ -118,6 +120,10 @@ BOOL WINAPI GetVolumeInformationW(
     LPCWSTR root, LPWSTR label, DWORD labelCapacity, LPDWORD serialNumber, LPDWORD longestComponent, LPDWORD flags,
     LPWSTR fileSystem, DWORD fileSystemCapacity)
 {
+    CheckText(root);
+    CheckBuffer(label, labelCapacity);
+    CheckOutputs(serialNumber, longestComponent, flags);
+    CheckBuffer(fileSystem, fileSystemCapacity);
     if (root != nullptr && !IsRootSyntax(root))
     {
         return FailWith(ERROR_INVALID_NAME);
@@ -150,6 +156,8 @@ BOOL WINAPI GetVolumeInformationW(
 BOOL WINAPI GetDiskFreeSpaceW(
     LPCWSTR root, LPDWORD sectorsPerCluster, LPDWORD bytesPerSector, LPDWORD freeClusters, LPDWORD clusters)
 {
+    CheckText(root);
+    CheckOutputs(sectorsPerCluster, bytesPerSector, freeClusters, clusters);
     NativePath path;
     struct statvfs status;
     if (!FindVolume(root, path))
@@ -173,6 +181,8 @@ BOOL WINAPI GetDiskFreeSpaceW(
 BOOL WINAPI GetDiskFreeSpaceExW(
     LPCWSTR directory, ULARGE_INTEGER * freeToCaller, ULARGE_INTEGER * total, ULARGE_INTEGER * totalFree)
 {
+    CheckText(directory);
+    CheckOutputs(freeToCaller, total, totalFree);
     NativePath path;
     struct statvfs status;
     if (!FindVolume(directory, path))

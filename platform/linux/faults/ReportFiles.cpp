@@ -8,7 +8,7 @@
 #include <kvcore/platform/Faults.h>
 #include <kvcore/platform/win32.h>
 
-#include <kvcore/platform/linux/faults/CallerMemory.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/Drives.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 

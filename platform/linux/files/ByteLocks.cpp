@@ -10,6 +10,7 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 // Ranges are locked twice: in the table of the process, which knows all of the rules, and with the kernel's locks of
 // open file descriptions, where other processes meet them. The kernel's locks cannot hold two ranges of one file object
@@ -222,6 +223,7 @@ BOOL WINAPI LockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD lengt
 BOOL WINAPI
 LockFileEx(HANDLE file, DWORD flags, DWORD reserved, DWORD lengthLow, DWORD lengthHigh, OVERLAPPED * overlapped)
 {
+    CheckOutputs(overlapped);
     if (reserved != 0 || overlapped == nullptr)
     {
         return FailWith(ERROR_INVALID_PARAMETER);
@@ -242,6 +244,7 @@ BOOL WINAPI UnlockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD len
 
 BOOL WINAPI UnlockFileEx(HANDLE file, DWORD reserved, DWORD lengthLow, DWORD lengthHigh, OVERLAPPED * overlapped)
 {
+    CheckOutputs(overlapped);
     if (reserved != 0 || overlapped == nullptr)
     {
         return FailWith(ERROR_INVALID_PARAMETER);

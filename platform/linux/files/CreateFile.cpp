@@ -12,6 +12,7 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 
 using namespace kv::platform;
@@ -336,6 +337,7 @@ HANDLE WINAPI CreateFileW(
     LPCWSTR name, DWORD access, DWORD shareMode, LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD flagsAndAttributes,
     HANDLE)
 {
+    CheckText(name);
     NativePath path;
     if (name == nullptr || name[0] == 0)
     {

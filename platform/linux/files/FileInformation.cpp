@@ -14,6 +14,7 @@
 #include <kvcore/platform/linux/directories/FileStatus.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 #include <kvcore/platform/linux/time/Ticks.h>
 
@@ -89,6 +90,7 @@ DWORD SerialNumberOf(File const & file)
 
 BOOL WINAPI GetFileTime(HANDLE file, FILETIME * creation, FILETIME * access, FILETIME * write)
 {
+    CheckOutputs(creation, access, write);
     auto const object = LookUp<File>(file);
     struct statx status;
     if (!object || !Look(*object, status))
@@ -112,6 +114,7 @@ BOOL WINAPI GetFileTime(HANDLE file, FILETIME * creation, FILETIME * access, FIL
 
 BOOL WINAPI SetFileTime(HANDLE file, FILETIME const * creation, FILETIME const * access, FILETIME const * write)
 {
+    CheckInputs(creation, access, write);
     auto const object = LookUp<File>(file);
     if (!object)
     {
@@ -135,6 +138,7 @@ BOOL WINAPI SetFileTime(HANDLE file, FILETIME const * creation, FILETIME const *
 
 BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION * information)
 {
+    CheckOutputs(information);
     auto const object = LookUp<File>(file);
     struct statx status;
     if (!object || !Look(*object, status))
@@ -175,6 +179,7 @@ DWORD WINAPI GetFileType(HANDLE file)
 
 DWORD WINAPI GetFinalPathNameByHandleW(HANDLE file, LPWSTR buffer, DWORD capacity, DWORD flags)
 {
+    CheckBuffer(buffer, capacity);
     auto const object = LookUp<File>(file);
     if (!object)
     {

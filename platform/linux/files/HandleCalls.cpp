@@ -10,6 +10,7 @@
 #include <kvcore/platform/include/synchapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/sync/Thread.h>
 
 using namespace kv::platform;
@@ -98,6 +99,7 @@ BOOL WINAPI CloseHandle(HANDLE handle)
 BOOL WINAPI DuplicateHandle(
     HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE * target, DWORD access, BOOL, DWORD options)
 {
+    CheckOutputs(target);
     if (target != nullptr)
     {
         *target = nullptr;
@@ -118,6 +120,7 @@ BOOL WINAPI DuplicateHandle(
 
 BOOL WINAPI GetHandleInformation(HANDLE handle, LPDWORD flags)
 {
+    CheckOutputs(flags);
     if (!LookUpObject(handle))
     {
         return FALSE;

@@ -8,6 +8,7 @@
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 using namespace kv::platform;
 
@@ -74,6 +75,7 @@ bool SizeOf(HANDLE handle, __int64 & size)
 
 DWORD WINAPI SetFilePointer(HANDLE file, LONG distance, LONG * high, DWORD method)
 {
+    CheckOutputs(high);
     auto const object = LookUp<File>(file);
     if (!object)
     {
@@ -111,6 +113,7 @@ DWORD WINAPI SetFilePointer(HANDLE file, LONG distance, LONG * high, DWORD metho
 
 BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER * position, DWORD method)
 {
+    CheckOutputs(position);
     auto const object = LookUp<File>(file);
     if (!object)
     {
@@ -167,6 +170,7 @@ BOOL WINAPI SetEndOfFile(HANDLE file)
 
 DWORD WINAPI GetFileSize(HANDLE file, LPDWORD high)
 {
+    CheckOutputs(high);
     __int64 size = 0;
     if (!SizeOf(file, size))
     {
@@ -186,6 +190,7 @@ DWORD WINAPI GetFileSize(HANDLE file, LPDWORD high)
 
 BOOL WINAPI GetFileSizeEx(HANDLE file, LARGE_INTEGER * size)
 {
+    CheckOutputs(size);
     __int64 bytes = 0;
     if (!SizeOf(file, bytes))
     {

@@ -4,6 +4,7 @@
 #include <kvcore/platform/include/fileapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/FileObject.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 using namespace kv::platform;
 
@@ -44,6 +45,7 @@ BOOL FinishAtPlace(
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD transferred, OVERLAPPED * overlapped)
 {
+    CheckOutputs(transferred, overlapped);
     DWORD ignored = 0;
     DWORD & done = transferred != nullptr ? *transferred : ignored;
     done = 0;
@@ -76,6 +78,7 @@ BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD transferre
 
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD transferred, OVERLAPPED * overlapped)
 {
+    CheckOutputs(transferred, overlapped);
     DWORD ignored = 0;
     DWORD & done = transferred != nullptr ? *transferred : ignored;
     done = 0;

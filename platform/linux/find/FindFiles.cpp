@@ -13,6 +13,7 @@
 #include <kvcore/platform/linux/directories/FileStatus.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/files/Handles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 #include <kvcore/platform/linux/paths/PathSyntax.h>
@@ -332,6 +333,8 @@ using namespace kv::platform;
 HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW * data)
 try
 {
+    CheckText(pattern);
+    CheckOutputs(data);
     if (pattern == nullptr || pattern[0] == 0 || data == nullptr)
     {
         SetLastError(ERROR_PATH_NOT_FOUND);
@@ -347,6 +350,7 @@ catch (std::bad_alloc const &)
 
 BOOL WINAPI FindNextFileW(HANDLE find, WIN32_FIND_DATAW * data)
 {
+    CheckOutputs(data);
     auto const search = LookUp<Find>(find);
     if (!search)
     {

@@ -16,6 +16,7 @@
 #include <kvcore/platform/linux/files/FileObject.h>
 #include <kvcore/platform/linux/files/OpenFiles.h>
 #include <kvcore/platform/linux/memory/Allocations.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 using namespace kv::platform;
 
@@ -269,6 +270,7 @@ void * MapAligned(std::uint64_t length, int pages, int flags, int descriptor, st
 HANDLE WINAPI
 CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protection, DWORD sizeHigh, DWORD sizeLow, LPCWSTR name)
 {
+    CheckText(name);
     std::uint64_t size = std::uint64_t{sizeHigh} << 32 | sizeLow;
     if (!IsProtection(protection))
     {

@@ -6,6 +6,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/memoryapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/modules/LoadedElf.h>
 
 #include "AddressSpace.h"
@@ -227,6 +228,7 @@ MEMORY_BASIC_INFORMATION DescribeBySpace(AddressSpace const & space, std::uintpt
 
 SIZE_T WINAPI VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION * information, SIZE_T size)
 {
+    CheckBuffer(information, size / sizeof(*information));
     std::uintptr_t const place = reinterpret_cast<std::uintptr_t>(address);
     if (place >= addressLimit || information == nullptr || size < sizeof(MEMORY_BASIC_INFORMATION))
     {

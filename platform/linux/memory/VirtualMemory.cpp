@@ -7,6 +7,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/memoryapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "Allocations.h"
 
@@ -358,6 +359,7 @@ DWORD CheckProtection(Owner const & owner, DWORD protection)
 
 BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, DWORD * old)
 {
+    CheckOutputs(old);
     std::uintptr_t const at = reinterpret_cast<std::uintptr_t>(address);
     if (old == nullptr)
     {

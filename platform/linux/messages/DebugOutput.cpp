@@ -1,6 +1,9 @@
 #include <atomic>
 
 #include <kvcore/platform/include/debugapi.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace kv::platform
 {
@@ -21,6 +24,7 @@ DebugReceiver SetDebugReceiver(DebugReceiver receiver) noexcept
 
 void WINAPI OutputDebugStringW(LPCWSTR text)
 {
+    CheckText(text);
     if (auto const receiver = kv::platform::currentReceiver.load())
     {
         receiver(text != nullptr ? text : u"");

@@ -9,7 +9,10 @@
 #include <kvcore/platform/include/memory.h>
 #include <kvcore/platform/include/messages.h>
 #include <kvcore/platform/linux/crt/PrintfEngine.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/messages/SystemMessages.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -401,12 +404,26 @@ DWORD Deliver(Text const & text, bool allocate, LPWSTR buffer, DWORD capacity)
     return static_cast<DWORD>(text.size());
 }
 
+void CheckFormat(DWORD flags, LPCVOID source, LPWSTR buffer, DWORD capacity)
+{
+    CheckText((flags & FORMAT_MESSAGE_FROM_STRING) != 0 ? static_cast<WCHAR const *>(source) : nullptr);
+    if ((flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0)
+    {
+        CheckOutputs(reinterpret_cast<LPWSTR *>(buffer));
+    }
+    else
+    {
+        CheckBuffer(buffer, capacity);
+    }
+}
+
 } // namespace
 
 DWORD WINAPI FormatMessageW(
     DWORD flags, LPCVOID source, DWORD messageId, DWORD languageId, LPWSTR buffer, DWORD capacity,
     std::va_list * arguments)
 {
+    CheckFormat(flags, source, buffer, capacity);
     bool const fromString = (flags & FORMAT_MESSAGE_FROM_STRING) != 0;
     bool const allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
     if (allocate && buffer != nullptr)

@@ -2,6 +2,7 @@
 #include <kvcore/platform/include/fileapi.h>
 #include <kvcore/platform/include/overlapped.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/overlapped/RequestPool.h>
 
 namespace kv::platform
@@ -92,18 +93,22 @@ using namespace kv::platform;
 BOOL WINAPI
 ReadFileEx(HANDLE file, LPVOID buffer, DWORD count, OVERLAPPED * overlapped, LPOVERLAPPED_COMPLETION_ROUTINE routine)
 {
+    CheckOutputs(overlapped);
     return StartWithRoutine(file, FILE_READ_DATA, {buffer, count, 0, false}, overlapped, routine);
 }
 
 BOOL WINAPI
 WriteFileEx(HANDLE file, LPCVOID buffer, DWORD count, OVERLAPPED * overlapped, LPOVERLAPPED_COMPLETION_ROUTINE routine)
 {
+    CheckOutputs(overlapped);
     return StartWithRoutine(
         file, FILE_WRITE_DATA | FILE_APPEND_DATA, {const_cast<void *>(buffer), count, 0, true}, overlapped, routine);
 }
 
 BOOL WINAPI GetOverlappedResult(HANDLE, OVERLAPPED * overlapped, LPDWORD transferred, BOOL wait)
 {
+    CheckInputs(overlapped);
+    CheckOutputs(transferred);
     // The file is not needed to find the request, so that a result can be had after the handle was closed.
     if (!HasOverlappedIoCompleted(overlapped))
     {

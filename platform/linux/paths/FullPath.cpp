@@ -9,6 +9,7 @@
 #include <kvcore/platform/include/directories.h>
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "Listings.h"
 #include "NativeNames.h"
@@ -53,14 +54,14 @@ WString Win32PathOf(char const * native, std::size_t length)
     return path;
 }
 
-DWORD GiveText(WString const & text, WCHAR * buffer, DWORD capacity) noexcept
+DWORD GiveText(WString const & text, WCHAR * buffer, DWORD capacity)
 {
     auto const length = static_cast<DWORD>(text.size());
     if (buffer == nullptr || length >= capacity)
     {
         return length + 1;
     }
-    std::memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
+    CopyToCaller(buffer, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
     return length;
 }
 
@@ -188,6 +189,9 @@ using namespace kv::platform;
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD capacity, LPWSTR buffer, LPWSTR * filePart)
 try
 {
+    CheckText(name);
+    CheckBuffer(buffer, capacity);
+    CheckOutputs(filePart);
     if (name == nullptr || name[0] == 0)
     {
         SetLastError(ERROR_INVALID_NAME);
@@ -217,6 +221,7 @@ catch (std::bad_alloc const &)
 DWORD WINAPI GetCurrentDirectoryW(DWORD capacity, LPWSTR buffer)
 try
 {
+    CheckBuffer(buffer, capacity);
     WString path;
     return CurrentDirectory(path) ? GiveText(path, buffer, capacity) : 0;
 }
@@ -228,6 +233,7 @@ catch (std::bad_alloc const &)
 
 BOOL WINAPI SetCurrentDirectoryW(LPCWSTR path)
 {
+    CheckText(path);
     if (path != nullptr && path[0] == 0)
     {
         return FailWith(ERROR_INVALID_NAME);
@@ -320,6 +326,8 @@ WString ShortName(NativePath const & path)
 DWORD WINAPI GetLongPathNameW(LPCWSTR shortPath, LPWSTR longPath, DWORD capacity)
 try
 {
+    CheckText(shortPath);
+    CheckBuffer(longPath, capacity);
     return ReplaceNames(shortPath, longPath, capacity, LongName);
 }
 catch (std::bad_alloc const &)
@@ -331,6 +339,8 @@ catch (std::bad_alloc const &)
 DWORD WINAPI GetShortPathNameW(LPCWSTR longPath, LPWSTR shortPath, DWORD capacity)
 try
 {
+    CheckText(longPath);
+    CheckBuffer(shortPath, capacity);
     return ReplaceNames(longPath, shortPath, capacity, ShortName);
 }
 catch (std::bad_alloc const &)

@@ -16,7 +16,7 @@ WString Win32PathOf(char const * native, std::size_t length);
 WString Win32NameOf(char const * name, std::size_t length);
 
 /// Hands a text out as the path functions do: the length without the NUL if it fits, else the length with it.
-DWORD GiveText(WString const & text, WCHAR * buffer, DWORD capacity) noexcept;
+DWORD GiveText(WString const & text, WCHAR * buffer, DWORD capacity);
 
 /// The whole path of a Win32 path that is not empty; `rootLength` is what ".." cannot take off. False with the last
 /// error set if the current directory is gone. Throws std::bad_alloc.

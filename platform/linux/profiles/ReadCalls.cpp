@@ -220,6 +220,8 @@ DWORD NumberIn(WString const & text)
 DWORD WINAPI GetPrivateProfileStringW(
     LPCWSTR section, LPCWSTR key, LPCWSTR fallback, LPWSTR buffer, DWORD capacity, LPCWSTR fileName)
 {
+    CheckTexts(section, key, fallback, fileName);
+    CheckBuffer(buffer, capacity);
     if (section == nullptr)
     {
         return GetPrivateProfileSectionNamesW(buffer, capacity, fileName);
@@ -249,6 +251,7 @@ DWORD WINAPI GetPrivateProfileStringW(
 
 UINT WINAPI GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT fallback, LPCWSTR fileName)
 {
+    CheckTexts(section, key, fileName);
     auto const other = static_cast<UINT>(fallback);
     if (section == nullptr || key == nullptr)
     {
@@ -272,6 +275,8 @@ UINT WINAPI GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT fallback, LP
 
 DWORD WINAPI GetPrivateProfileSectionW(LPCWSTR section, LPWSTR buffer, DWORD capacity, LPCWSTR fileName)
 {
+    CheckTexts(section, fileName);
+    CheckBuffer(buffer, capacity);
     if (section == nullptr)
     {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -300,6 +305,8 @@ DWORD WINAPI GetPrivateProfileSectionW(LPCWSTR section, LPWSTR buffer, DWORD cap
 
 DWORD WINAPI GetPrivateProfileSectionNamesW(LPWSTR buffer, DWORD capacity, LPCWSTR fileName)
 {
+    CheckText(fileName);
+    CheckBuffer(buffer, capacity);
     return Guarded(
         [&]
         {
@@ -317,6 +324,8 @@ DWORD WINAPI GetPrivateProfileSectionNamesW(LPWSTR buffer, DWORD capacity, LPCWS
 
 BOOL WINAPI GetPrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, UINT size, LPCWSTR fileName)
 {
+    CheckTexts(section, key, fileName);
+    CheckBuffer(data, size);
     if (section == nullptr || key == nullptr || (data == nullptr && size != 0))
     {
         return FailWith(ERROR_INVALID_PARAMETER);

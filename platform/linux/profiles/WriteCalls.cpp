@@ -143,6 +143,7 @@ WString RecordText(void const * data, UINT size)
 
 BOOL WINAPI WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR text, LPCWSTR fileName)
 {
+    CheckTexts(section, key, text, fileName);
     if (section == nullptr)
     {
         if (key == nullptr && text == nullptr)
@@ -166,6 +167,8 @@ BOOL WINAPI WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR tex
 
 BOOL WINAPI WritePrivateProfileSectionW(LPCWSTR section, LPCWSTR lines, LPCWSTR fileName)
 {
+    CheckTexts(section, fileName);
+    CheckLines(lines);
     if (section == nullptr)
     {
         return FailWith(ERROR_FILE_NOT_FOUND);
@@ -196,6 +199,8 @@ BOOL WINAPI WritePrivateProfileSectionW(LPCWSTR section, LPCWSTR lines, LPCWSTR 
 
 BOOL WINAPI WritePrivateProfileStructW(LPCWSTR section, LPCWSTR key, LPVOID data, UINT size, LPCWSTR fileName)
 {
+    CheckTexts(section, key, fileName);
+    CheckArray(static_cast<char const *>(data), size);
     if (data == nullptr)
     {
         return WritePrivateProfileStringW(section, key, nullptr, fileName);

@@ -8,6 +8,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 using namespace kv::platform;
 
@@ -54,6 +55,7 @@ Keys ReadKeys(unsigned char const * data, DWORD size)
 HACCEL WINAPI LoadAcceleratorsW(HINSTANCE module, LPCWSTR name)
 try
 {
+    CheckName(name);
     HRSRC const resource = FindResourceW(module, name, RT_ACCELERATOR);
     if (resource == nullptr)
     {
@@ -89,6 +91,7 @@ BOOL WINAPI DestroyAcceleratorTable(HACCEL table)
 
 int WINAPI CopyAcceleratorTableW(HACCEL table, ACCEL * keys, int count)
 {
+    CheckBuffer(keys, count > 0 ? 1 : 0);
     Tables & tables = TheTables();
     std::lock_guard const guard(tables.mutex);
     auto const found = tables.byHandle.find(table);

@@ -77,7 +77,8 @@ bool ReadResourceId(WCHAR const * given, ResourceId & id) noexcept
     }
     if (*given != '#')
     {
-        id.text = given;
+        // No text here stands for a number, so an empty name is one that no resource has.
+        id.text = *given != 0 ? std::u16string_view(given) : std::u16string_view(u"\0", 1);
         return true;
     }
     // Kept: the number ends at the first element that is no digit, and what follows does not count.

@@ -6,6 +6,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/modules/Modules.h>
 
 #include "ResourceDirectory.h"
@@ -62,6 +63,8 @@ HRSRC FindAny(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language) noexcep
 
 HRSRC WINAPI FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type)
 {
+    CheckName(name);
+    CheckName(type);
     // Strings, dialogs, pictures: nearly all have numbers.
     if (IS_INTRESOURCE(name) && IS_INTRESOURCE(type))
     {
@@ -82,6 +85,8 @@ HRSRC WINAPI FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type)
 
 HRSRC WINAPI FindResourceExW(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language)
 {
+    CheckName(type);
+    CheckName(name);
     return FindAny(module, type, name, language);
 }
 
@@ -136,6 +141,7 @@ catch (std::bad_alloc const &)
 BOOL WINAPI EnumResourceNamesW(HMODULE module, LPCWSTR type, ENUMRESNAMEPROCW function, LONG_PTR argument)
 try
 {
+    CheckName(type);
     ResourceDirectory const * const resources = ResourcesOf(module);
     ResourceId typeId;
     if (resources == nullptr || !ReadResourceId(type, typeId))
@@ -167,6 +173,8 @@ catch (std::bad_alloc const &)
 BOOL WINAPI
 EnumResourceLanguagesW(HMODULE module, LPCWSTR type, LPCWSTR name, ENUMRESLANGPROCW function, LONG_PTR argument)
 {
+    CheckName(type);
+    CheckName(name);
     ResourceDirectory const * const resources = ResourcesOf(module);
     ResourceId typeId;
     ResourceId nameId;
@@ -194,6 +202,7 @@ StringResource kv::platform::FindStringResource(HINSTANCE module, WORD block, un
 
 int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int capacity)
 {
+    CheckBuffer(buffer, 1);
     if (buffer == nullptr)
     {
         return 0;
@@ -212,7 +221,7 @@ int WINAPI LoadStringW(HINSTANCE module, UINT id, LPWSTR buffer, int capacity)
         return static_cast<int>(found.length);
     }
     std::size_t const copied = std::min(found.length, static_cast<std::size_t>(std::max(capacity, 1) - 1));
-    std::memcpy(buffer, found.units, copied * sizeof(WCHAR));
+    CopyToCaller(buffer, found.units, copied * sizeof(WCHAR));
     buffer[copied] = 0;
     return static_cast<int>(copied);
 }

@@ -8,6 +8,7 @@
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/include/winver.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/modules/Modules.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 
@@ -58,6 +59,8 @@ VersionResource OpenVersion(LPCWSTR name)
 DWORD WINAPI GetFileVersionInfoSizeW(LPCWSTR file, LPDWORD zero)
 try
 {
+    CheckText(file);
+    CheckOutputs(zero);
     if (zero != nullptr)
     {
         *zero = 0;
@@ -82,6 +85,8 @@ catch (std::bad_alloc const &)
 BOOL WINAPI GetFileVersionInfoW(LPCWSTR file, DWORD, DWORD size, LPVOID block)
 try
 {
+    CheckText(file);
+    CheckBuffer(block, size);
     if (block == nullptr)
     {
         return FailWith(ERROR_INVALID_DATA);
@@ -92,7 +97,7 @@ try
         return FALSE;
     }
     WORD const copied = static_cast<WORD>(std::min<DWORD>({size, version.data->size, 0xFFFF}));
-    std::memcpy(block, version.data->data, copied);
+    CopyToCaller(block, version.data->data, copied);
     // The block's own length is all that VerQueryValueW has to go by: it never says more than is there.
     WORD stated = 0;
     if (copied >= sizeof(stated))
@@ -190,6 +195,8 @@ std::optional<Block> FindInside(unsigned char const * whole, Block const & block
 
 BOOL WINAPI VerQueryValueW(LPCVOID block, LPCWSTR name, LPVOID * value, UINT * length)
 {
+    CheckText(name);
+    CheckOutputs(value, length);
     if (block == nullptr || name == nullptr || value == nullptr)
     {
         return FailWith(ERROR_INVALID_PARAMETER);

@@ -5,6 +5,7 @@
 #include <kvcore/platform/include/fileapi.h>
 #include <kvcore/platform/include/session.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 
 namespace kv::platform
@@ -34,6 +35,7 @@ using namespace kv::platform;
 
 BOOL WINAPI OpenProcessToken(HANDLE process, DWORD, HANDLE * token)
 {
+    CheckOutputs(token);
     if (process != GetCurrentProcess())
     {
         return FailWith(ERROR_INVALID_HANDLE);
@@ -44,6 +46,8 @@ BOOL WINAPI OpenProcessToken(HANDLE process, DWORD, HANDLE * token)
 
 BOOL WINAPI LookupPrivilegeValueW(LPCWSTR system, LPCWSTR name, LUID * luid)
 {
+    CheckTexts(system, name);
+    CheckOutputs(luid);
     if (system != nullptr && *system != 0)
     {
         return FailWith(RPC_S_SERVER_UNAVAILABLE);

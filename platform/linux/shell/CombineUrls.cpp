@@ -3,6 +3,8 @@
 
 #include "UrlText.h"
 
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
 using namespace kv::platform;
 
 namespace
@@ -202,6 +204,9 @@ Text Combined(View base, View relative, DWORD flags)
 
 HRESULT WINAPI UrlCombineW(LPCWSTR base, LPCWSTR relative, LPWSTR combined, LPDWORD length, DWORD flags)
 {
+    CheckTexts(base, relative);
+    CheckOutputs(length);
+    CheckBuffer(combined, length != nullptr ? *length : 0);
     if (base == nullptr || relative == nullptr || combined == nullptr || length == nullptr ||
         (flags & ~URL_DONT_SIMPLIFY) != 0)
     {

@@ -3,6 +3,9 @@
 #include <string_view>
 
 #include <kvcore/platform/include/shellapi.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -51,6 +54,8 @@ std::u16string Compacted(View path, View name, std::size_t room)
 
 BOOL WINAPI PathCompactPathExW(LPWSTR result, LPCWSTR path, UINT capacity, DWORD)
 {
+    CheckText(path);
+    CheckBuffer(result, capacity);
     if (result == nullptr || path == nullptr || capacity == 0)
     {
         return FALSE;

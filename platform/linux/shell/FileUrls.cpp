@@ -5,6 +5,8 @@
 
 #include "UrlText.h"
 
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
 using namespace kv::platform;
 
 namespace
@@ -21,11 +23,15 @@ bool IsSlash(char16_t c)
 
 BOOL WINAPI PathIsURLW(LPCWSTR text)
 {
+    CheckText(text);
     return text != nullptr && SchemeLength(text) != 0;
 }
 
 HRESULT WINAPI UrlCreateFromPathW(LPCWSTR path, LPWSTR url, LPDWORD length, DWORD)
 {
+    CheckText(path);
+    CheckOutputs(length);
+    CheckBuffer(url, length != nullptr ? *length : 0);
     if (path == nullptr || url == nullptr || length == nullptr)
     {
         return E_INVALIDARG;
@@ -146,6 +152,9 @@ std::u16string Unescaped(UrlPath const & path)
 
 HRESULT WINAPI PathCreateFromUrlW(LPCWSTR url, LPWSTR path, LPDWORD length, DWORD)
 {
+    CheckText(url);
+    CheckOutputs(length);
+    CheckBuffer(path, length != nullptr ? *length : 0);
     if (url == nullptr || path == nullptr || length == nullptr || *length == 0)
     {
         return E_INVALIDARG;

@@ -4,6 +4,9 @@
 #include <unicode/uchar.h>
 
 #include <kvcore/platform/include/shellapi.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -51,6 +54,7 @@ bool Matches(View name, View mask)
 
 BOOL WINAPI PathMatchSpecW(LPCWSTR name, LPCWSTR masks)
 {
+    CheckTexts(name, masks);
     if (name == nullptr || masks == nullptr)
     {
         return FALSE;

@@ -4,6 +4,9 @@
 #include <string_view>
 
 #include <kvcore/platform/include/shellapi.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
+
+using namespace kv::platform;
 
 namespace
 {
@@ -36,6 +39,7 @@ std::ptrdiff_t LengthWithoutLastPart(View path)
 
 BOOL WINAPI PathIsRootW(LPCWSTR path)
 {
+    CheckText(path);
     if (path == nullptr)
     {
         return FALSE;
@@ -50,6 +54,7 @@ BOOL WINAPI PathIsRootW(LPCWSTR path)
 
 BOOL WINAPI PathStripToRootW(LPWSTR path)
 {
+    CheckText(path);
     if (path == nullptr)
     {
         return FALSE;
@@ -68,6 +73,7 @@ BOOL WINAPI PathStripToRootW(LPWSTR path)
 
 BOOL WINAPI PathIsRelativeW(LPCWSTR path)
 {
+    CheckText(path);
     if (path == nullptr || path[0] == u'\0')
     {
         return TRUE;
@@ -77,6 +83,7 @@ BOOL WINAPI PathIsRelativeW(LPCWSTR path)
 
 LPWSTR WINAPI PathFindFileNameW(LPCWSTR path)
 {
+    CheckText(path);
     if (path == nullptr)
     {
         return nullptr;
@@ -95,6 +102,7 @@ LPWSTR WINAPI PathFindFileNameW(LPCWSTR path)
 
 LPWSTR WINAPI PathFindExtensionW(LPCWSTR path)
 {
+    CheckText(path);
     if (path == nullptr)
     {
         return nullptr;

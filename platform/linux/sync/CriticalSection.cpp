@@ -18,21 +18,25 @@ HANDLE Self()
     return &mark;
 }
 
-bool Owns(CRITICAL_SECTION & section, HANDLE self)
+// The first to look at a section meets a pointer that leads nowhere. So these are the compiler's own operations: the
+// C++ library's promise never to throw, and the program would end instead of the call.
+
+bool Owns(CRITICAL_SECTION const & section, HANDLE self)
 {
-    return std::atomic_ref<HANDLE>(section.OwningThread).load(std::memory_order_relaxed) == self;
+    return __atomic_load_n(&section.OwningThread, __ATOMIC_RELAXED) == self;
 }
 
 void Own(CRITICAL_SECTION & section, HANDLE self)
 {
-    std::atomic_ref<HANDLE>(section.OwningThread).store(self, std::memory_order_relaxed);
+    __atomic_store_n(&section.OwningThread, self, __ATOMIC_RELAXED);
     section.RecursionCount = 1;
 }
 
-bool TryTake(std::atomic_ref<LONG> state)
+bool TryTake(CRITICAL_SECTION & section)
 {
     LONG expected = isFree;
-    return state.compare_exchange_strong(expected, isHeld, std::memory_order_acquire, std::memory_order_relaxed);
+    return __atomic_compare_exchange_n(
+        &section.LockCount, &expected, isHeld, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
 }
 
 /// Apart, so that the usual case is short.
@@ -41,7 +45,7 @@ bool TryTake(std::atomic_ref<LONG> state)
     std::atomic_ref<LONG> const state(section.LockCount);
     for (ULONG_PTR spins = section.SpinCount; spins != 0; --spins)
     {
-        if (state.load(std::memory_order_relaxed) == isFree && TryTake(state))
+        if (state.load(std::memory_order_relaxed) == isFree && TryTake(section))
         {
             return;
         }
@@ -80,7 +84,7 @@ void WINAPI EnterCriticalSection(CRITICAL_SECTION * section)
         ++section->RecursionCount;
         return;
     }
-    if (!TryTake(std::atomic_ref<LONG>(section->LockCount)))
+    if (!TryTake(*section))
     {
         TakeSlowly(*section);
     }
@@ -95,7 +99,7 @@ BOOL WINAPI TryEnterCriticalSection(CRITICAL_SECTION * section)
         ++section->RecursionCount;
         return TRUE;
     }
-    if (!TryTake(std::atomic_ref<LONG>(section->LockCount)))
+    if (!TryTake(*section))
     {
         return FALSE;
     }
@@ -109,8 +113,8 @@ void WINAPI LeaveCriticalSection(CRITICAL_SECTION * section)
     {
         return;
     }
-    std::atomic_ref<HANDLE>(section->OwningThread).store(nullptr, std::memory_order_relaxed);
-    if (std::atomic_ref<LONG>(section->LockCount).exchange(isFree, std::memory_order_release) == isAwaited)
+    __atomic_store_n(&section->OwningThread, HANDLE{nullptr}, __ATOMIC_RELAXED);
+    if (__atomic_exchange_n(&section->LockCount, isFree, __ATOMIC_RELEASE) == isAwaited)
     {
         WakeOne(*section);
     }

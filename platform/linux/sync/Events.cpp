@@ -7,6 +7,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/synchapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 namespace kv::platform
 {
@@ -36,6 +37,7 @@ using namespace kv::platform;
 
 HANDLE WINAPI CreateEventW(SECURITY_ATTRIBUTES *, BOOL manualReset, BOOL initiallySet, LPCWSTR name)
 {
+    CheckText(name);
     if (name != nullptr)
     {
         FailWith(ERROR_NOT_SUPPORTED);

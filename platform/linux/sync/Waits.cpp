@@ -8,6 +8,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/synchapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 // Who signals an object ends the waits for it there and then, under the lock: a wait that was satisfied stays so, even
 // if the object is reset before the waiting thread runs.
@@ -281,12 +282,14 @@ DWORD WINAPI WaitForSingleObjectEx(HANDLE object, DWORD milliseconds, BOOL alert
 
 DWORD WINAPI WaitForMultipleObjects(DWORD count, HANDLE const * objects, BOOL waitForAll, DWORD milliseconds)
 {
+    CheckArray(objects, count <= MAXIMUM_WAIT_OBJECTS ? count : 0);
     return WaitForMultipleObjectsEx(count, objects, waitForAll, milliseconds, FALSE);
 }
 
 DWORD WINAPI
 WaitForMultipleObjectsEx(DWORD count, HANDLE const * objects, BOOL waitForAll, DWORD milliseconds, BOOL alertable)
 {
+    CheckArray(objects, count <= MAXIMUM_WAIT_OBJECTS ? count : 0);
     if (count == 0 || count > MAXIMUM_WAIT_OBJECTS)
     {
         FailWith(ERROR_INVALID_PARAMETER);

@@ -9,6 +9,7 @@
 #include <kvcore/platform/include/processenv.h>
 #include <kvcore/platform/include/shellapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 #include <kvcore/platform/types.h>
 
@@ -274,6 +275,8 @@ LPWSTR WINAPI GetCommandLineW()
 
 LPWSTR * WINAPI CommandLineToArgvW(LPCWSTR line, int * count)
 {
+    CheckText(line);
+    CheckOutputs(count);
     if (count == nullptr)
     {
         SetLastError(ERROR_INVALID_PARAMETER);

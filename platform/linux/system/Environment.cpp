@@ -245,6 +245,8 @@ catch (std::bad_alloc const &)
 DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR buffer, DWORD size)
 try
 {
+    CheckText(source);
+    CheckBuffer(buffer, size);
     if (source == nullptr)
     {
         FailWith(ERROR_INVALID_PARAMETER);

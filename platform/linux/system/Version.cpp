@@ -4,6 +4,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/sysinfo.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 using namespace kv::platform;
 
@@ -22,6 +23,7 @@ constexpr DWORD fullDesktop = 0x1C;
 
 BOOL WINAPI GetVersionExW(OSVERSIONINFOW * information)
 {
+    CheckOutputs(information);
     DWORD const size = information->dwOSVersionInfoSize;
     if (size != sizeof(OSVERSIONINFOW) && size != sizeof(OSVERSIONINFOEXW))
     {
@@ -34,6 +36,7 @@ BOOL WINAPI GetVersionExW(OSVERSIONINFOW * information)
 
 BOOL WINAPI GetProductInfo(DWORD major, DWORD, DWORD, DWORD, LPDWORD product)
 {
+    CheckOutputs(product);
     if (product == nullptr)
     {
         return FALSE;
@@ -44,6 +47,7 @@ BOOL WINAPI GetProductInfo(DWORD major, DWORD, DWORD, DWORD, LPDWORD product)
 
 BOOL WINAPI IsWow64Process(HANDLE process, LPBOOL isWow64)
 {
+    CheckOutputs(isWow64);
     if (process != GetCurrentProcess())
     {
         return FailWith(ERROR_INVALID_HANDLE);

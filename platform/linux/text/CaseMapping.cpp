@@ -7,8 +7,11 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winnls.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "Locales.h"
+
+using namespace kv::platform;
 
 namespace
 {
@@ -82,6 +85,8 @@ int Map(CaseMapping const & mapping, WCHAR const * source, std::size_t length, W
 
 int WINAPI LCMapStringW(LCID locale, DWORD flags, LPCWSTR source, int sourceLength, LPWSTR target, int capacity)
 {
+    CheckText(source, sourceLength);
+    CheckBuffer(target, capacity > 0 ? 1 : 0);
     auto const fail = [](DWORD code)
     {
         SetLastError(code);

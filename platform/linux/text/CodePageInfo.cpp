@@ -4,6 +4,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winnls.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "CodePage.h"
 
@@ -100,6 +101,7 @@ void ListLeadBytes(CodePage const & page, BYTE (&ranges)[MAX_LEADBYTES])
 
 BOOL WINAPI GetCPInfoExW(UINT codePage, DWORD, CPINFOEXW * information)
 {
+    CheckOutputs(information);
     UINT const number = ResolveCodePage(codePage);
     PageName const * const named = FindPage(number);
     if (named == nullptr || information == nullptr)

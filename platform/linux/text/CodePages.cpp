@@ -6,10 +6,13 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winnls.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "CodePage.h"
 #include "Utf7.h"
 #include "Utf8.h"
+
+using namespace kv::platform;
 
 using kv::platform::CodePage;
 using kv::platform::Conversion;
@@ -268,6 +271,8 @@ UINT kv::platform::ResolveCodePage(UINT codePage)
 
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR target, int capacity)
 {
+    CheckText(source, sourceLength);
+    CheckBuffer(target, capacity > 0 ? 1 : 0);
     if (!AreBuffersUsable(source, sourceLength, target, capacity))
         return Fail(ERROR_INVALID_PARAMETER);
     codePage = ResolveCodePage(codePage);
@@ -301,6 +306,10 @@ int WINAPI WideCharToMultiByte(
     UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR target, int capacity, LPCCH defaultChar,
     LPBOOL usedDefaultChar)
 {
+    CheckText(source, sourceLength);
+    CheckBuffer(target, capacity > 0 ? 1 : 0);
+    CheckInputs(defaultChar);
+    CheckOutputs(usedDefaultChar);
     if (!AreBuffersUsable(source, sourceLength, target, capacity))
         return Fail(ERROR_INVALID_PARAMETER);
     codePage = ResolveCodePage(codePage);

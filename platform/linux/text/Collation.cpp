@@ -14,8 +14,11 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winnls.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "Locales.h"
+
+using namespace kv::platform;
 
 // ICU's collators, moved to the order that Windows programs keep their lists in. The letters agree as they are; what
 // is moved are the symbols, the hyphens and apostrophes, the ligatures, the fractions and the scripts.
@@ -358,6 +361,8 @@ int Fail(DWORD code)
 
 int WINAPI CompareStringW(LCID locale, DWORD flags, LPCWCH left, int leftLength, LPCWCH right, int rightLength)
 {
+    CheckText(left, leftLength);
+    CheckText(right, rightLength);
     constexpr DWORD known = collatorFlags | NORM_IGNOREKANATYPE | NORM_IGNOREWIDTH | NORM_LINGUISTIC_CASING |
         NORM_STOP_ON_NULL | LOCALE_USE_CP_ACP;
     if ((flags & ~known) != 0)

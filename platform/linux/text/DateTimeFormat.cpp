@@ -14,8 +14,11 @@
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/winnls.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 
 #include "Locales.h"
+
+using namespace kv::platform;
 
 namespace
 {
@@ -451,6 +454,9 @@ int Deliver(Text const & text, LPWSTR buffer, int capacity)
 int WINAPI
 GetDateFormatW(LCID locale, DWORD flags, SYSTEMTIME const * when, LPCWSTR format, LPWSTR buffer, int capacity)
 {
+    CheckInputs(when);
+    CheckText(format);
+    CheckBuffer(buffer, capacity > 0 ? 1 : 0);
     LocaleFormats const * const formats = FindFormats(locale);
     if (formats == nullptr || capacity < 0 || (buffer == nullptr && capacity != 0))
         return Fail(ERROR_INVALID_PARAMETER);
@@ -472,6 +478,9 @@ GetDateFormatW(LCID locale, DWORD flags, SYSTEMTIME const * when, LPCWSTR format
 int WINAPI
 GetTimeFormatW(LCID locale, DWORD flags, SYSTEMTIME const * when, LPCWSTR format, LPWSTR buffer, int capacity)
 {
+    CheckInputs(when);
+    CheckText(format);
+    CheckBuffer(buffer, capacity > 0 ? 1 : 0);
     LocaleFormats const * const formats = FindFormats(locale);
     if (formats == nullptr || capacity < 0 || (buffer == nullptr && capacity != 0))
         return Fail(ERROR_INVALID_PARAMETER);

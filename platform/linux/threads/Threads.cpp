@@ -11,6 +11,7 @@
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/processthreadsapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/sync/Thread.h>
 #include <kvcore/platform/linux/sync/Waits.h>
 
@@ -170,6 +171,7 @@ using namespace kv::platform;
 HANDLE WINAPI CreateThread(
     LPSECURITY_ATTRIBUTES, SIZE_T stackSize, LPTHREAD_START_ROUTINE procedure, LPVOID argument, DWORD flags, LPDWORD id)
 {
+    CheckOutputs(id);
     if (procedure == nullptr)
     {
         FailWith(ERROR_INVALID_PARAMETER);
@@ -181,6 +183,7 @@ HANDLE WINAPI CreateThread(
 std::uintptr_t _beginthreadex(
     void *, unsigned stackSize, unsigned(WINAPI * procedure)(void *), void * argument, unsigned flags, unsigned * id)
 {
+    CheckOutputs(id);
     if (procedure == nullptr)
     {
         errno = EINVAL;
@@ -235,6 +238,7 @@ int WINAPI GetThreadPriority(HANDLE thread)
 
 BOOL WINAPI GetExitCodeThread(HANDLE thread, LPDWORD exitCode)
 {
+    CheckOutputs(exitCode);
     auto const found = FindThread(thread);
     if (!found)
     {

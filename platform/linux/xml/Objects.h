@@ -3,6 +3,7 @@
 // What the objects of the document object model have in common.
 
 #include <atomic>
+#include <exception>
 #include <new>
 #include <string>
 #include <utility>
@@ -25,9 +26,10 @@ std::string Utf8Of(BSTR text);
 /// Leaves a report for the calling thread, for a call that returns `result`.
 HRESULT FailWithReport(HRESULT result, std::string const & description) noexcept;
 
-/// Runs a call's body: what is thrown in it must not reach the caller.
+/// Runs a call's body: what is thrown in it must not reach the caller. A fault is the caller's own, and goes on to
+/// whoever has asked for it.
 template <typename Body>
-HRESULT Guarded(Body body) noexcept
+HRESULT Guarded(Body body)
 try
 {
     return body();
@@ -36,7 +38,7 @@ catch (std::bad_alloc const &)
 {
     return E_OUTOFMEMORY;
 }
-catch (...)
+catch (std::exception const &)
 {
     return E_FAIL;
 }
