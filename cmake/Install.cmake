@@ -37,7 +37,11 @@ install(
 
 foreach(program kv storyboard)
     if(TARGET ${program})
-        set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+        # The same path in the build folder and once installed: see kv_configure_library.
+        set(program_rpath "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" "$ORIGIN/../lib")
+        list(REMOVE_DUPLICATES program_rpath)
+        set_target_properties(
+            ${program} PROPERTIES INSTALL_RPATH "${program_rpath}" BUILD_WITH_INSTALL_RPATH ${PROJECT_IS_TOP_LEVEL})
         install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     endif()
 endforeach()

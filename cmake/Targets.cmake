@@ -82,10 +82,29 @@ function(kv_configure_library target)
     if(NOT WIN32)
         target_link_options(${target} PRIVATE LINKER:-Bsymbolic-functions)
     endif()
+    # The libraries lie side by side, here and wherever they are installed, so the path is right from the start. One that
+    # is changed at the installation is padded with colons until then, and to the system's loader those mean the current
+    # directory: what lies there would run in place of the system's libraries.
     set_target_properties(
         ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON
-                             INSTALL_RPATH "$ORIGIN") # the libraries lie side by side wherever they are installed
+                             INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
+    if(NOT CMAKE_LIBRARY_OUTPUT_DIRECTORY)
+        set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+    endif()
     add_library(kvcore::${target} ALIAS ${target})
+endfunction()
+
+# kv_add_version(<target> <description>): gives a library the project's version as a version block. A module without one
+# has no product version, and no language file that has one is ever accepted for it. A static library has none of its own.
+function(kv_add_version target description)
+    get_target_property(type ${target} TYPE)
+    if(NOT type STREQUAL SHARED_LIBRARY)
+        return()
+    endif()
+    string(REPLACE "." "," numbers ${PROJECT_VERSION})
+    string(APPEND numbers ",0")
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/Version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/${target}Version.rc @ONLY)
+    kvcore_add_resources(${target} ${CMAKE_CURRENT_BINARY_DIR}/${target}Version.rc)
 endfunction()
 
 # CLI11 is headers alone, so every target uses the host's copy, seen without the rest of the host's headers.

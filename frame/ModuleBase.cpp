@@ -34,6 +34,13 @@ bool IsPictureType(WCHAR const * type)
     return std::basic_string_view<WCHAR>(type) == TEXT("PICTURE");
 }
 
+/// A file that is there for its resources: it is mapped, and nothing in it ever runs, whatever has been put in its
+/// place.
+HINSTANCE LoadResources(String const & path)
+{
+    return LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+}
+
 /// The resource in one source.
 HGLOBAL LoadFrom(HINSTANCE source, unsigned int id, WCHAR const * type, DWORD * size)
 {
@@ -112,10 +119,10 @@ ModuleBase * ModuleBase::GetModule(String const & path)
 /// Every module loads the shared file for itself.
 void ModuleBase::LoadPictures()
 {
-    pictureInstance = LocalLoadLibrary(pictureFile);
+    pictureInstance = LoadResources(File::MakePath(GetDirectory(), pictureFile));
     if (pictureInstance == nullptr)
     {
-        pictureInstance = LoadLibraryW(pictureFile);
+        pictureInstance = LoadResources(pictureFile);
     }
     if (pictureInstance == nullptr)
     {
@@ -148,7 +155,7 @@ void ModuleBase::LoadLanguage()
     {
         return;
     }
-    HINSTANCE const loaded = LoadLibraryW(path.c_str());
+    HINSTANCE const loaded = LoadResources(path);
     if (loaded == nullptr)
     {
         return;

@@ -27,7 +27,8 @@ protected:
 ///
 /// Each module owns one such object. It calls Init when it starts and Free when it ends. Resources come from one of
 /// three sources, by their type alone: the module itself, a language file, or the shared file of pictures
-/// ("QuorvexRes.bir"). There is no second try: what is missing in its source is missing.
+/// ("QuorvexRes.bir"). There is no second try: what is missing in its source is missing. The two files are mapped as
+/// data: no code in them ever runs.
 ///
 /// Threads: the list of modules, the language and the scaling factors have no lock. Init, Free, SetLanguage and the
 /// setters are for one thread at start and end. Reading resources is for any thread in between.

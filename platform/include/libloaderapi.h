@@ -81,8 +81,12 @@ extern "C"
     /// needs is missing, ERROR_BAD_EXE_FORMAT for a file that is none, ERROR_PROC_NOT_FOUND if it needs a function that
     /// nobody has. `reserved` is not looked at.
     ///
+    /// A bare name means a file of the program's folder, or else what the system's loader finds in its own places. The
+    /// current directory is none of them.
+    ///
     /// With one of the LOAD_LIBRARY_AS flags no code runs: the file is mapped for its resources alone, and its handle
-    /// has the lowest bit (a data file) or the one above it (an image) set beside the address.
+    /// has the lowest bit (a data file) or the one above it (an image) set beside the address. It has no path then, and
+    /// a file that is missing is ERROR_FILE_NOT_FOUND or ERROR_PATH_NOT_FOUND.
     /// DONT_RESOLVE_DLL_REFERENCES and LOAD_WITH_ALTERED_SEARCH_PATH change nothing here: the system's loader has its
     /// own rules.
     KVCORE_API HMODULE WINAPI LoadLibraryW(LPCWSTR name);

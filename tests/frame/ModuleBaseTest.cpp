@@ -1,6 +1,7 @@
 #include <kvcore/frame/ModuleBase.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <vector>
 
@@ -8,6 +9,8 @@
 
 #include <frame/ModuleRig.h>
 #include <kvcore/platform/NativePaths.h>
+#include <support/ChildProgram.h>
+#include <support/PlantedModule.h>
 #include <support/SystemCalls.h>
 
 namespace
@@ -26,6 +29,19 @@ using ModuleLanguages = Modules;
 using ModuleStrings = Modules;
 using ModuleNames = Modules;
 using ModuleProcess = Modules;
+
+/// Whether somebody has a file loaded for its resources.
+bool IsHeld(String const & path)
+{
+    HMODULE const module = LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    EXPECT_NE(module, nullptr);
+    EXPECT_TRUE(FreeLibrary(module));
+    bool const isHeld = FreeLibrary(module) != FALSE;
+    return isHeld;
+}
+
+/// The library sees this value of the switch for version checks; null is none.
+void SetVersionCheck(SystemCalls & calls, WCHAR const * value);
 
 TEST_F(Modules, HaveNothingBeforeTheirStart)
 {
@@ -88,38 +104,69 @@ TEST_F(Modules, ShareTheFileOfPicturesBesideThem)
     module.Init(loaded.handle);
     module.Free();
     EXPECT_NE(module.pictureInstance, loaded.handle);
-    EXPECT_EQ(ModuleBase::GetPath(module.pictureInstance), File::MakePath(FullFolder(), TEXT("QuorvexRes.bir")));
+    EXPECT_EQ(module.Bytes(7, TEXT("PICTURE")), "shared picture");
 }
 
-/// The current directory is another one as long as this lives.
-class CurrentFolder
+/// Where the library that tells when it runs is put.
+String Planted(kv::test::PlantedFolder const & folder, char const * name)
 {
-public:
-    explicit CurrentFolder(String const & folder) : before(std::filesystem::current_path())
-    {
-        std::string const native = kv::platform::PathToNative(folder);
-        std::filesystem::current_path(std::u8string(native.begin(), native.end()));
-    }
-    CurrentFolder(CurrentFolder const &) = delete;
-    CurrentFolder & operator=(CurrentFolder const &) = delete;
-    ~CurrentFolder()
-    {
-        std::filesystem::current_path(before);
-    }
+    folder.Plant(name);
+    return folder.folder.Name(name);
+}
 
-private:
-    std::filesystem::path before;
-};
-
-TEST_F(Modules, LookForTheFileOfPicturesWhereTheSystemLooks)
+TEST_F(Modules, RunNothingOfTheFilesThatTheyLoadForTheirResources)
 {
+    kv::test::PlantedFolder const planted;
+    String const language = Planted(planted, "planted_de.lng");
+    Planted(planted, "QuorvexRes.bir");
+    std::filesystem::path const own =
+        kv::platform::PathToNative(ModuleBase::GetPath(LoadedModule(BareFolder()).handle));
+    std::filesystem::copy_file(own, planted.folder / own.filename());
+    HINSTANCE const instance = LoadLibraryW(planted.folder.Name(own.filename().string()).c_str());
+    ASSERT_NE(instance, nullptr);
+    {
+        SystemCalls calls;
+        SetVersionCheck(calls, TEXT("1"));
+        RigModule module;
+        module.nameFile = [&language](unsigned short, String & path)
+        {
+            path = language;
+            return true;
+        };
+        module.Init(instance);
+        module.Free();
+        EXPECT_NE(module.pictureInstance, instance) << "it was loaded";
+        EXPECT_NE(module.languageInstance, instance) << "and so was this";
+        EXPECT_EQ(module.Bytes(7, rcDataType), "none");
+    }
+    FreeLibrary(instance);
+    EXPECT_FALSE(planted.TakeMark());
+    HINSTANCE const code = LoadLibraryW(language.c_str());
+    EXPECT_TRUE(planted.TakeMark()) << "or this test could not fail";
+    FreeLibrary(code);
+}
+
+TEST_F(Modules, RunNothingOfTheCurrentDirectory)
+{
+    kv::test::PlantedFolder const planted;
+    for (char const * const name : {"QuorvexRes.bir", "libfaultrep.so.0", "faultrep.so", "faultrep.dll"})
+    {
+        planted.Plant(name);
+    }
     LoadedModule const loaded(BareFolder());
     ASSERT_NE(loaded.handle, nullptr);
-    CurrentFolder const current(FullFolder());
-    RigModule module;
-    module.Init(loaded.handle);
-    module.Free();
-    EXPECT_EQ(ModuleBase::GetPath(module.pictureInstance), File::MakePath(FullFolder(), TEXT("QuorvexRes.bir")));
+    LoadLibraryW(ModuleBase::GetPath(loaded.handle).c_str()); // for the reference that the module's end may take
+    {
+        RigModule module;
+        module.Init(loaded.handle);
+        module.Free();
+#ifndef _WIN32 // whose search for data ends there
+        EXPECT_EQ(module.pictureInstance, loaded.handle);
+#endif
+    }
+    // A program from its start to its end, with its crash reporter.
+    EXPECT_EQ(RunChildProgram("frame_child", {"application", "told=" + (planted.folder / "told").string()}), 7);
+    EXPECT_FALSE(planted.TakeMark());
 }
 
 TEST_F(Modules, FreeThemselvesForWantOfTheFileOfPictures)
@@ -373,7 +420,7 @@ TEST_F(ModuleLanguages, OfTheSameProductAreKept)
     module.Init(loaded.handle);
     module.Free();
     EXPECT_TRUE(boxes.shown.empty()) << "the version of the file itself is another one";
-    EXPECT_EQ(ModuleBase::GetPath(module.languageInstance), File::MakePath(FullFolder(), TEXT("FrameModule_de.lng")));
+    EXPECT_EQ(module.LoadStringW(1), TEXT("deutsch eins"));
 }
 
 TEST_F(ModuleLanguages, OfAnotherProductAreRefusedWithAMessage)
@@ -397,8 +444,7 @@ TEST_F(ModuleLanguages, OfAnotherProductAreRefusedWithAMessage)
     EXPECT_EQ(boxes.shown[0].style, 0x30u);
     EXPECT_EQ(boxes.shown[0].owner, nullptr);
     EXPECT_EQ(boxes.shown[0].language, ModuleBase::GetLanguage());
-    EXPECT_EQ(GetModuleHandleW(File::MakePath(FullFolder(), TEXT("FrameModule_other.lng")).c_str()), nullptr)
-        << "it is not left loaded";
+    EXPECT_FALSE(IsHeld(File::MakePath(FullFolder(), TEXT("FrameModule_other.lng")))) << "it is not left loaded";
 }
 
 TEST_F(ModuleLanguages, AreNotCheckedIfTheEnvironmentSaysExactlyOne)
@@ -489,8 +535,7 @@ TEST_F(ModuleLanguages, AreSetForAllModules)
     EXPECT_EQ(first.course, "name ") << "the question is passed on";
     EXPECT_EQ(first.LoadStringW(1), TEXT("own one"));
     EXPECT_EQ(first.languageInstance, loaded.handle);
-    EXPECT_EQ(GetModuleHandleW(File::MakePath(FullFolder(), TEXT("FrameModule_de.lng")).c_str()), nullptr)
-        << "nobody holds the file any more";
+    EXPECT_FALSE(IsHeld(File::MakePath(FullFolder(), TEXT("FrameModule_de.lng")))) << "by nobody any more";
     EXPECT_TRUE(boxes.shown.empty());
 
     first.nameFile = second.nameFile = NameOther;
@@ -582,9 +627,26 @@ TEST_F(ModuleNames, AreGivenFunctionsAndLibrariesByTheModule)
     EXPECT_EQ(reinterpret_cast<int (*)()>(reinterpret_cast<void *>(function))(), 42);
     EXPECT_EQ(module.GetProcedure("frameModuleAnswer"), nullptr);
     HINSTANCE const library = module.LocalLoadLibrary(TEXT("QuorvexRes.bir"));
-    EXPECT_EQ(library, module.pictureInstance);
+    EXPECT_EQ(ModuleBase::GetPath(library), File::MakePath(FullFolder(), TEXT("QuorvexRes.bir")));
     FreeLibrary(library);
     EXPECT_EQ(module.LocalLoadLibrary(TEXT("missing.bir")), nullptr);
+}
+
+TEST_F(ModuleLanguages, OfTheLibrarysOwnVersionAreKeptForIt)
+{
+    SystemCalls calls;
+    Boxes const boxes(calls);
+    SetVersionCheck(calls, nullptr);
+    RigModule module;
+    module.nameFile = [](unsigned short, String & path)
+    {
+        path = File::MakePath(FullFolder(), TEXT("kvcore_de.lng"));
+        return true;
+    };
+    module.Init(GetModuleHandleW(RigModule::GetModules().front()->GetPath().c_str()));
+    module.Free();
+    EXPECT_NE(module.languageInstance, module.instance);
+    EXPECT_TRUE(boxes.shown.empty());
 }
 
 struct Versions
@@ -624,6 +686,18 @@ TEST_F(ModuleNames, HaveVersions)
     found = {};
     ModuleBase::GetModuleVersion(loaded.handle, found.productMS, found.productLS, found.fileMS, found.fileLS);
     EXPECT_EQ(found, none);
+}
+
+TEST_F(ModuleNames, OfTheLibraryHaveItsVersion)
+{
+    unsigned parts[3] = {};
+    ASSERT_EQ(std::sscanf(KVCORE_TEST_VERSION, "%u.%u.%u", &parts[0], &parts[1], &parts[2]), 3);
+    Versions const expected = {
+        DWORD(parts[0] << 16 | parts[1]), DWORD(parts[2] << 16), DWORD(parts[0] << 16 | parts[1]),
+        DWORD(parts[2] << 16)};
+    Versions found;
+    RigModule::GetModules().front()->GetModuleVersion(found.productMS, found.productLS, found.fileMS, found.fileLS);
+    EXPECT_EQ(found, expected);
 }
 
 int ofThisProgram = 1;

@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/include/winreg.h>
@@ -56,6 +57,16 @@ std::u16string ServerOf(REFCLSID id)
     return server;
 }
 
+/// A path from a drive or a root on, or a bare name, which takes the system's search. What another path means depends
+/// on where the program stands, and so does the code that would run.
+bool IsServerPath(std::u16string const & server)
+{
+    std::u16string_view const path = server;
+    bool const hasDrive = path.size() > 2 && path[1] == u':';
+    std::size_t const separator = path.find_first_of(u"\\/:");
+    return separator == path.npos || separator == 0 || (hasDrive && (path[2] == u'\\' || path[2] == u'/'));
+}
+
 } // namespace
 
 HRESULT GetModuleClassObject(REFCLSID id, REFIID iid, void ** object)
@@ -75,7 +86,7 @@ HRESULT GetModuleClassObject(REFCLSID id, REFIID iid, void ** object)
     if (getClassObject == nullptr)
     {
         // Without the lock: the module's own start may ask for classes.
-        HMODULE const module = LoadLibraryW(server.c_str());
+        HMODULE const module = IsServerPath(server) ? LoadLibraryW(server.c_str()) : nullptr;
         if (module == nullptr)
         {
             return CO_E_DLLNOTFOUND;

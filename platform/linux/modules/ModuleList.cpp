@@ -17,6 +17,7 @@
 #include <kvcore/platform/include/fileapi.h>
 #include <kvcore/platform/include/tlhelp32.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/faults/CallerMemory.h>
 #include <kvcore/platform/linux/files/Handles.h>
 #include <kvcore/platform/linux/paths/Win32Path.h>
 
@@ -85,36 +86,58 @@ std::string_view TakeField(std::string_view & line)
     return field;
 }
 
+/// A line of the kernel's list that tells of a file.
+struct MappedLine
+{
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    bool executable = false;
+    bool fromBeginning = false;
+    std::string_view path;
+};
+
+/// Takes the next line off the list. Its path is empty where it tells of no file.
+MappedLine TakeLine(std::string_view & maps)
+{
+    std::size_t const lineEnd = std::min(maps.find('\n'), maps.size());
+    std::string_view line = maps.substr(0, lineEnd);
+    maps.remove_prefix(std::min(lineEnd + 1, maps.size()));
+    std::string_view const range = TakeField(line);
+    std::string_view const rights = TakeField(line);
+    std::string_view const offset = TakeField(line);
+    TakeField(line);
+    TakeField(line);
+    MappedLine taken;
+    char const * const last = range.data() + range.size();
+    auto const dash = std::from_chars(range.data(), last, taken.begin, 16).ptr;
+    bool const isFile = !line.empty() && line.front() == '/' && rights.size() >= 4 && dash != last &&
+        std::from_chars(dash + 1, last, taken.end, 16).ec == std::errc();
+    if (isFile)
+    {
+        taken.fromBeginning = offset.find_first_not_of('0') == std::string_view::npos;
+        taken.executable = rights[2] == 'x';
+        taken.path = line;
+    }
+    return taken;
+}
+
 /// Files that are mapped from their beginning and executable somewhere are modules: what others map to read is not.
 std::vector<ListedModule> FindModules(std::string_view maps)
 {
     std::map<std::string_view, MappedFileRange> files;
     while (!maps.empty())
     {
-        std::size_t const lineEnd = std::min(maps.find('\n'), maps.size());
-        std::string_view line = maps.substr(0, lineEnd);
-        maps.remove_prefix(std::min(lineEnd + 1, maps.size()));
-        std::string_view const range = TakeField(line);
-        std::string_view const rights = TakeField(line);
-        std::string_view const offset = TakeField(line);
-        TakeField(line);
-        TakeField(line);
-        std::uintptr_t begin = 0;
-        std::uintptr_t end = 0;
-        char const * const last = range.data() + range.size();
-        auto const dash = std::from_chars(range.data(), last, begin, 16).ptr;
-        if (line.empty() || line.front() != '/' || rights.size() < 4 || dash == last ||
-            std::from_chars(dash + 1, last, end, 16).ec != std::errc())
+        MappedLine const line = TakeLine(maps);
+        if (line.path.empty())
         {
             continue;
         }
-        bool const first = offset.find_first_not_of('0') == std::string_view::npos;
-        bool const executable = rights[2] == 'x';
-        auto const [file, isNew] = files.try_emplace(line, MappedFileRange{begin, end, first, executable});
+        auto const [file, isNew] =
+            files.try_emplace(line.path, MappedFileRange{line.begin, line.end, line.fromBeginning, line.executable});
         if (!isNew)
         {
-            file->second.end = end;
-            file->second.executable = file->second.executable || executable;
+            file->second.end = line.end;
+            file->second.executable = file->second.executable || line.executable;
         }
     }
     std::vector<ListedModule> modules;
@@ -178,6 +201,21 @@ BOOL Give(HANDLE snapshot, MODULEENTRY32W * entry, bool first)
 
 } // namespace
 
+std::string kv::platform::MappedPathAt(std::uintptr_t address)
+{
+    std::string text;
+    std::string_view maps = ReadWhole("/proc/self/maps", text) ? text : std::string_view();
+    while (!maps.empty())
+    {
+        MappedLine const line = TakeLine(maps);
+        if (line.begin <= address && address < line.end)
+        {
+            return std::string(line.path);
+        }
+    }
+    return {};
+}
+
 HANDLE WINAPI CreateToolhelp32Snapshot(DWORD flags, DWORD process)
 try
 {
@@ -215,10 +253,12 @@ catch (std::bad_alloc const &)
 
 BOOL WINAPI Module32FirstW(HANDLE snapshot, MODULEENTRY32W * entry)
 {
+    CheckOutputs(entry);
     return Give(snapshot, entry, true);
 }
 
 BOOL WINAPI Module32NextW(HANDLE snapshot, MODULEENTRY32W * entry)
 {
+    CheckOutputs(entry);
     return Give(snapshot, entry, false);
 }

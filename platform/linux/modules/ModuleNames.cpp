@@ -1,16 +1,22 @@
 #include "Modules.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <string_view>
+#include <vector>
 
 #include <dlfcn.h>
 #include <unistd.h>
 
 #include <kvcore/platform/include/errors.h>
 #include <kvcore/platform/include/libloaderapi.h>
+#include <kvcore/platform/linux/errors/ErrnoErrors.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 #include <kvcore/platform/linux/paths/Win32Path.h>
+
+#include "LoadedElf.h"
 
 namespace kv::platform
 {
@@ -128,13 +134,53 @@ std::string ReportModule()
 
 } // namespace
 
-bool FindModuleFile(WCHAR const * name, std::string & native)
+namespace
+{
+
+bool FailMissing(ModuleUse use) noexcept
+{
+    return FailWith(use == ModuleUse::Data ? ERROR_FILE_NOT_FOUND : ERROR_MOD_NOT_FOUND);
+}
+
+/// What the system's loader is asked by: this layer, whose own folders it then searches, too.
+void * OpenOwnModule()
+{
+    auto const own = FindElf(reinterpret_cast<void const *>(&FindModuleFile));
+    bool const isProgram = !own || reinterpret_cast<HMODULE>(own->base) == ProgramModule();
+    return dlopen(isProgram ? nullptr : own->map->l_name, RTLD_LAZY | RTLD_NOLOAD);
+}
+
+} // namespace
+
+std::string FindInLibraryFolders(std::string const & bareName)
+{
+    void * const loader = OpenOwnModule();
+    Dl_serinfo size{};
+    if (loader == nullptr || dlinfo(loader, RTLD_DI_SERINFOSIZE, &size) != 0)
+    {
+        return {};
+    }
+    std::vector<std::max_align_t> room(size.dls_size / sizeof(std::max_align_t) + 1);
+    auto * const folders = reinterpret_cast<Dl_serinfo *>(room.data());
+    std::memcpy(static_cast<void *>(folders), &size, sizeof(size));
+    std::string found;
+    bool const known = dlinfo(loader, RTLD_DI_SERINFO, folders) == 0;
+    for (unsigned i = 0; known && found.empty() && i < folders->dls_cnt; ++i)
+    {
+        // A relative entry would mean the current directory, and so does an empty one.
+        std::string const path = std::string(folders->dls_serpath[i].dls_name) + '/' + bareName;
+        found = path.front() == '/' && path[1] != '/' && access(path.c_str(), F_OK) == 0 ? path : std::string();
+    }
+    dlclose(loader);
+    return found;
+}
+
+bool FindModuleFile(WCHAR const * name, ModuleUse use, std::string & native)
 {
     WString const full = ModuleName(name);
     if (full.empty())
     {
-        SetLastError(ERROR_MOD_NOT_FOUND);
-        return false;
+        return FailWith(ERROR_MOD_NOT_FOUND);
     }
     if (AreEqual(StemOf(full), TEXT("FAULTREP")))
     {
@@ -143,27 +189,26 @@ bool FindModuleFile(WCHAR const * name, std::string & native)
     }
     if (HasDirectory(full))
     {
-        bool const found = Exists(full, native);
-        if (!found)
-        {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-        }
-        return found;
+        // Of data the error tells whether the file or its folder is missing.
+        return Exists(full, native) || (use == ModuleUse::Data ? false : FailMissing(use));
     }
-    if (Exists(ProgramFolder() + full, native))
+    WString const folder = ProgramFolder();
+    if (!folder.empty() && Exists(folder + full, native))
     {
         return true;
     }
-    // The bare name is for the system's search; nothing of the current directory goes before what that finds.
     char text[maxNativeName + 1];
     std::size_t length = 0;
     if (!EncodeName(full.c_str(), full.size(), text, maxNativeName, length))
     {
-        SetLastError(ERROR_MOD_NOT_FOUND);
-        return false;
+        return FailMissing(use);
     }
     native.assign(text, length);
-    return true;
+    if (use == ModuleUse::Data)
+    {
+        native = FindInLibraryFolders(native);
+    }
+    return native.empty() ? FailMissing(use) : true;
 }
 
 } // namespace kv::platform

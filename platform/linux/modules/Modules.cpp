@@ -17,6 +17,7 @@
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/include/memoryapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
+#include <kvcore/platform/linux/faults/CallerMemory.h>
 #include <kvcore/platform/linux/memory/Allocations.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
@@ -114,12 +115,8 @@ std::string PathOfElf(void const * base)
     {
         return {}; // what the kernel itself lends to every process
     }
-    if (path.front() != '/')
-    {
-        char whole[PATH_MAX];
-        path = realpath(path.c_str(), whole) != nullptr ? whole : path;
-    }
-    return path;
+    // What a relative path meant when the loader took it, only the kernel still knows.
+    return path.front() == '/' ? path : MappedPathAt(reinterpret_cast<std::uintptr_t>(base));
 }
 
 void ForEachMappedModule(std::function<void(std::uintptr_t base, std::size_t size, WString const & path)> const & visit)
@@ -225,32 +222,34 @@ HMODULE LoadFile(char const * native, unsigned mark)
     return HandleOf(base, mark);
 }
 
-/// Where the system would look for a bare name, or else a file of the current directory.
-HMODULE LoadBareName(WCHAR const * name, std::string const & native, unsigned mark)
+/// A file with a whole path.
+HMODULE LoadPath(char const * native, unsigned mark)
 {
-    if (mark == 0)
+    FileFormat format = FileFormat::Unknown;
+    if (!ReadFormat(native, format))
     {
-        void * const loader = dlopen(native.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (loader != nullptr)
-        {
-            return Register(loader);
-        }
-        DWORD const error = LoaderError();
-        if (error != ERROR_MOD_NOT_FOUND && access(native.c_str(), F_OK) != 0)
-        {
-            return Fail(error);
-        }
+        return nullptr;
     }
-    NativePath here;
-    if (!here.Translate(ModuleName(name).c_str(), Look::Existing))
+    if (format == FileFormat::Unknown)
     {
-        return Fail(ERROR_MOD_NOT_FOUND);
+        return Fail(ERROR_BAD_EXE_FORMAT);
     }
-    return LoadLibraryExW(
-        (TEXT(".\\") + ModuleName(name)).c_str(), nullptr,
-        mark == 1       ? asData
-            : mark == 2 ? asImage
-                        : 0);
+    return format == FileFormat::Elf && mark == 0 ? LoadElf(native) : LoadFile(native, mark);
+}
+
+/// What the system's loader finds, and in the same places a file that is no library of this system's.
+HMODULE LoadBareName(std::string const & native)
+{
+    HMODULE const loaded = LoadElf(native.c_str());
+    if (loaded != nullptr)
+    {
+        return loaded;
+    }
+    DWORD const error = GetLastError();
+    std::string const path = FindInLibraryFolders(native);
+    FileFormat format = FileFormat::Unknown;
+    bool const isForeign = !path.empty() && ReadFormat(path.c_str(), format) && format == FileFormat::Pe;
+    return isForeign ? LoadFile(path.c_str(), 0) : Fail(error);
 }
 
 /// This layer itself, which stands in for several of Windows' libraries.
@@ -274,6 +273,7 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR name)
 HMODULE WINAPI LoadLibraryExW(LPCWSTR name, HANDLE, DWORD flags)
 try
 {
+    CheckText(name);
     constexpr DWORD known = asData | asImage | DONT_RESOLVE_DLL_REFERENCES | LOAD_WITH_ALTERED_SEARCH_PATH;
     if (name == nullptr || (flags & ~known) != 0)
     {
@@ -285,24 +285,11 @@ try
         return OwnModule();
     }
     std::string native;
-    if (!FindModuleFile(name, native))
+    if (!FindModuleFile(name, mark == 0 ? ModuleUse::Code : ModuleUse::Data, native))
     {
         return nullptr;
     }
-    if (native.front() != '/')
-    {
-        return LoadBareName(name, native, mark);
-    }
-    FileFormat format = FileFormat::Unknown;
-    if (!ReadFormat(native.c_str(), format))
-    {
-        return nullptr;
-    }
-    if (format == FileFormat::Unknown)
-    {
-        return Fail(ERROR_BAD_EXE_FORMAT);
-    }
-    return format == FileFormat::Elf && mark == 0 ? LoadElf(native.c_str()) : LoadFile(native.c_str(), mark);
+    return native.front() == '/' ? LoadPath(native.c_str(), mark) : LoadBareName(native);
 }
 catch (std::bad_alloc const &)
 {
@@ -425,6 +412,7 @@ void * FindSymbol(LoadedElf const & module, char const * name) noexcept
 
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name)
 {
+    CheckText(IS_INTRESOURCE(name) ? nullptr : name);
     HMODULE const asked = module != nullptr ? module : ProgramModule();
     auto const elf = ElfOf(asked);
     if (!elf)
@@ -583,6 +571,7 @@ void Count(HMODULE module, bool pin)
 HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
 try
 {
+    CheckText(name);
     return name == nullptr ? ProgramModule() : FindLoaded(name);
 }
 catch (std::bad_alloc const &)
@@ -593,6 +582,8 @@ catch (std::bad_alloc const &)
 BOOL WINAPI GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE * module)
 try
 {
+    CheckText((flags & GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS) != 0 ? nullptr : name);
+    CheckOutputs(module);
     constexpr DWORD unchanged = GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     constexpr DWORD pin = GET_MODULE_HANDLE_EX_FLAG_PIN;
     constexpr DWORD byAddress = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS;
@@ -644,7 +635,7 @@ bool CanBeKept(LoadedElf const & module, std::string const & native) noexcept
 }
 
 /// Copies as much of a path as there is room for, by the rules of GetModuleFileNameW.
-DWORD CopyPath(std::basic_string_view<WCHAR> path, LPWSTR buffer, DWORD capacity) noexcept
+DWORD CopyPath(std::basic_string_view<WCHAR> path, LPWSTR buffer, DWORD capacity)
 {
     if (path.empty())
     {
@@ -652,14 +643,14 @@ DWORD CopyPath(std::basic_string_view<WCHAR> path, LPWSTR buffer, DWORD capacity
     }
     if (path.size() < capacity)
     {
-        std::memcpy(buffer, path.data(), path.size() * sizeof(WCHAR));
+        CopyToCaller(buffer, path.data(), path.size() * sizeof(WCHAR));
         buffer[path.size()] = 0;
         SetLastError(ERROR_SUCCESS);
         return static_cast<DWORD>(path.size());
     }
     if (capacity != 0)
     {
-        std::memcpy(buffer, path.data(), (capacity - 1) * sizeof(WCHAR));
+        CopyToCaller(buffer, path.data(), (capacity - 1) * sizeof(WCHAR));
         buffer[capacity - 1] = 0;
     }
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
@@ -743,6 +734,7 @@ std::basic_string_view<WCHAR> kv::platform::KeptModulePath(void const * address)
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD capacity)
 try
 {
+    CheckBuffer(buffer, capacity);
     HMODULE const asked = module != nullptr ? module : ProgramModule();
     if (auto const elf = ElfOf(asked))
     {
@@ -753,7 +745,8 @@ try
         Registry & registry = TheRegistry();
         std::lock_guard const guard(registry.mutex);
         auto const file = registry.files.find(AddressOf(asked));
-        path = file != registry.files.end() ? file->second.path : WString();
+        bool const isModule = file != registry.files.end() && file->second.mark == 0 && HandleOf(file->first) == asked;
+        path = isModule ? file->second.path : WString(); // what is loaded as data is no module, and has no name
     }
     return CopyPath(path, buffer, capacity);
 }
@@ -833,16 +826,32 @@ catch (std::bad_alloc const &)
     return nullptr;
 }
 
+namespace
+{
+
+bool FindAsItStands(WCHAR const * name, std::string & native)
+{
+    NativePath exact;
+    bool const found = exact.Translate(name, Look::Existing);
+    native.assign(found ? exact.CStr() : "", found ? exact.Length() : 0);
+    return found;
+}
+
+/// A path goes as it stands, also without an extension: this is asked for files of all kinds. A bare name is first what
+/// loading would take it for, so that both speak of one file, and a file of the current directory last.
+bool FindResourceFile(WCHAR const * name, std::string & native)
+{
+    auto const findModule = [&] { return FindModuleFile(name, ModuleUse::Data, native) && native.front() == '/'; };
+    return HasDirectory(name) ? FindAsItStands(name, native) || findModule()
+                              : findModule() || FindAsItStands(name, native);
+}
+
+} // namespace
+
 std::unique_ptr<ResourceFile> OpenResourceFile(WCHAR const * name)
 {
-    // The name as it stands goes first: this is asked for files of all kinds.
     std::string native;
-    NativePath exact;
-    if (exact.Translate(name, Look::Existing))
-    {
-        native.assign(exact.CStr(), exact.Length());
-    }
-    else if (!FindModuleFile(name, native) || native.front() != '/')
+    if (!FindResourceFile(name, native))
     {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return nullptr;

@@ -30,6 +30,9 @@ inline std::uintptr_t AddressOf(HMODULE module) noexcept
 /// std::bad_alloc.
 std::string PathOfElf(void const * base);
 
+/// The native path of the file that the kernel has mapped at an address; empty if there is none. Throws std::bad_alloc.
+std::string MappedPathAt(std::uintptr_t address);
+
 /// Calls `visit` for each file that is mapped as a module by its own right, not as data: base, size, path. Throws what
 /// that throws.
 void ForEachMappedModule(
@@ -43,9 +46,22 @@ struct ResourceFile
 };
 std::unique_ptr<ResourceFile> OpenResourceFile(WCHAR const * name);
 
-/// The native path of a module that a name means, by the rules of LoadLibraryW; for what only the system's loader can
-/// find, the bare name. False with ERROR_MOD_NOT_FOUND. Throws std::bad_alloc.
-bool FindModuleFile(WCHAR const * name, std::string & native);
+/// What a file is wanted for. What is wanted as data is never run.
+enum class ModuleUse
+{
+    Code,
+    Data,
+};
+
+/// The native path of a module that a name means, by the rules of LoadLibraryW: a path as it stands; a bare name in the
+/// program's folder, then where the system's loader looks. The current directory is no place for a bare name, since
+/// what others may have put there would run. For code that only the system's loader can find, the bare name itself.
+/// False with the last error set. Throws std::bad_alloc.
+bool FindModuleFile(WCHAR const * name, ModuleUse use, std::string & native);
+
+/// The whole path of a file with that bare name in the folders that the system's loader searches; empty if there is
+/// none. Throws std::bad_alloc.
+std::string FindInLibraryFolders(std::string const & bareName);
 
 /// Whether the name is one of Windows' own libraries that this layer stands in for.
 bool IsSystemModule(WString const & name) noexcept;
