@@ -24,6 +24,7 @@ extern "C"
     };
     void const * _Unwind_Find_FDE(void * address, dwarf_eh_bases * bases);
     void __register_frame_info(void const * table, void * object);
+    void * __deregister_frame_info(void const * table);
 }
 
 namespace kv::platform
@@ -462,6 +463,17 @@ void Describe(CallerState const & state)
         place.returnAddress = state.instruction;
         WriteTable(place.table.data(), state.instruction, FindFrame(state).saved);
         __register_frame_info(place.table.data(), place.forUnwinder.data());
+    }
+    ReleaseSRWLockExclusive(&placesLock);
+}
+
+/// The tables lie in this library's memory, and the unwinder may stay when that goes.
+[[gnu::destructor]] void ForgetPlaces()
+{
+    AcquireSRWLockExclusive(&placesLock);
+    while (placeCount > 0)
+    {
+        __deregister_frame_info(places[--placeCount].table.data());
     }
     ReleaseSRWLockExclusive(&placesLock);
 }
