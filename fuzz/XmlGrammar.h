@@ -31,7 +31,7 @@ public:
             path += left > 1 ? Pick({"/", "//"}) : "";
         }
         path += Pick({"", "", "", "/@x", "//@*", "/@p:y"});
-        return input.Byte() % 5 == 0 ? path + " | " + PlainPath() : path;
+        return !input.AtEnd() && input.Byte() % 5 == 0 ? path + " | " + PlainPath() : path;
     }
 
     std::string Expression(int depth = 0)
