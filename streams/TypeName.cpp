@@ -113,6 +113,8 @@ private:
     std::string_view text;
     std::size_t position = 0;
     int depth = 0;
+    // An argument has no end. Those around it have none either, so none of them has to be gone through again.
+    bool isCutOff = false;
 };
 
 bool SourceFormReader::AtWord(std::string_view word) const
@@ -378,6 +380,10 @@ bool SourceFormReader::ReadArgument(std::string & out)
     {
         return true;
     }
+    if (isCutOff)
+    {
+        return false;
+    }
     position = start;
     out.resize(written);
     return ReadArgumentAsItStands(out);
@@ -435,12 +441,14 @@ bool SourceFormReader::ReadArgumentAsItStands(std::string & out)
         if (position == std::string_view::npos)
         {
             position = text.size();
+            isCutOff = true;
             return false;
         }
         ++position;
     }
     out += text.substr(start, position - start);
-    return !AtEnd() && position != start;
+    isCutOff = AtEnd();
+    return !isCutOff && position != start;
 }
 
 /// True if the bracket here holds a declarator and not parameters: "(*)", "(&&)", "(*(char))", "(ns::Foo<int,

@@ -78,6 +78,23 @@ TEST(Collation, LigaturesAreTheirLetters)
     });
 }
 
+TEST(Collation, ManyMarksInARowAreTheSameInEveryOrderOfTheirKinds)
+{
+    WString mixed(TEXT("a"));
+    WString sorted(TEXT("a"));
+    for (int i = 0; i < 100; ++i)
+    {
+        mixed += TEXT("\u0301\u0327");
+        sorted += TEXT('\u0327');
+    }
+    sorted.append(100, TEXT('\u0301'));
+    EXPECT_EQ(Compare(0, mixed, sorted), '=');
+    EXPECT_EQ(Compare(0, mixed, sorted + TEXT("\u0301")), '<');
+    EXPECT_EQ(Compare(NORM_IGNORECASE, WString(mixed).replace(0, 1, TEXT("A")), sorted), '=');
+    EXPECT_EQ(Compare(0, mixed, TEXT("b")), '<');
+    EXPECT_EQ(Compare(NORM_IGNORENONSPACE, mixed, TEXT("a")), '=');
+}
+
 TEST(Collation, TheTwoOtherIsKeepTheirDotAndItsLackWithoutCase)
 {
     for (DWORD const flags : {DWORD{NORM_IGNORECASE}, DWORD{LINGUISTIC_IGNORECASE}})
