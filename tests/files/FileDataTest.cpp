@@ -5,6 +5,7 @@
 
 #include <kvcore/files/FileFinder.h>
 #include <kvcore/streams/MemoryStreams.h>
+#include <support/CostGrowth.h>
 #include <support/StreamFailure.h>
 
 namespace
@@ -199,4 +200,21 @@ TEST(FileData, TravelsAsItLiesInMemory)
 
     MemoryInputStream cut(bytes.substr(0, 591));
     EXPECT_EQ(kv::test::FailureOf([&] { cut >> back; }), "5: Memory block too short");
+}
+
+TEST(FileDataCosts, RecordsAreReadInATimeThatGrowsWithTheirNumber)
+{
+    EXPECT_TRUE(kv::test::GrowsNearLinearly(
+        100, 100, [](std::size_t records) { return std::string(records * 592, 'x'); },
+        [](std::string const & bytes)
+        {
+            MemoryInputStream stream(bytes);
+            FileData record;
+            for (std::size_t i = 0; i < bytes.size() / 592; ++i)
+            {
+                stream >> record;
+                EXPECT_EQ(record.GetFileName().size(), 260u);
+                EXPECT_TRUE(record == record);
+            }
+        }));
 }

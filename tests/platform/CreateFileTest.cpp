@@ -130,7 +130,7 @@ TEST_F(CreateFiles, ADirectoryOpensWithBackupSemantics)
 TEST_F(CreateFiles, ADirectoryHasNoBytes)
 {
     std::filesystem::create_directory(folder / "folder");
-    for (DWORD const flags : {0u, DWORD{FILE_FLAG_OVERLAPPED}})
+    for (DWORD const flags : {DWORD{0}, DWORD{FILE_FLAG_OVERLAPPED}})
     {
         ScopedHandle const directory = Open("folder", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags);
         char byte = 0;

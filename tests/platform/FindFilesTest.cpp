@@ -1,4 +1,5 @@
 #include <kvcore/platform/win32.h>
+#include <support/CostGrowth.h>
 #include <support/ScratchPaths.h>
 
 namespace
@@ -77,6 +78,33 @@ TEST(FindFiles, MasksMatchAsThePlatformsDo)
     };
     for (MaskCase const & row : cases)
         EXPECT_EQ(Found(folder(row.mask)), row.found) << testing::PrintToString(WString(row.mask));
+}
+
+TEST(FindFileCosts, MasksOfManyStarsGrowWithTheirLength)
+{
+    ScratchPaths const folder;
+    folder.Make(std::string(200, '.') + "a");
+    folder.Make(std::string(200, 'a'));
+    // A letter that no name has comes last, so that every star is tried on every place.
+    for (WCHAR const * const unit : {TEXT("*."), TEXT("*a")})
+    {
+        EXPECT_TRUE(kv::test::GrowsNearLinearly(
+            200, 200,
+            [&](std::size_t size)
+            {
+                WString mask;
+                while (mask.size() < size)
+                {
+                    mask += unit;
+                }
+                return folder(mask + TEXT("x"));
+            },
+            [](WString const & pattern)
+            {
+                WIN32_FIND_DATAW data;
+                EXPECT_EQ(FindFirstFileW(pattern.c_str(), &data), INVALID_HANDLE_VALUE);
+            }));
+    }
 }
 
 TEST(FindFiles, ShortNamesMatchToo)

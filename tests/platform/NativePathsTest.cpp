@@ -1,5 +1,6 @@
 #include <kvcore/platform/NativePaths.h>
 #include <kvcore/platform/win32.h>
+#include <support/CostGrowth.h>
 #include <support/ScratchPaths.h>
 
 #ifndef _WIN32 // drives are folders, names are bytes and links are made on Linux only
@@ -24,6 +25,30 @@ TEST(NativePaths, RelativePathsGoForthAndBack)
     EXPECT_TRUE(PathFromNative("").empty());
     EXPECT_EQ(PathToNative(TEXT("Gr\u00FC\u00DF")), "Gr\xC3\xBC\xC3\x9F");
     EXPECT_EQ(PathToNative(WString()), "");
+}
+
+TEST(NativePathCosts, BothDirectionsGrowWithTheLength)
+{
+    // Names, names that go up again, names of bytes that are no text, and nothing but separators.
+    for (std::string const unit : {"a/", "a/../", "../", "\xFF/", "./", "//", "abcdefgh", "\xC3\xA4"})
+    {
+        auto const make = [&unit](std::size_t size)
+        {
+            std::string path;
+            while (path.size() < size)
+            {
+                path += unit;
+            }
+            return path;
+        };
+        EXPECT_TRUE(kv::test::GrowsNearLinearly(
+            4'000, 4'000, make, [](std::string const & path) { PathToNative(PathFromNative(path)); }))
+            << unit;
+        EXPECT_TRUE(kv::test::GrowsNearLinearly(
+            4'000, 4'000, [&make](std::size_t size) { return PathFromNative(make(size)); },
+            [](WString const & path) { GetFullPathNameW(path.c_str(), 0, nullptr, nullptr); }))
+            << unit;
+    }
 }
 
 #ifndef _WIN32
@@ -71,6 +96,18 @@ TEST(NativePaths, AnyBytesSurviveTheRoundTrip)
           std::string("/\xEF\x80\xAA"), std::string("/\xF4\x90\x80\x80"), std::string("/a:b*?\"<>|"),
           std::string("/\xE2\x82"), std::string("/ \x01")})
         EXPECT_EQ(PathToNative(PathFromNative(name)), name) << testing::PrintToString(name);
+}
+
+TEST(NativePaths, RelativeNamesThatLookLikeDrivesOrDevicesLeadBack)
+{
+    for (std::string const & name :
+         {std::string("a:b"), std::string("c:"), std::string("z:/x"), std::string("\xFF:"), std::string("nul"),
+          std::string("NUL."), std::string("nul: "), std::string("x/nul"), std::string("../c:x"), std::string(":")})
+    {
+        WString const path = PathFromNative(name);
+        EXPECT_EQ(PathToNative(path), name) << testing::PrintToString(path);
+    }
+    EXPECT_EQ(PathFromNative("a/b:c"), TEXT("a\\b:c")) << "only the beginning looks like a drive";
 }
 
 TEST(NativePaths, NamesThatAreNoUtf8OpenByWhatIsFound)

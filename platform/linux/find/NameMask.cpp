@@ -24,13 +24,14 @@ NameMask::NameMask(WCHAR const * text, std::size_t count)
         mask += text[i] == '>' ? TEXT('?') : FoldUnit(text[i]);
         letters += text[i] != '*' && text[i] != '.';
     }
+    tail = mask.find_last_not_of(TEXT(".*")) + 1; // 0 if there is none: npos wraps
     all = mask.empty() || (mask[0] == '*' && IsTail(0));
 }
 
 /// Whether nothing but dots and stars is left.
 bool NameMask::IsTail(std::size_t at) const noexcept
 {
-    return mask.find_first_not_of(TEXT(".*"), at) == WString::npos;
+    return at >= tail;
 }
 
 bool NameMask::Matches(WCHAR const * name, std::size_t count) const noexcept

@@ -35,6 +35,7 @@ private:
 
     WString mask; ///< folded, without a star behind a star
     std::size_t letters = 0;
+    std::size_t tail = 0; ///< where nothing but dots and stars is left
     bool all = true;
 };
 

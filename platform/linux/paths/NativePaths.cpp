@@ -13,7 +13,11 @@ namespace kv::platform
 
 WString PathFromNative(std::string_view native)
 {
-    return Win32PathOf(native.data(), native.size());
+    WString path = Win32PathOf(native.data(), native.size());
+    bool const relative = !native.empty() && native[0] != '/';
+    // "a:b" and "nul" are names like others here; alone they would be taken for a drive's and a device's.
+    bool const isOther = relative && (ParseStart(path.c_str()).kind != PathKind::Relative || IsNulDevice(path.c_str()));
+    return isOther ? TEXT(".\\") + path : path;
 }
 
 namespace
