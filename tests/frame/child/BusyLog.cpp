@@ -142,7 +142,8 @@ std::function<void()> EndingNamed(std::string const & name, BusyCounts & counts)
 int LogBusily(char const * ending, char const * file, char const * countsFile)
 {
     kv::test::HaveThePlatformsDefault();
-    BusyCounts & counts = (new LastingCounts(countsFile))->Get(); // for ever: others use it while this returns
+    static LastingCounts & lasting = *new LastingCounts(countsFile); // never destroyed: threads use it until the end
+    BusyCounts & counts = lasting.Get();
     std::string const name = ending;
     bool const isByThread = name.starts_with("thread: ");
     bool const isToThread = name.starts_with("to thread: ");
