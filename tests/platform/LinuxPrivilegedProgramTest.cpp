@@ -2,6 +2,9 @@
 
 #    include <cstdlib>
 #    include <cstring>
+#    include <filesystem>
+#    include <optional>
+#    include <set>
 #    include <string>
 
 #    include <kvcore/platform/NativePaths.h>
@@ -13,40 +16,50 @@
 namespace
 {
 
-/// Whether the program is to take itself for one with more rights than its caller.
+/// Whether the program is to take itself for one with more rights than its caller, but for its home: that would be the
+/// user's real one.
 bool isPrivileged = false;
+
+/// What has been asked for since.
+std::set<std::string> asked;
 
 } // namespace
 
 // In the place of the C library's: what it answers depends on how the program was started.
 extern "C" __attribute__((visibility("default"))) char * secure_getenv(char const * name) noexcept
 {
-    return isPrivileged ? nullptr : std::getenv(name);
+    if (isPrivileged)
+    {
+        asked.insert(name);
+    }
+    return isPrivileged && std::strcmp(name, "HOME") != 0 ? nullptr : std::getenv(name);
 }
 
 namespace
 {
 
-/// Environment variables with other values for a while.
-class OtherSettings
+/// An environment variable with another value for a while.
+class OtherSetting
 {
 public:
-    explicit OtherSettings(std::string const & value) : before(std::getenv("XDG_DATA_HOME"))
+    OtherSetting(char const * setting, std::string const & value) : name(setting)
     {
-        setenv("XDG_DATA_HOME", value.c_str(), 1);
-        setenv("TMPDIR", value.c_str(), 1);
+        if (char const * const present = std::getenv(name))
+        {
+            before = present;
+        }
+        setenv(name, value.c_str(), 1);
     }
-    ~OtherSettings()
+    ~OtherSetting()
     {
-        isPrivileged = false;
-        setenv("XDG_DATA_HOME", before.c_str(), 1);
-        unsetenv("TMPDIR");
+        before ? setenv(name, before->c_str(), 1) : unsetenv(name);
     }
-    OtherSettings(OtherSettings const &) = delete;
-    OtherSettings & operator=(OtherSettings const &) = delete;
+    OtherSetting(OtherSetting const &) = delete;
+    OtherSetting & operator=(OtherSetting const &) = delete;
 
 private:
-    std::string const before;
+    char const * const name;
+    std::optional<std::string> before;
 };
 
 std::string TempPath()
@@ -58,18 +71,27 @@ std::string TempPath()
 
 TEST(PrivilegedPrograms, DoNotGoWhereTheirCallersEnvironmentPoints)
 {
-    ASSERT_NE(std::getenv("XDG_DATA_HOME"), nullptr);
     ScratchFolder const folder;
-    std::string const place = folder.Path().string();
-    OtherSettings const settings(place);
-    EXPECT_EQ(kv::platform::PathToNative(u"C:\\x"), place + "/kvcore/drive_c/x");
-    EXPECT_EQ(TempPath().rfind(place, 0), 0u);
-    std::filesystem::remove_all(folder / "kvcore");
+    std::string const callers = (folder / "callers").string();
+    std::string const home = (folder / "home").string();
+    OtherSetting const data("XDG_DATA_HOME", callers);
+    OtherSetting const temporary("TMPDIR", callers);
+    OtherSetting const homeSetting("HOME", home);
+    EXPECT_EQ(kv::platform::PathToNative(u"C:\\x"), callers + "/kvcore/drive_c/x");
+    EXPECT_EQ(TempPath().rfind(callers, 0), 0u);
+    std::filesystem::remove_all(callers);
 
     isPrivileged = true;
-    EXPECT_EQ(kv::platform::PathToNative(u"C:\\x").find(place), std::string::npos);
-    EXPECT_EQ(TempPath().find(place), std::string::npos);
-    EXPECT_FALSE(std::filesystem::exists(folder / "kvcore")) << "nothing is made there";
+    std::string const place = kv::platform::PathToNative(u"C:\\x");
+    std::string const temp = TempPath();
+    isPrivileged = false;
+    EXPECT_EQ(place, home + "/.local/share/kvcore/drive_c/x");
+    EXPECT_NE(temp.rfind(callers, 0), 0u);
+    EXPECT_FALSE(std::filesystem::exists(callers)) << "nothing is made there";
+    for (char const * const name : {"XDG_DATA_HOME", "TMPDIR", "HOME"})
+    {
+        EXPECT_TRUE(asked.contains(name)) << name;
+    }
 }
 
 } // namespace

@@ -44,7 +44,7 @@ TEST(StackSpace, ShrinksTowardsTheEndOfTheThreadsOwnStack)
 /// Writes to each page of the stack that is said to be left, but for the few that this and the calls below need.
 [[gnu::noinline]] std::size_t UseAllThatIsLeft()
 {
-    constexpr std::size_t needed = 2 * kibibyte;
+    constexpr std::size_t needed = 8 * kibibyte;
     std::size_t const left = kv::platform::StackBytesLeft() - needed;
     auto * const block = static_cast<char volatile *>(__builtin_alloca(left));
     for (std::size_t at = left; at-- > 0;)

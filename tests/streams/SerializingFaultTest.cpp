@@ -375,7 +375,7 @@ bool MovesAnItem(ObjectFactory const & factory)
         output.Write(item);
         output.Write(item);
         output.WriteRef(&item);
-        MemoryBlock const bytes = memory.GetContent();
+        std::string const bytes = memory.GetContent();
         MemoryInputStream source(bytes);
         SerializingInputStream input(factory, source);
         SerialItem read;
