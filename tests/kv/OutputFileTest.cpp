@@ -149,9 +149,9 @@ TEST_F(KvOutputFile, CannotBeReadOnly)
 TEST_F(KvOutputFile, RemovesWhatAKilledProcessLeft)
 {
     folder.Write(".kvsave-0123456789abcdef.tmp", "half");
-    folder.Write(".kvsave-0123456789ABCDEF.tmp", "mine");
+    folder.Write(".kvsave-ABCDEF9876543210.tmp", "mine");
     EXPECT_EQ(RunTool(RunKv, {"encode", "base64", "-o", Path("out")}, "abc").code, ExitOk);
-    EXPECT_EQ(Names(), (Strings{".kvsave-0123456789ABCDEF.tmp", "out"}));
+    EXPECT_EQ(Names(), (Strings{".kvsave-ABCDEF9876543210.tmp", "out"}));
 }
 
 TEST_F(KvOutputFile, IsTypedInEitherForm)

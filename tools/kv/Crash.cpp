@@ -11,6 +11,7 @@
 #include <kvcore/tools/kv/CrashLines.h>
 #include <kvcore/tools/kv/NamedStreams.h>
 #include <kvcore/tools/support/ExitCodes.h>
+#include <kvcore/tools/support/Paths.h>
 #include <kvcore/tools/support/Printable.h>
 #include <kvcore/tools/support/Text.h>
 
@@ -28,13 +29,12 @@ constexpr char processLabel[] = "Process: ";
 
 path Utf8Path(std::string const & text)
 {
-    return path(std::u8string(text.begin(), text.end()));
+    return TypedNativePath(text);
 }
 
 std::string Utf8Name(path const & file)
 {
-    std::u8string const text = file.u8string();
-    return {text.begin(), text.end()};
+    return NativeBytes(file);
 }
 
 /// The reports' paths, the oldest first: their names begin with the time.

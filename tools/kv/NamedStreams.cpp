@@ -28,13 +28,6 @@ std::unique_ptr<Opened> Open(Path const & path, std::string const & what)
     }
 }
 
-/// For calls that take native paths in UTF-8, or the bytes that names are.
-std::string NativeBytes(std::string const & typed)
-{
-    std::u8string const native = TypedNativePath(typed).u8string();
-    return {native.begin(), native.end()};
-}
-
 } // namespace
 
 NamedInput::NamedInput(std::string const & path, Console & console)
@@ -42,7 +35,7 @@ NamedInput::NamedInput(std::string const & path, Console & console)
 {
     if (!IsStandard(path))
     {
-        file = Open<StdioInputStream, IoFailure>(NativeBytes(path), path);
+        file = Open<StdioInputStream, IoFailure>(NativeBytes(TypedNativePath(path)), path);
         source = file.get();
     }
 }

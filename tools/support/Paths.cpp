@@ -48,6 +48,18 @@ fs::path TypedNativePath(std::string const & typed)
     return NativePath(TypedPath(typed));
 }
 
+std::string NativeBytes(fs::path const & native)
+{
+    if constexpr (sizeof(fs::path::value_type) == 1)
+    {
+        return native.string();
+    }
+    else
+    {
+        return String(WString(native.native().begin(), native.native().end())).Utf8();
+    }
+}
+
 std::string ShownPath(String const & path, bool win32)
 {
     std::string const native = win32 ? std::string() : kv::platform::PathToNative(path);

@@ -21,6 +21,10 @@ namespace kv::tools
 /// The native path of one that a person typed in either form.
 [[nodiscard]] std::filesystem::path TypedNativePath(std::string const & typed);
 
+/// A native path, or a part of one, as the bytes that it is; on Windows in UTF-8. Any name does, where the standard
+/// library's conversions throw for those that are no Unicode.
+[[nodiscard]] std::string NativeBytes(std::filesystem::path const & native);
+
 /// A path as a person reads it: native, or in the library's form with `win32`. Where there is no native form, the
 /// library's.
 [[nodiscard]] std::string ShownPath(String const & path, bool win32 = false);

@@ -1,7 +1,9 @@
 #include <kvcore/tools/support/SafeFile.h>
 
-#include <string_view>
+#include <string>
 #include <system_error>
+
+#include <kvcore/tools/support/Paths.h>
 
 namespace kv::tools
 {
@@ -27,8 +29,7 @@ fs::path SafeFile::Followed(fs::path const & path)
 
 bool SafeFile::IsTemporaryName(fs::path const & name)
 {
-    std::u8string const text = name.u8string();
-    std::string_view const bytes(reinterpret_cast<char const *>(text.data()), text.size());
+    std::string const bytes = NativeBytes(name);
     return NewFile::IsOwnName(bytes) || NewFile::IsPlatformName(bytes);
 }
 

@@ -19,8 +19,23 @@ namespace
 
 constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+/// With the words of the C library where it has a number for the failure, as for all other files.
 [[noreturn]] void Fail(DWORD error)
 {
+    switch (error)
+    {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+        throw IoException(ENOENT);
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+        throw IoException(EACCES);
+    case ERROR_DISK_FULL:
+        throw IoException(ENOSPC);
+    default:
+        break;
+    }
     throw IoException(String::FromError(static_cast<LONG>(error)));
 }
 
