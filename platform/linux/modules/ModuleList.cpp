@@ -17,8 +17,8 @@
 #include <kvcore/platform/include/fileapi.h>
 #include <kvcore/platform/include/tlhelp32.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
-#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/files/Handles.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/Win32Path.h>
 
 #include "Modules.h"

@@ -17,8 +17,8 @@
 #include <kvcore/platform/include/libloaderapi.h>
 #include <kvcore/platform/include/memoryapi.h>
 #include <kvcore/platform/linux/errors/ErrnoErrors.h>
-#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/memory/Allocations.h>
+#include <kvcore/platform/linux/memory/CallerMemory.h>
 #include <kvcore/platform/linux/paths/NativeNames.h>
 #include <kvcore/platform/linux/paths/NativePath.h>
 #include <kvcore/platform/linux/paths/Win32Path.h>
