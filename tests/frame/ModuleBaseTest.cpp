@@ -156,6 +156,7 @@ TEST_F(Modules, RunNothingOfTheCurrentDirectory)
     LoadedModule const loaded(BareFolder());
     ASSERT_NE(loaded.handle, nullptr);
     LoadLibraryW(ModuleBase::GetPath(loaded.handle).c_str()); // for the reference that the module's end may take
+    bool isTaken = false;
     {
         RigModule module;
         module.Init(loaded.handle);
@@ -163,6 +164,11 @@ TEST_F(Modules, RunNothingOfTheCurrentDirectory)
 #ifndef _WIN32 // whose search for data ends there
         EXPECT_EQ(module.pictureInstance, loaded.handle);
 #endif
+        isTaken = module.pictureInstance == loaded.handle;
+    }
+    if (!isTaken)
+    {
+        FreeLibrary(loaded.handle);
     }
     // A program from its start to its end, with its crash reporter.
     EXPECT_EQ(RunChildProgram("frame_child", {"application", "told=" + (planted.folder / "told").string()}), 7);

@@ -87,7 +87,7 @@ TEST_F(KvIni, ListsWhatThePlatformFindsInAnyEncoding)
         EXPECT_EQ(result.code, ExitOk) << result.error;
         EXPECT_EQ(result.output, expected);
     }
-    folder.Write("x.ini", std::string("[a]\nk=v\0 cut\n[b\0]\nc=d", 24));
+    folder.Write("x.ini", std::string("[a]\nk=v\0 cut\n[b\0]\nc=d", 21));
     EXPECT_EQ(Run({"list"}).output, "[a]\nk=v\nc=d\n");
     folder.Write("x.ini", "");
     EXPECT_EQ(Run({"list"}).output, "");

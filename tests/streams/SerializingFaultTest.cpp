@@ -420,7 +420,8 @@ int CodeOfReading(ObjectFactory const & factory, std::string const & bytes)
 
 TEST_F(SerializingFault, ReaderRefusesDeepBytesOnSmallStacks)
 {
-    std::string const bytes = EndlessReferences(factory, 3000);
+    // Deep enough for the least stack that a system gives to a thread, however little is asked for.
+    std::string const bytes = EndlessReferences(factory, 100'000);
     for (std::size_t const stack : smallStacks)
     {
         int code = 0;
