@@ -112,7 +112,9 @@ TEST(PrivateProfiles, FilesAreReadAsTheyAreFound)
         {"\xEF\xBB\xBF[\xC3\xA4]\r\nk=\xE2\x82\xAC\r\n", TEXT("\xE4|"), TEXT("\xE4"), TEXT("k=\x20AC|")},
         {"\xFF\xFE[\0a\0]\0\r\0\n\0k\0=\0\xAC\x20\r\0\n\0"s, TEXT("a|"), TEXT("a"), TEXT("k=\x20AC|")},
         {"\xFE\xFF\0[\0a\0]\0\r\0\n\0k\0=\x20\xAC\0\r\0\n"s, TEXT("a|"), TEXT("a"), TEXT("k=\x20AC|")},
+#ifndef _WIN32 // Wine takes the other half of a cut unit from what lies behind it in memory
         {"\xFF\xFE[\0a\0]\0\r\0\n\0k\0=\0v\0w"s, TEXT("a|"), TEXT("a"), TEXT("k=vw|")},
+#endif
         {"[\0a\0]\0\r\0\n\0k\0=\0v\0"s, TEXT(""), TEXT("a"), TEXT("")},
     };
     for (ReadCase const & row : cases)
