@@ -312,7 +312,7 @@ TEST_F(KVLogFiles, TakeTheLinesOfThreadsThatAreEnding)
     }
     Texts const texts = TextsOf(Bytes());
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "  hello"), 20);
-#ifndef _WIN32 // where the system drops the requests that a thread leaves behind at its end
+#ifndef _WIN32 // under a 32-bit Wine most of these lines are missing; the reason is not known
     EXPECT_EQ(std::count(texts.begin(), texts.end(), "bye"), 20);
 #endif
 }

@@ -127,7 +127,7 @@ TEST_P(BusyLogsWithNotice, LoseNoLineAndTearNone)
 
 INSTANTIATE_TEST_SUITE_P(Endings, BusyLogsWithNotice, testing::Values("abort"), NameOf);
 
-#ifndef _WIN32 // where the system ends a process that faults, and what it has taken over, as it likes
+#ifndef _WIN32 // under Wine the last line was torn in one of four runs; the reason is not known
 INSTANTIATE_TEST_SUITE_P(Faults, BusyLogsWithNotice, testing::Values("fault", "thread: fault"), NameOf);
 
 INSTANTIATE_TEST_SUITE_P(

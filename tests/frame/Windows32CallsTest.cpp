@@ -56,6 +56,7 @@ TEST(Windows32Calls, NeedNoMoreThanAWordsBoundary)
     for (unsigned const bytes : {0u, 4u, 8u, 12u})
     {
         kvTestCallBeside(UseNumbersAndTexts, bytes);
+        EXPECT_FALSE(testing::Test::HasFailure()) << bytes << " bytes beside a boundary";
     }
 }
 

@@ -231,7 +231,7 @@ TEST_F(Replacing, OfSeveralErrorsThatOfTheReplacedFileIsFirstAndThatOfTheBackupL
             << Shown(row.replaced) << " by " << Shown(row.replacement) << " to " << Shown(row.backup);
     }
     ScopedHandle inUse = Open(TEXT("to"), GENERIC_READ, FILE_SHARE_READ);
-#ifndef _WIN32 // Wine looks for the replacement before it asks who has the replaced file open
+#ifndef _WIN32 // Wine answers ERROR_FILE_NOT_FOUND
     EXPECT_EQ(Replace(TEXT("to"), TEXT("missing")), DWORD{ERROR_SHARING_VIOLATION});
 #endif
     inUse = Open(TEXT("from"), GENERIC_READ, FILE_SHARE_READ);
